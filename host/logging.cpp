@@ -1,0 +1,157 @@
+#include "logging.h"
+
+#include <log4cxx/consoleappender.h>
+#include <log4cxx/file.h>
+#include <log4cxx/helpers/pool.h>
+#include <log4cxx/logmanager.h>
+#include <log4cxx/patternlayout.h>
+#include <log4cxx/propertyconfigurator.h>
+#include <log4cxx/writerappender.h>
+
+#include <QFileInfo>
+
+namespace logging {
+
+namespace {
+
+const log4cxx::LogString utf8Encoding = LOG4CXX_STR("UTF-8");
+
+void write(const LoggerPtr& logger, const log4cxx::LevelPtr& level, const QString& text)
+{
+    if (logger && logger->isEnabledFor(level))
+        logger->forcedLogLS(level, toLogString(text), log4cxx::spi::LocationInfo::getLocationUnavailable());
+}
+
+void forceUtf8(const LoggerPtr& logger, log4cxx::helpers::Pool& pool)
+{
+    if (!logger)
+        return;
+    for (const auto& appender : logger->getAllAppenders()) {
+        auto writer = log4cxx::cast<log4cxx::WriterAppender>(appender);
+        if (writer && writer->getEncoding().empty()) {
+            writer->setEncoding(utf8Encoding);
+            writer->activateOptions(pool);
+        }
+    }
+}
+
+} // namespace
+
+LoggerPtr logger(const char* name)
+{
+    return log4cxx::Logger::getLogger(name);
+}
+
+LoggerPtr rootLogger()
+{
+    return log4cxx::Logger::getRootLogger();
+}
+
+log4cxx::LogString toLogString(const QString& text)
+{
+#if LOG4CXX_LOGCHAR_IS_UTF8
+    return text.toUtf8().toStdString();
+#elif LOG4CXX_LOGCHAR_IS_WCHAR
+    return text.toStdWString();
+#else
+#error "log4cxx character type not supported"
+#endif
+}
+
+QString fromLogString(const log4cxx::LogString& text)
+{
+#if LOG4CXX_LOGCHAR_IS_UTF8
+    return QString::fromUtf8(text.data(), int(text.size()));
+#else
+    return QString::fromStdWString(text);
+#endif
+}
+
+void trace(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, log4cxx::Level::getTrace(), text);
+}
+
+void debug(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, log4cxx::Level::getDebug(), text);
+}
+
+void info(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, log4cxx::Level::getInfo(), text);
+}
+
+void warn(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, log4cxx::Level::getWarn(), text);
+}
+
+void error(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, log4cxx::Level::getError(), text);
+}
+
+bool isTraceEnabled(const LoggerPtr& logger)
+{
+    return logger && logger->isTraceEnabled();
+}
+
+log4cxx::LevelPtr levelFromName(const QString& name)
+{
+    const QString n = name.trimmed().toLower();
+    if (n == QLatin1String("error"))
+        return log4cxx::Level::getError();
+    if (n == QLatin1String("warn") || n == QLatin1String("warning"))
+        return log4cxx::Level::getWarn();
+    if (n == QLatin1String("info"))
+        return log4cxx::Level::getInfo();
+    if (n == QLatin1String("debug"))
+        return log4cxx::Level::getDebug();
+    if (n == QLatin1String("trace"))
+        return log4cxx::Level::getTrace();
+    return log4cxx::LevelPtr();
+}
+
+bool configureConsole(const QString& level, QString* error)
+{
+    const log4cxx::LevelPtr lvl = levelFromName(level);
+    if (!lvl) {
+        if (error)
+            *error = QStringLiteral("unknown log level \"%1\" (error, warn, info, debug, trace)").arg(level);
+        return false;
+    }
+    log4cxx::LogManager::resetConfiguration();
+    auto layout = std::make_shared<log4cxx::PatternLayout>(LOG4CXX_STR("%d{HH:mm:ss,SSS} %-5p %c - %m%n"));
+    auto appender = std::make_shared<log4cxx::ConsoleAppender>();
+    appender->setLayout(layout);
+    appender->setTarget(log4cxx::ConsoleAppender::getSystemErr());
+    appender->setEncoding(utf8Encoding);
+    log4cxx::helpers::Pool pool;
+    appender->activateOptions(pool);
+
+    auto root = rootLogger();
+    root->addAppender(appender);
+    root->setLevel(log4cxx::Level::getWarn());
+    logger("cpibcr")->setLevel(lvl);
+    logger("cctalk")->setLevel(lvl);
+    return true;
+}
+
+bool configureFromFile(const QString& path, QString* error)
+{
+    if (!QFileInfo(path).isReadable()) {
+        if (error)
+            *error = QStringLiteral("cannot read log configuration \"%1\"").arg(path);
+        return false;
+    }
+    log4cxx::LogManager::resetConfiguration();
+    log4cxx::PropertyConfigurator::configure(log4cxx::File(toLogString(path)));
+    log4cxx::helpers::Pool pool;
+    forceUtf8(rootLogger(), pool);
+    forceUtf8(logger("cpibcr"), pool);
+    forceUtf8(logger("cctalk"), pool);
+    return true;
+}
+
+} // namespace logging

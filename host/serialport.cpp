@@ -1,0 +1,160 @@
+#include "serialport.h"
+
+#include <QMap>
+
+namespace hw {
+
+namespace {
+
+QString normalised(const QString& value)
+{
+    return value.trimmed().toLower();
+}
+
+} // namespace
+
+SerialPort::SerialPort(QObject* parent) : QObject(parent) {}
+
+SerialPort::~SerialPort()
+{
+    close();
+}
+
+bool SerialPort::open(const QString& path)
+{
+    close();
+    serial.setPortName(path);
+    if (!serial.open(QIODevice::ReadWrite)) {
+        lastError = QStringLiteral("cannot open %1: %2").arg(path, serial.errorString());
+        return false;
+    }
+    lastError.clear();
+    return true;
+}
+
+void SerialPort::close()
+{
+    if (serial.isOpen())
+        serial.close();
+}
+
+bool SerialPort::isOpen() const
+{
+    return serial.isOpen();
+}
+
+bool SerialPort::refuse(const QString& setting, const QString& value)
+{
+    lastError = QStringLiteral("unknown %1 \"%2\"").arg(setting, value);
+    return false;
+}
+
+bool SerialPort::setBaudRate(const QString& value)
+{
+    bool ok = false;
+    const qint32 rate = value.trimmed().toInt(&ok);
+    if (!ok || rate <= 0 || !serial.setBaudRate(rate))
+        return refuse(QStringLiteral("baud rate"), value);
+    return true;
+}
+
+bool SerialPort::setDataBits(const QString& value)
+{
+    static const QMap<QString, QSerialPort::DataBits> known{
+        {QStringLiteral("5"), QSerialPort::Data5},
+        {QStringLiteral("6"), QSerialPort::Data6},
+        {QStringLiteral("7"), QSerialPort::Data7},
+        {QStringLiteral("8"), QSerialPort::Data8},
+    };
+    const auto it = known.find(normalised(value));
+    if (it == known.end())
+        return refuse(QStringLiteral("data bits"), value);
+    serial.setDataBits(it.value());
+    return true;
+}
+
+bool SerialPort::setParity(const QString& value)
+{
+    static const QMap<QString, QSerialPort::Parity> known{
+        {QStringLiteral("none"), QSerialPort::NoParity}, {QStringLiteral("no"), QSerialPort::NoParity},
+        {QStringLiteral("n"), QSerialPort::NoParity},    {QStringLiteral("even"), QSerialPort::EvenParity},
+        {QStringLiteral("e"), QSerialPort::EvenParity},  {QStringLiteral("odd"), QSerialPort::OddParity},
+        {QStringLiteral("o"), QSerialPort::OddParity},   {QStringLiteral("space"), QSerialPort::SpaceParity},
+        {QStringLiteral("s"), QSerialPort::SpaceParity}, {QStringLiteral("mark"), QSerialPort::MarkParity},
+        {QStringLiteral("m"), QSerialPort::MarkParity},
+    };
+    const auto it = known.find(normalised(value));
+    if (it == known.end())
+        return refuse(QStringLiteral("parity"), value);
+    serial.setParity(it.value());
+    return true;
+}
+
+bool SerialPort::setStopBits(const QString& value)
+{
+    static const QMap<QString, QSerialPort::StopBits> known{
+        {QStringLiteral("1"), QSerialPort::OneStop},
+        {QStringLiteral("1.5"), QSerialPort::OneAndHalfStop},
+        {QStringLiteral("2"), QSerialPort::TwoStop},
+    };
+    const auto it = known.find(normalised(value));
+    if (it == known.end())
+        return refuse(QStringLiteral("stop bits"), value);
+    serial.setStopBits(it.value());
+    return true;
+}
+
+bool SerialPort::setFlowControl(const QString& value)
+{
+    static const QMap<QString, QSerialPort::FlowControl> known{
+        {QStringLiteral("disable"), QSerialPort::NoFlowControl},
+        {QStringLiteral("disabled"), QSerialPort::NoFlowControl},
+        {QStringLiteral("none"), QSerialPort::NoFlowControl},
+        {QStringLiteral("off"), QSerialPort::NoFlowControl},
+        {QStringLiteral("hardware"), QSerialPort::HardwareControl},
+        {QStringLiteral("rts/cts"), QSerialPort::HardwareControl},
+        {QStringLiteral("software"), QSerialPort::SoftwareControl},
+        {QStringLiteral("xon/xoff"), QSerialPort::SoftwareControl},
+    };
+    const auto it = known.find(normalised(value));
+    if (it == known.end())
+        return refuse(QStringLiteral("flow control"), value);
+    serial.setFlowControl(it.value());
+    return true;
+}
+
+void SerialPort::discardInput()
+{
+    if (!serial.isOpen())
+        return;
+    // Bytes still in the kernel are fetched first, so that clear() drops them too.
+    serial.waitForReadyRead(0);
+    serial.clear(QSerialPort::Input);
+    serial.readAll();
+}
+
+void SerialPort::write(const QByteArray& data)
+{
+    if (!serial.isOpen())
+        return;
+    serial.write(data);
+    serial.flush();
+}
+
+bool SerialPort::waitForInput(int msecs)
+{
+    if (!serial.isOpen())
+        return false;
+    if (serial.bytesAvailable() > 0)
+        return true;
+    return serial.waitForReadyRead(msecs);
+}
+
+QByteArray SerialPort::read(int maxSize)
+{
+    if (!serial.isOpen())
+        return QByteArray();
+    return maxSize > 0 ? serial.read(maxSize) : serial.readAll();
+}
+
+} // namespace hw

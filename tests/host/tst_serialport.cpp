@@ -1,0 +1,174 @@
+#include "host/serialport.h"
+
+#include <QtTest>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+struct Pty
+{
+    int master = -1;
+    int slave = -1;
+    QString path;
+    Pty()
+    {
+        char name[128] = {};
+        if (openpty(&master, &slave, name, nullptr, nullptr) == 0) {
+            termios t{};
+            tcgetattr(slave, &t);
+            cfmakeraw(&t);
+            tcsetattr(slave, TCSANOW, &t);
+            path = QString::fromLocal8Bit(name);
+        }
+    }
+    ~Pty()
+    {
+        if (slave >= 0)
+            ::close(slave);
+        if (master >= 0)
+            ::close(master);
+    }
+    QByteArray readMaster(int expected)
+    {
+        QByteArray out;
+        for (int i = 0; i < 100 && out.size() < expected; ++i) {
+            char buf[256];
+            const ssize_t n = ::read(master, buf, sizeof buf);
+            if (n > 0)
+                out.append(buf, int(n));
+            else
+                QTest::qWait(5);
+        }
+        return out;
+    }
+};
+
+} // namespace
+
+class TestSerialPort : public QObject
+{
+    Q_OBJECT
+private slots:
+    void settingsTexts()
+    {
+        hw::SerialPort port;
+        QVERIFY(port.setBaudRate(QStringLiteral("115200")));
+        QCOMPARE(port.port().baudRate(), 115200);
+        QVERIFY(port.setDataBits(QStringLiteral("8")));
+        QVERIFY(port.setParity(QStringLiteral("None")));
+        QVERIFY(port.setParity(QStringLiteral("even")));
+        QCOMPARE(port.port().parity(), QSerialPort::EvenParity);
+        QVERIFY(port.setStopBits(QStringLiteral("1")));
+        QVERIFY(port.setStopBits(QStringLiteral("2")));
+        QCOMPARE(port.port().stopBits(), QSerialPort::TwoStop);
+        QVERIFY(port.setFlowControl(QStringLiteral("Disable")));
+        QCOMPARE(port.port().flowControl(), QSerialPort::NoFlowControl);
+    }
+
+    void unknownTextsAreRefused_data()
+    {
+        QTest::addColumn<int>("setting");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("baud") << 0 << "fast"
+                              << "unknown baud rate \"fast\"";
+        QTest::newRow("baud negative") << 0 << "-9600"
+                                       << "unknown baud rate \"-9600\"";
+        QTest::newRow("data") << 1 << "9"
+                              << "unknown data bits \"9\"";
+        QTest::newRow("parity") << 2 << "Maybe"
+                                << "unknown parity \"Maybe\"";
+        QTest::newRow("stop") << 3 << "3"
+                              << "unknown stop bits \"3\"";
+        QTest::newRow("flow") << 4 << "Enable"
+                              << "unknown flow control \"Enable\"";
+    }
+
+    void unknownTextsAreRefused()
+    {
+        QFETCH(int, setting);
+        QFETCH(QString, text);
+        QFETCH(QString, message);
+        hw::SerialPort port;
+        const QSerialPort::Parity parityBefore = port.port().parity();
+        bool ok = true;
+        switch (setting) {
+        case 0:
+            ok = port.setBaudRate(text);
+            break;
+        case 1:
+            ok = port.setDataBits(text);
+            break;
+        case 2:
+            ok = port.setParity(text);
+            break;
+        case 3:
+            ok = port.setStopBits(text);
+            break;
+        default:
+            ok = port.setFlowControl(text);
+            break;
+        }
+        QVERIFY(!ok);
+        QCOMPARE(port.errorString(), message);
+        QCOMPARE(port.port().parity(), parityBefore);
+    }
+
+    void castByInterfaceId()
+    {
+        hw::SerialPort port;
+        QObject* object = &port;
+        QVERIFY(qobject_cast<hw::AbstractSerialDevice*>(object) != nullptr);
+        QVERIFY(object->qt_metacast("kelvorin.AbstractSerialDevice/4.4.5") != nullptr);
+    }
+
+    void openMissingDeviceFails()
+    {
+        hw::SerialPort port;
+        QVERIFY(!port.open(QStringLiteral("/dev/does-not-exist")));
+        QVERIFY(port.errorString().contains(QStringLiteral("/dev/does-not-exist")));
+        QVERIFY(!port.waitForInput(0));
+        QVERIFY(port.read(0).isEmpty());
+    }
+
+    void transfersOverPty()
+    {
+        Pty pty;
+        QVERIFY(!pty.path.isEmpty());
+        hw::SerialPort port;
+        QVERIFY2(port.open(pty.path), qPrintable(port.errorString()));
+        QVERIFY(port.setBaudRate(QStringLiteral("115200")));
+
+        port.write(QByteArray::fromHex("3700 01FE CA"));
+        QCOMPARE(pty.readMaster(5), QByteArray::fromHex("370001FECA"));
+
+        QVERIFY(!port.waitForInput(20));
+        const QByteArray answer = QByteArray::fromHex("01003700C8");
+        QCOMPARE(::write(pty.master, answer.constData(), answer.size()), ssize_t(answer.size()));
+        QByteArray got;
+        for (int i = 0; i < 50 && got.size() < answer.size(); ++i)
+            if (port.waitForInput(100))
+                got += port.read(0);
+        QCOMPARE(got, answer);
+    }
+
+    void discardDropsStaleInput()
+    {
+        Pty pty;
+        hw::SerialPort port;
+        QVERIFY(port.open(pty.path));
+        const QByteArray stale("\xAA\xBB\xCC", 3);
+        QCOMPARE(::write(pty.master, stale.constData(), stale.size()), ssize_t(3));
+        QTest::qWait(20);
+        port.discardInput();
+        QVERIFY(!port.waitForInput(20));
+        QVERIFY(port.read(0).isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSerialPort)
+#include "tst_serialport.moc"
