@@ -1,0 +1,210 @@
+#pragma once
+
+#include "config.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QVector>
+#include <functional>
+
+namespace sim {
+
+// Command headers the recycler answers.
+namespace cmd {
+enum : quint8 {
+    Reset = 1,
+    SetChangeAlgorithm = 80,
+    ReqCoinsInByType = 82,
+    ReqControllerManifest = 84,
+    DispenseHopperPattern = 85,
+    ReqAuditCounter = 86,
+    ClearAuditCounter = 87,
+    ReqRealTimeClock = 115,
+    ModRealTimeClock = 116,
+    ReqCashboxValue = 117,
+    ModCashboxValue = 118,
+    ReqHopperBalance = 119,
+    ModHopperBalance = 120,
+    PurgeHopper = 121,
+    ReqErrorStatus = 122,
+    ReqActivityReg = 123,
+    VerifyMoneyOut = 124,
+    PayMoneyOut = 125,
+    ModVarSet = 165,
+    ReqCoinId = 184,
+    ReqBuildCode = 192,
+    ModInhibitStatus = 231,
+    PerformSelfcheck = 232,
+    ReadInputLines = 237,
+    ReqSoftwareRevision = 241,
+    ReqSerialNumber = 242,
+    ReqProductCode = 244,
+    ReqEquipmentCategoryId = 245,
+    ReqManufacturerId = 246,
+    ReqVarSet = 247,
+    SimplePoll = 254,
+};
+} // namespace cmd
+
+// Bits of the activity register (header 123).
+namespace activity {
+enum : quint16 {
+    Accepting = 4,
+    Paying = 8,
+    Fault = 16,
+    Initialising = 64,
+    Warning = 4096,
+};
+} // namespace activity
+
+// Audit counter groups (headers 86 and 87).
+namespace audit {
+enum : quint8 { Accepted = 70, PaidOut = 80, Purged = 87 };
+} // namespace audit
+
+// Error status codes (header 122) the model raises by itself.
+namespace errcode {
+enum : quint8 { HopperEmpty = 1, HopperJam = 2, NeedSelfCheck = 255 };
+} // namespace errcode
+
+// Self-check fault codes (header 232) the model raises by itself.
+namespace selfcheck {
+enum : quint8 { DoorOpen = 51 };
+} // namespace selfcheck
+
+// Denomination in minor units of a six-character coin id: the three value characters read as a
+// number, a K, M or G among them scaling by a thousand, a million or a billion and marking the
+// decimal point ("RU1K0A" = 1000, "RU050B" = 50). Anything unreadable is worth 0.
+quint32 coinValue(const QString& coinId);
+
+// The recycler as a pure state machine: frames in, frames out, time advanced by the caller in
+// milliseconds. No threads, no I/O.
+class Device
+{
+public:
+    explicit Device(const Config& config = Config::defaults());
+
+    const Config& config() const { return config_; }
+
+    // A whole frame as received. Returns the answer frame, or nothing when a device would stay
+    // silent (bad checksum, wrong length, another destination).
+    QByteArray handleFrame(const QByteArray& frame);
+    // The answer to one command addressed to this device; empty data means a bare ACK.
+    QByteArray answer(quint8 src, quint8 header, const QByteArray& data);
+
+    void advanceTo(qint64 ms);
+    void advance(qint64 ms) { advanceTo(now_ + ms); }
+    qint64 now() const { return now_; }
+    // Time of the next internal event (a coin landing, a coin paid out, the end of
+    // initialisation), or -1 when none is due.
+    qint64 nextEventMs() const;
+
+    // The host clock in seconds since 1970 UTC; replaceable for tests.
+    void setWallClock(std::function<qint64()> secondsSinceEpoch);
+
+    // Controls. Faults set here stay until they are changed here; a reset does not clear them.
+    void insertCoin(int position);
+    void setErrorStatus(quint8 module, quint8 code);
+    void setSelfCheck(quint8 fault, quint8 subCode);
+    void setActivityBits(quint16 bits);
+    void jamHopper(int hopper, bool jammed = true);
+    void emptyHopper(int hopper);
+    void openDoor(bool open = true);
+    void setHopperCount(int hopper, int count);
+    void setCashbox(quint32 value);
+    void clearFaults();
+
+    // Observation.
+    int hopperCount(int hopper) const;
+    int hopperCount() const { return hoppers_.size(); }
+    quint32 cashbox() const { return cashbox_; }
+    quint16 activityRegister() const;
+    quint16 inhibitMask() const { return inhibitMask_; }
+    bool fastMode() const { return fast_; }
+    int changeAlgorithm() const { return algorithm_; }
+    QPair<quint8, quint8> errorStatus() const;
+    QPair<quint8, quint8> selfCheck() const;
+    quint16 coinsInByType(int position) const;
+    quint32 auditCounter(quint8 group, quint8 index) const;
+    quint64 coinsPaidOut() const { return valuePaidOut_; }
+    quint64 valueAccepted() const { return valueAccepted_; }
+    int coinsInFlight() const { return inFlight_.size(); }
+    int coinsQueuedForPayout() const;
+    qint64 deviceClock() const;
+    int resets() const { return resets_; }
+
+private:
+    struct Hopper
+    {
+        HopperConfig cfg;
+        int count = 0;    // what the device believes it holds
+        int physical = 0; // what it really holds
+        bool jammed = false;
+        quint32 paidOut = 0; // audit group 80
+        quint32 purged = 0;  // audit group 87
+    };
+    struct Flight
+    {
+        qint64 landsAt;
+        int position;
+    };
+    struct Job
+    {
+        int hopper;
+        int count;
+        bool purge;
+        bool untilEmpty;
+    };
+
+    QByteArray ack(quint8 src, const QByteArray& data = QByteArray()) const;
+    QByteArray refuse(quint8 src, quint8 header) const;
+    QByteArray text(const QString& s) const { return s.toLatin1(); }
+    QByteArray manifest(quint8 unit, quint8 info) const;
+    bool validHopper(int hopper) const { return hopper >= 1 && hopper <= hoppers_.size(); }
+    bool canStartPayout() const;
+    bool planPayout(quint32 amount, QVector<int>& coins) const;
+    void startJobs(const QList<Job>& jobs);
+    void landCoin(int position);
+    void payOneCoin();
+    void finishInit();
+    void reset();
+
+    Config config_;
+    QVector<Hopper> hoppers_;
+    quint32 cashbox_ = 0;
+    qint64 now_ = 0;
+    std::function<qint64()> wallClock_;
+    qint64 clockOffset_ = 0;
+
+    quint16 inhibitMask_ = 0;
+    bool fast_ = false;
+    int algorithm_ = 0;
+    quint16 coinsIn_[16] = {};
+    quint32 accepted_[16] = {}; // audit group 70
+    QList<Flight> inFlight_;
+
+    QList<Job> jobs_;
+    qint64 nextCoinAt_ = -1;
+    quint32 lastPayRequested_ = 0;
+    quint32 lastPayPaid_ = 0;
+    quint8 payEvents_ = 0;
+    bool lastPayByAmount_ = false;
+
+    qint64 initUntil_ = -1;
+    int resets_ = 0;
+
+    // Faults raised by the model itself; a reset clears them.
+    quint8 eventModule_ = 0, eventCode_ = 0;
+    bool eventFault_ = false, eventWarning_ = false;
+    // Faults set by the controls.
+    quint8 forcedModule_ = 0, forcedCode_ = 0;
+    quint8 forcedFault_ = 0, forcedSub_ = 0;
+    quint16 forcedBits_ = 0;
+    bool doorOpen_ = false;
+
+    quint64 valuePaidOut_ = 0;
+    quint64 valueAccepted_ = 0;
+};
+
+} // namespace sim

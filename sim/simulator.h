@@ -1,0 +1,84 @@
+#pragma once
+
+#include "config.h"
+#include "device.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <functional>
+#include <memory>
+
+namespace sim {
+
+struct Transaction
+{
+    qint64 msecsSinceStart;
+    quint8 header;
+    QByteArray frame;  // the request as received
+    QByteArray answer; // what was put on the line for it (empty when nothing was)
+};
+
+// The recycler on a serial line: a Device served on a pseudo-terminal or a serial device by an
+// I/O thread of its own, with line faults on top. Every public member is thread-safe.
+class Simulator
+{
+public:
+    explicit Simulator(const Config& config = Config::defaults());
+    ~Simulator();
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    bool openPty(QString* error = nullptr);
+    bool openDevice(const QString& path, QString* error = nullptr);
+    QString portPath() const;
+    bool isRunning() const;
+    void stop();
+
+    // Device controls.
+    void insertCoin(int position);
+    void setErrorStatus(quint8 module, quint8 code);
+    void setSelfCheck(quint8 fault, quint8 subCode);
+    void setActivityBits(quint16 bits);
+    void jamHopper(int hopper, bool jammed = true);
+    void emptyHopper(int hopper);
+    void openDoor(bool open = true);
+    void setHopperCount(int hopper, int count);
+    void setCashbox(quint32 value);
+    void clearFaults();
+
+    // Line faults. Each "next" fault applies to the following requests addressed to the device.
+    void dropAnswers(int n); // the command is carried out, its answer is lost
+    void answerBusy(int n);  // BUSY instead of carrying the command out
+    void nakNext(int n = 1); // NAK instead of carrying the command out
+    void corruptChecksumNext(int n = 1);
+    void garbageBeforeNext(const QByteArray& bytes);
+    void splitNext(int pieces, int pauseMs);
+    void setBabble(bool on); // random bytes on the line every babbleIntervalMs
+    void setSilent(bool on); // the device neither carries out nor answers anything
+    void setPacing(bool on); // bytes leave one at a time at the configured baud rate
+    void setEcho(bool on);
+    void clearLineFaults();
+
+    // Observation.
+    int hopperCount(int hopper) const;
+    quint32 cashbox() const;
+    quint32 auditCounter(quint8 group, quint8 index) const;
+    quint16 activityRegister() const;
+    quint16 inhibitMask() const;
+    QPair<quint8, quint8> errorStatus() const;
+    QPair<quint8, quint8> selfCheck() const;
+    QList<Transaction> transactions() const;
+    int countHeader(quint8 header) const;
+    void clearTransactions();
+    quint64 coinsPaidOut() const;  // value that left all hoppers, by payout and purge
+    quint64 valueAccepted() const; // value of all accepted coins
+    // Runs fn on the model under the simulator's lock, with the model's clock brought up to date.
+    void withDevice(const std::function<void(Device&)>& fn);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace sim
