@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QMap>
+#include <QMetaType>
+#include <QString>
+
+// An amount broken down by denomination. Amounts and counts are in minor
+// currency units (100 = one rouble).
+struct SumDetailed
+{
+    QMap<unsigned int, long long> denoms;
+    // Part of the amount not broken down by denomination.
+    long long rest = 0;
+    // A second amount carried alongside; neither sum() nor toString() reads it.
+    long long extra = 0;
+
+    long long sum() const;
+    // "20.00. номиналы: 5.00 x 2, 10.00 x 1"
+    QString toString() const;
+};
+
+Q_DECLARE_METATYPE(SumDetailed)
+
+namespace cashcontrol {
+
+// An amount in minor units as units with two decimals and a point ("15.50",
+// "-5.00"), exact for every 64-bit value.
+QString formatAmount(long long amount);
+
+} // namespace cashcontrol
