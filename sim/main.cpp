@@ -1,0 +1,263 @@
+#include "config.h"
+#include "control.h"
+#include "simulator.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <map>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+int signalPipe[2] = {-1, -1};
+
+void onSignal(int)
+{
+    const char b = 1;
+    [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &b, 1);
+}
+
+void usage(FILE* to)
+{
+    std::fprintf(to, "usage: cpibcr-sim [--config FILE] [--device PATH | --link PATH] [--control PATH]\n"
+                     "                  [--no-echo] [--dump-config]\n"
+                     "Simulates a CPI BCR coin recycler at ccTalk address 55 on a pseudo-terminal\n"
+                     "(or on the serial device given with --device) and prints the port path.\n"
+                     "  --config FILE   JSON configuration; missing keys keep the built-in defaults\n"
+                     "  --device PATH   serve an existing serial device instead of a pseudo-terminal\n"
+                     "  --link PATH     make PATH a symbolic link to the pseudo-terminal\n"
+                     "  --control PATH  also take commands from a FIFO (if PATH is one) or a Unix socket\n"
+                     "  --no-echo       do not repeat the host's bytes back\n"
+                     "  --dump-config   print the effective configuration as JSON and exit\n"
+                     "Commands are read from standard input, one per line; type help for the list.\n");
+}
+
+void say(int fd, const QString& text)
+{
+    if (text.isEmpty())
+        return;
+    QByteArray bytes = text.toUtf8();
+    bytes.append('\n');
+    const char* p = bytes.constData();
+    size_t left = size_t(bytes.size());
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, left);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return;
+        p += n;
+        left -= size_t(n);
+    }
+}
+
+// Collects bytes from one source and hands out complete lines.
+struct LineSource
+{
+    int fd;
+    int replyFd;
+    QByteArray pending;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QString configPath, devicePath, linkPath, controlPath;
+    bool noEcho = false, dump = false;
+    for (int i = 1; i < argc; ++i) {
+        const QString a = QString::fromLocal8Bit(argv[i]);
+        auto value = [&](QString& out) {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "cpibcr-sim: %s needs a value\n", argv[i]);
+                std::exit(2);
+            }
+            out = QString::fromLocal8Bit(argv[++i]);
+        };
+        if (a == QLatin1String("--config"))
+            value(configPath);
+        else if (a == QLatin1String("--device"))
+            value(devicePath);
+        else if (a == QLatin1String("--link"))
+            value(linkPath);
+        else if (a == QLatin1String("--control"))
+            value(controlPath);
+        else if (a == QLatin1String("--no-echo"))
+            noEcho = true;
+        else if (a == QLatin1String("--dump-config"))
+            dump = true;
+        else if (a == QLatin1String("-h") || a == QLatin1String("--help")) {
+            usage(stdout);
+            return 0;
+        } else {
+            std::fprintf(stderr, "cpibcr-sim: unknown option %s\n", argv[i]);
+            usage(stderr);
+            return 2;
+        }
+    }
+
+    sim::Config config = sim::Config::defaults();
+    if (!configPath.isEmpty()) {
+        QString error;
+        config = sim::Config::fromJsonFile(configPath, &error);
+        if (!error.isEmpty()) {
+            std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    if (noEcho)
+        config.echo = false;
+    if (dump) {
+        std::fputs(config.toJson().constData(), stdout);
+        return 0;
+    }
+
+    sim::Simulator simulator(config);
+    QString error;
+    const bool opened =
+        devicePath.isEmpty() ? simulator.openPty(&error) : simulator.openDevice(devicePath, &error);
+    if (!opened) {
+        std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+        return 1;
+    }
+    const QByteArray port = simulator.portPath().toLocal8Bit();
+    if (!linkPath.isEmpty()) {
+        const QByteArray link = linkPath.toLocal8Bit();
+        struct stat st;
+        if (lstat(link.constData(), &st) == 0 && S_ISLNK(st.st_mode))
+            ::unlink(link.constData());
+        if (::symlink(port.constData(), link.constData()) != 0) {
+            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", link.constData(), std::strerror(errno));
+            return 1;
+        }
+    }
+
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return 1;
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGHUP, &sa, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const QByteArray control = controlPath.toLocal8Bit();
+    int listenFd = -1, fifoFd = -1;
+    if (!controlPath.isEmpty()) {
+        struct stat st;
+        if (stat(control.constData(), &st) == 0 && S_ISFIFO(st.st_mode)) {
+            // Opened read-write so that the FIFO never reports end of file between writers.
+            fifoFd = ::open(control.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        } else {
+            sockaddr_un addr = {};
+            addr.sun_family = AF_UNIX;
+            if (size_t(control.size()) >= sizeof addr.sun_path) {
+                std::fprintf(stderr, "cpibcr-sim: control path too long\n");
+                return 1;
+            }
+            std::strncpy(addr.sun_path, control.constData(), sizeof addr.sun_path - 1);
+            if (lstat(control.constData(), &st) == 0 && S_ISSOCK(st.st_mode))
+                ::unlink(control.constData());
+            listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            if (listenFd < 0 || ::bind(listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+                ::listen(listenFd, 8) != 0) {
+                std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
+                return 1;
+            }
+        }
+        if (listenFd < 0 && fifoFd < 0) {
+            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
+            return 1;
+        }
+    }
+
+    std::printf("port: %s\n", port.constData());
+    if (!linkPath.isEmpty())
+        std::printf("link: %s\n", linkPath.toLocal8Bit().constData());
+    if (!controlPath.isEmpty())
+        std::printf("control: %s\n", control.constData());
+    std::fflush(stdout);
+
+    sim::ControlChannel channel(simulator);
+    std::vector<LineSource> sources;
+    sources.push_back(LineSource{STDIN_FILENO, STDOUT_FILENO, QByteArray()});
+    if (fifoFd >= 0)
+        sources.push_back(LineSource{fifoFd, STDOUT_FILENO, QByteArray()});
+
+    bool done = false;
+    while (!done && !channel.quitRequested()) {
+        std::vector<pollfd> fds;
+        fds.push_back(pollfd{signalPipe[0], POLLIN, 0});
+        if (listenFd >= 0)
+            fds.push_back(pollfd{listenFd, POLLIN, 0});
+        const size_t first = fds.size();
+        for (const LineSource& s : sources)
+            fds.push_back(pollfd{s.fd, POLLIN, 0});
+        if (::poll(fds.data(), nfds_t(fds.size()), -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            break;
+        }
+        if (fds[0].revents & POLLIN)
+            break;
+        if (listenFd >= 0 && (fds[1].revents & POLLIN)) {
+            const int client = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+            if (client >= 0)
+                sources.push_back(LineSource{client, client, QByteArray()});
+        }
+        std::vector<int> closed;
+        for (size_t i = 0; i < sources.size() && first + i < fds.size(); ++i) {
+            if (!(fds[first + i].revents & (POLLIN | POLLHUP | POLLERR)))
+                continue;
+            LineSource& s = sources[i];
+            char buf[1024];
+            const ssize_t n = ::read(s.fd, buf, sizeof buf);
+            if (n <= 0) {
+                if (n < 0 && (errno == EAGAIN || errno == EINTR))
+                    continue;
+                closed.push_back(s.fd);
+                continue;
+            }
+            s.pending.append(buf, int(n));
+            int nl;
+            while ((nl = s.pending.indexOf('\n')) >= 0) {
+                const QString line = QString::fromUtf8(s.pending.left(nl)).trimmed();
+                s.pending.remove(0, nl + 1);
+                say(s.replyFd, channel.execute(line));
+                if (channel.quitRequested())
+                    break;
+            }
+        }
+        for (int fd : closed) {
+            for (auto it = sources.begin(); it != sources.end(); ++it) {
+                if (it->fd == fd) {
+                    // Standard input at its end leaves the simulator serving the port until a signal.
+                    if (fd != STDIN_FILENO)
+                        ::close(fd);
+                    sources.erase(it);
+                    break;
+                }
+            }
+        }
+    }
+
+    simulator.stop();
+    if (listenFd >= 0) {
+        ::close(listenFd);
+        ::unlink(control.constData());
+    }
+    if (!linkPath.isEmpty())
+        ::unlink(linkPath.toLocal8Bit().constData());
+    return 0;
+}

@@ -1,0 +1,547 @@
+#include "simulator.h"
+
+#include "frame.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <mutex>
+#include <poll.h>
+#include <pty.h>
+#include <random>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+speed_t speedFor(int baud)
+{
+    switch (baud) {
+    case 1200:
+        return B1200;
+    case 2400:
+        return B2400;
+    case 4800:
+        return B4800;
+    case 9600:
+        return B9600;
+    case 19200:
+        return B19200;
+    case 38400:
+        return B38400;
+    case 57600:
+        return B57600;
+    case 230400:
+        return B230400;
+    case 460800:
+        return B460800;
+    case 921600:
+        return B921600;
+    }
+    return B115200;
+}
+
+bool makeRaw(int fd, int baud, QString* error)
+{
+    termios t{};
+    if (tcgetattr(fd, &t) != 0) {
+        if (error)
+            *error = QStringLiteral("tcgetattr: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    cfmakeraw(&t);
+    t.c_cflag |= CLOCAL | CREAD;
+    t.c_cc[VMIN] = 1;
+    t.c_cc[VTIME] = 0;
+    cfsetispeed(&t, speedFor(baud));
+    cfsetospeed(&t, speedFor(baud));
+    if (tcsetattr(fd, TCSANOW, &t) != 0) {
+        if (error)
+            *error = QStringLiteral("tcsetattr: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+struct Simulator::Private
+{
+    explicit Private(const Config& c)
+        : config(c), device(c), reader(c.interByteTimeoutMs), echo(c.echo),
+          start(std::chrono::steady_clock::now())
+    {
+    }
+
+    struct Out
+    {
+        qint64 dueUs;
+        QByteArray bytes;
+    };
+
+    qint64 nowUs() const
+    {
+        return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
+            .count();
+    }
+    void catchUp() { device.advanceTo(nowUs() / 1000); }
+    void wake() const
+    {
+        if (wakePipe[1] >= 0) {
+            const char b = 1;
+            [[maybe_unused]] const ssize_t n = ::write(wakePipe[1], &b, 1);
+        }
+    }
+    template <typename F> void control(F&& f)
+    {
+        {
+            std::lock_guard<std::mutex> lock(m);
+            catchUp();
+            f();
+        }
+        wake();
+    }
+    template <typename F> auto read(F&& f)
+    {
+        std::lock_guard<std::mutex> lock(m);
+        catchUp();
+        return f();
+    }
+    qint64 byteUs() const { return std::max<qint64>(1, 10000000LL / std::max(1, config.baudRate)); }
+
+    void enqueue(qint64 dueUs, const QByteArray& bytes);
+    void handleFrame(const QByteArray& f, qint64 nowUs);
+    void run();
+    bool start_(int ioFd, QString* error);
+    void flush(qint64 nowUs);
+
+    mutable std::mutex m;
+    Config config;
+    Device device;
+    FrameReader reader;
+
+    int fd = -1;
+    int slaveFd = -1;
+    int wakePipe[2] = {-1, -1};
+    QString path;
+    std::thread thread;
+    std::atomic<bool> running{false};
+
+    int drop = 0, busy = 0, nak = 0, corrupt = 0;
+    QByteArray garbage;
+    int splitPieces = 0, splitPauseMs = 0;
+    bool babble = false, silent = false, pacing = false, echo = true;
+    qint64 nextBabbleUs = -1;
+    std::mt19937 rng{20240607};
+
+    std::deque<Out> out;
+    qint64 lastDueUs = 0;
+    QList<Transaction> log;
+    std::chrono::steady_clock::time_point start;
+};
+
+void Simulator::Private::enqueue(qint64 dueUs, const QByteArray& bytes)
+{
+    if (bytes.isEmpty())
+        return;
+    dueUs = std::max(dueUs, lastDueUs);
+    if (pacing) {
+        for (char c : bytes) {
+            out.push_back(Out{dueUs, QByteArray(1, c)});
+            dueUs += byteUs();
+        }
+        lastDueUs = dueUs - byteUs();
+    } else {
+        out.push_back(Out{dueUs, bytes});
+        lastDueUs = dueUs;
+    }
+}
+
+void Simulator::Private::handleFrame(const QByteArray& f, qint64 now)
+{
+    if (frame::dest(f) != config.address)
+        return;
+    Transaction t{now / 1000, frame::header(f), f, QByteArray()};
+    QByteArray answer;
+    if (silent) {
+        log.append(t);
+        return;
+    }
+    if (busy > 0) {
+        --busy;
+        answer = frame::make(frame::source(f), config.address, frame::Busy);
+    } else if (nak > 0) {
+        --nak;
+        answer = frame::make(frame::source(f), config.address, frame::Nak);
+    } else {
+        answer = device.handleFrame(f);
+        if (drop > 0 && !answer.isEmpty()) {
+            --drop;
+            answer.clear();
+        }
+    }
+    if (!answer.isEmpty()) {
+        if (corrupt > 0) {
+            --corrupt;
+            answer[answer.size() - 1] = char(answer.at(answer.size() - 1) ^ 0x5A);
+        }
+        qint64 due = now + qint64(config.answerDelayMs) * 1000;
+        if (!garbage.isEmpty()) {
+            enqueue(due, garbage);
+            t.answer += garbage;
+            garbage.clear();
+        }
+        t.answer += answer;
+        if (splitPieces > 1) {
+            const int pieces = std::min(splitPieces, int(answer.size()));
+            const int size = (answer.size() + pieces - 1) / pieces;
+            for (int i = 0; i < answer.size(); i += size) {
+                enqueue(due, answer.mid(i, size));
+                due = lastDueUs + qint64(splitPauseMs) * 1000;
+            }
+            splitPieces = 0;
+        } else {
+            enqueue(due, answer);
+        }
+    }
+    log.append(t);
+}
+
+void Simulator::Private::flush(qint64 now)
+{
+    while (!out.empty() && out.front().dueUs <= now) {
+        QByteArray& bytes = out.front().bytes;
+        const ssize_t n = ::write(fd, bytes.constData(), size_t(bytes.size()));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n > 0 && n < bytes.size()) {
+            bytes.remove(0, int(n));
+            continue;
+        }
+        out.pop_front();
+    }
+}
+
+void Simulator::Private::run()
+{
+    char buf[512];
+    while (running) {
+        qint64 timeoutUs = 1000000;
+        {
+            std::lock_guard<std::mutex> lock(m);
+            const qint64 now = nowUs();
+            auto consider = [&](qint64 dueUs) {
+                if (dueUs >= 0)
+                    timeoutUs = std::min(timeoutUs, std::max<qint64>(0, dueUs - now));
+            };
+            const qint64 event = device.nextEventMs();
+            consider(event < 0 ? -1 : event * 1000);
+            consider(out.empty() ? -1 : out.front().dueUs);
+            const qint64 deadline = reader.deadline();
+            consider(deadline < 0 ? -1 : deadline * 1000);
+            consider(babble ? nextBabbleUs : -1);
+        }
+        pollfd fds[2] = {{fd, POLLIN, 0}, {wakePipe[0], POLLIN, 0}};
+        const timespec ts{time_t(timeoutUs / 1000000), long(timeoutUs % 1000000) * 1000};
+        const int ready = ppoll(fds, 2, &ts, nullptr);
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (fds[1].revents & POLLIN)
+            while (::read(wakePipe[0], buf, sizeof buf) > 0) {
+            }
+        QByteArray incoming;
+        if (fds[0].revents & POLLIN) {
+            for (;;) {
+                const ssize_t n = ::read(fd, buf, sizeof buf);
+                if (n > 0)
+                    incoming.append(buf, int(n));
+                else if (n < 0 && errno == EINTR)
+                    continue;
+                else
+                    break;
+            }
+        }
+        std::lock_guard<std::mutex> lock(m);
+        const qint64 now = nowUs();
+        device.advanceTo(now / 1000);
+        QList<QByteArray> frames = reader.expire(now / 1000);
+        if (!incoming.isEmpty()) {
+            if (echo)
+                enqueue(now, incoming);
+            frames += reader.feed(incoming, now / 1000);
+        }
+        for (const QByteArray& f : frames)
+            handleFrame(f, now);
+        if (babble && now >= nextBabbleUs) {
+            std::uniform_int_distribution<int> len(1, 8), byte(0, 255);
+            QByteArray noise;
+            for (int i = len(rng); i > 0; --i)
+                noise.append(char(byte(rng)));
+            enqueue(now, noise);
+            nextBabbleUs = now + qint64(std::max(1, config.babbleIntervalMs)) * 1000;
+        }
+        flush(now);
+    }
+}
+
+bool Simulator::Private::start_(int ioFd, QString* error)
+{
+    if (pipe2(wakePipe, O_NONBLOCK | O_CLOEXEC) != 0) {
+        if (error)
+            *error = QStringLiteral("pipe: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        ::close(ioFd);
+        return false;
+    }
+    fd = ioFd;
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    running = true;
+    thread = std::thread([this] { run(); });
+    return true;
+}
+
+Simulator::Simulator(const Config& config) : d(new Private(config)) {}
+
+Simulator::~Simulator()
+{
+    stop();
+}
+
+bool Simulator::openPty(QString* error)
+{
+    stop();
+    int master = -1, slave = -1;
+    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) {
+        if (error)
+            *error = QStringLiteral("openpty: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    if (!makeRaw(slave, d->config.baudRate, error)) {
+        ::close(master);
+        ::close(slave);
+        return false;
+    }
+    fcntl(master, F_SETFD, FD_CLOEXEC);
+    fcntl(slave, F_SETFD, FD_CLOEXEC);
+    // The simulator keeps the slave side open so that the master never sees a hang-up while the
+    // host closes and reopens the port.
+    const char* name = ttyname(slave);
+    std::lock_guard<std::mutex> lock(d->m);
+    d->slaveFd = slave;
+    d->path = QString::fromLocal8Bit(name ? name : "");
+    return d->start_(master, error);
+}
+
+bool Simulator::openDevice(const QString& path, QString* error)
+{
+    stop();
+    const int fd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        if (error)
+            *error = QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    if (isatty(fd) && !makeRaw(fd, d->config.baudRate, error)) {
+        ::close(fd);
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(d->m);
+    d->path = path;
+    return d->start_(fd, error);
+}
+
+QString Simulator::portPath() const
+{
+    std::lock_guard<std::mutex> lock(d->m);
+    return d->path;
+}
+
+bool Simulator::isRunning() const
+{
+    return d->running;
+}
+
+void Simulator::stop()
+{
+    if (d->thread.joinable()) {
+        d->running = false;
+        d->wake();
+        d->thread.join();
+    }
+    std::lock_guard<std::mutex> lock(d->m);
+    for (int* f : {&d->fd, &d->slaveFd, &d->wakePipe[0], &d->wakePipe[1]}) {
+        if (*f >= 0)
+            ::close(*f);
+        *f = -1;
+    }
+    d->out.clear();
+    d->reader.clear();
+}
+
+void Simulator::insertCoin(int position)
+{
+    d->control([&] { d->device.insertCoin(position); });
+}
+void Simulator::setErrorStatus(quint8 module, quint8 code)
+{
+    d->control([&] { d->device.setErrorStatus(module, code); });
+}
+void Simulator::setSelfCheck(quint8 fault, quint8 subCode)
+{
+    d->control([&] { d->device.setSelfCheck(fault, subCode); });
+}
+void Simulator::setActivityBits(quint16 bits)
+{
+    d->control([&] { d->device.setActivityBits(bits); });
+}
+void Simulator::jamHopper(int hopper, bool jammed)
+{
+    d->control([&] { d->device.jamHopper(hopper, jammed); });
+}
+void Simulator::emptyHopper(int hopper)
+{
+    d->control([&] { d->device.emptyHopper(hopper); });
+}
+void Simulator::openDoor(bool open)
+{
+    d->control([&] { d->device.openDoor(open); });
+}
+void Simulator::setHopperCount(int hopper, int count)
+{
+    d->control([&] { d->device.setHopperCount(hopper, count); });
+}
+void Simulator::setCashbox(quint32 value)
+{
+    d->control([&] { d->device.setCashbox(value); });
+}
+void Simulator::clearFaults()
+{
+    d->control([&] { d->device.clearFaults(); });
+}
+
+void Simulator::dropAnswers(int n)
+{
+    d->control([&] { d->drop = std::max(0, n); });
+}
+void Simulator::answerBusy(int n)
+{
+    d->control([&] { d->busy = std::max(0, n); });
+}
+void Simulator::nakNext(int n)
+{
+    d->control([&] { d->nak = std::max(0, n); });
+}
+void Simulator::corruptChecksumNext(int n)
+{
+    d->control([&] { d->corrupt = std::max(0, n); });
+}
+void Simulator::garbageBeforeNext(const QByteArray& bytes)
+{
+    d->control([&] { d->garbage = bytes; });
+}
+void Simulator::splitNext(int pieces, int pauseMs)
+{
+    d->control([&] {
+        d->splitPieces = std::max(0, pieces);
+        d->splitPauseMs = std::max(0, pauseMs);
+    });
+}
+void Simulator::setBabble(bool on)
+{
+    d->control([&] {
+        d->babble = on;
+        d->nextBabbleUs = d->nowUs();
+    });
+}
+void Simulator::setSilent(bool on)
+{
+    d->control([&] { d->silent = on; });
+}
+void Simulator::setPacing(bool on)
+{
+    d->control([&] { d->pacing = on; });
+}
+void Simulator::setEcho(bool on)
+{
+    d->control([&] { d->echo = on; });
+}
+void Simulator::clearLineFaults()
+{
+    d->control([&] {
+        d->drop = d->busy = d->nak = d->corrupt = d->splitPieces = 0;
+        d->garbage.clear();
+        d->babble = d->silent = d->pacing = false;
+    });
+}
+
+int Simulator::hopperCount(int hopper) const
+{
+    return d->read([&] { return d->device.hopperCount(hopper); });
+}
+quint32 Simulator::cashbox() const
+{
+    return d->read([&] { return d->device.cashbox(); });
+}
+quint32 Simulator::auditCounter(quint8 group, quint8 index) const
+{
+    return d->read([&] { return d->device.auditCounter(group, index); });
+}
+quint16 Simulator::activityRegister() const
+{
+    return d->read([&] { return d->device.activityRegister(); });
+}
+quint16 Simulator::inhibitMask() const
+{
+    return d->read([&] { return d->device.inhibitMask(); });
+}
+QPair<quint8, quint8> Simulator::errorStatus() const
+{
+    return d->read([&] { return d->device.errorStatus(); });
+}
+QPair<quint8, quint8> Simulator::selfCheck() const
+{
+    return d->read([&] { return d->device.selfCheck(); });
+}
+QList<Transaction> Simulator::transactions() const
+{
+    return d->read([&] { return d->log; });
+}
+quint64 Simulator::coinsPaidOut() const
+{
+    return d->read([&] { return d->device.coinsPaidOut(); });
+}
+quint64 Simulator::valueAccepted() const
+{
+    return d->read([&] { return d->device.valueAccepted(); });
+}
+
+int Simulator::countHeader(quint8 header) const
+{
+    std::lock_guard<std::mutex> lock(d->m);
+    return int(std::count_if(d->log.begin(), d->log.end(),
+                             [&](const Transaction& t) { return t.header == header; }));
+}
+
+void Simulator::clearTransactions()
+{
+    std::lock_guard<std::mutex> lock(d->m);
+    d->log.clear();
+}
+
+void Simulator::withDevice(const std::function<void(Device&)>& fn)
+{
+    {
+        std::lock_guard<std::mutex> lock(d->m);
+        d->catchUp();
+        fn(d->device);
+    }
+    d->wake();
+}
+
+} // namespace sim
