@@ -1,0 +1,52 @@
+#include "cctalk/hoppercommands.h"
+
+#include "cctalk/coincommands.h"
+
+namespace CcTalk {
+
+ReqHopperBalance::ReqHopperBalance(int hopper) : Request(Header::reqHopperBalance, QByteArray())
+{
+    setUint(unsigned(hopper) & 0xFF, 0, 1);
+}
+
+ReqHopperBalanceResp::ReqHopperBalanceResp(const Response& response) : Response(response) {}
+
+CoinId ReqHopperBalanceResp::getDenom() const
+{
+    return coinIdFromData(*this);
+}
+
+unsigned int ReqHopperBalanceResp::getCount() const
+{
+    return getUint(6, 2);
+}
+
+ModHopperBalance::ModHopperBalance(unsigned char hopper, unsigned short count)
+    : Request(Header::modHopperBalance, QByteArray())
+{
+    setUint(hopper, 0, 1);
+    setUint(count, 1, 2);
+}
+
+ReqCashboxValue::ReqCashboxValue() : Request(Header::reqCashboxValue, QByteArray()) {}
+
+ReqCashboxValueResp::ReqCashboxValueResp(const Response& response) : Response(response) {}
+
+unsigned int ReqCashboxValueResp::getSum() const
+{
+    return getUint(0, 4);
+}
+
+ModifyCashboxValue::ModifyCashboxValue(unsigned int sum) : Request(Header::modCashboxValue, QByteArray())
+{
+    setUint(sum, 0, 4);
+}
+
+PurgeHopper::PurgeHopper(unsigned char hopper, unsigned char count)
+    : Request(Header::purgeHopper, QByteArray())
+{
+    setUint(hopper, 0, 1);
+    setUint(count, 1, 1);
+}
+
+} // namespace CcTalk

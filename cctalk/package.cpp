@@ -1,0 +1,235 @@
+#include "cctalk/package.h"
+
+#include <QMetaEnum>
+
+namespace CcTalk {
+
+namespace {
+
+const QMetaEnum& headerEnum()
+{
+    static const QMetaEnum e =
+        Header::staticMetaObject.enumerator(Header::staticMetaObject.indexOfEnumerator("Type"));
+    return e;
+}
+
+// Data lengths on the wire are one byte; frames are read from it modulo 256.
+inline int lengthByte(const QByteArray& bytes, int offset)
+{
+    return quint8(bytes.at(offset + 1));
+}
+
+unsigned char checksumOf(const char* bytes, int size)
+{
+    const qint8 k = qint8(quint8(size & 0xFF));
+    if (k <= 0)
+        return 0;
+    quint8 sum = 0;
+    for (int i = 0; i < k; ++i)
+        sum = quint8(sum + quint8(bytes[i]));
+    return quint8(256 - sum);
+}
+
+} // namespace
+
+Package::Package() : dest(0), src(1), header(Header::answer) {}
+
+Package::~Package() = default;
+
+void Package::assign(const Package& other)
+{
+    dest = other.dest;
+    src = other.src;
+    header = other.header;
+    data = other.data;
+}
+
+Header::Type Package::getHeader() const
+{
+    return header;
+}
+
+bool Package::operator==(const Package& other) const
+{
+    if (this == &other)
+        return true;
+    return dest == other.dest && header == other.header && src == other.src && data == other.data;
+}
+
+Package::operator QByteArray() const
+{
+    QByteArray bytes;
+    bytes.reserve(data.size() + 5);
+    bytes.append(char(dest));
+    bytes.append(char(data.size() & 0xFF));
+    bytes.append(char(src));
+    bytes.append(char(int(header) & 0xFF));
+    bytes.append(data);
+    bytes.append(char(calkCrc(bytes)));
+    return bytes;
+}
+
+void Package::setRawData(const QByteArray& raw)
+{
+    if (raw.size() < 4)
+        return;
+    dest = quint8(raw.at(0));
+    src = quint8(raw.at(2));
+    header = Header::Type(quint8(raw.at(3)));
+    data = raw.mid(4, lengthByte(raw, 0));
+}
+
+unsigned char Package::calkCrc(const QByteArray& bytes) const
+{
+    return checksumOf(bytes.constData(), bytes.size());
+}
+
+QString Package::getName() const
+{
+    return QStringLiteral("%1 (%2)")
+        .arg(QString::fromLatin1(headerEnum().valueToKey(int(header))))
+        .arg(int(header));
+}
+
+QString Package::toLog() const
+{
+    QString hex;
+    if (!data.isEmpty())
+        hex = QLatin1Char(' ') + QString::fromLatin1(data.toHex(' ').toUpper());
+    return QStringLiteral("%1, data ='%2', src = %3, dest = %4")
+        .arg(getName(), hex)
+        .arg(unsigned(src))
+        .arg(unsigned(dest));
+}
+
+Request::Request() = default;
+
+Request::Request(Header::Type type, const QByteArray& bytes)
+{
+    header = type;
+    data = bytes;
+}
+
+Request::~Request() = default;
+
+void Request::setAddress(unsigned char address) const
+{
+    dest = address;
+}
+
+void Request::setUint(unsigned int value, int pos, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        const int at = pos + i;
+        if (at < 0)
+            continue;
+        if (at >= data.size())
+            data.append(QByteArray(at - data.size() + 1, '\0'));
+        data[at] = char(i < 4 ? (value >> (8 * i)) & 0xFF : 0);
+    }
+}
+
+bool Request::canBeSentAgain() const
+{
+    return true;
+}
+
+Response::Response() : valid(false) {}
+
+Response::Response(const Response& other) : Package(), valid(other.valid)
+{
+    assign(other);
+}
+
+Response& Response::operator=(const Response& other)
+{
+    if (this != &other) {
+        assign(other);
+        buffer.clear();
+        valid = other.valid;
+    }
+    return *this;
+}
+
+Response::~Response() = default;
+
+void Response::addRawData(const QByteArray& raw)
+{
+    valid = false;
+    buffer.append(raw);
+
+    // Bytes before pos are consumed; the buffer is compacted once at the end so that
+    // resynchronising over a long run of garbage stays linear.
+    const char* const bytes = buffer.constData();
+    const int size = buffer.size();
+    int pos = 0;
+    while (size - pos > 4) {
+        const int expected = (lengthByte(buffer, pos) + 5) & 0xFF;
+        if (expected > size - pos)
+            break;
+        if (checksumOf(bytes + pos, expected) != 0) {
+            ++pos;
+            continue;
+        }
+        if (quint8(bytes[pos + 2]) == 1) {
+            // Our own frame heard back on the single-wire bus. A length byte of 251
+            // announces a frame of 0 bytes; it is dropped like garbage so that the
+            // scan always moves on.
+            pos += expected > 0 ? expected : 1;
+            continue;
+        }
+        setRawData(pos == 0 ? buffer : buffer.mid(pos));
+        buffer.clear();
+        valid = true;
+        return;
+    }
+    if (pos > 0)
+        buffer.remove(0, pos);
+}
+
+bool Response::isValid() const
+{
+    return valid;
+}
+
+bool Response::isNAK() const
+{
+    return header == Header::NAK;
+}
+
+bool Response::isBUSY() const
+{
+    return header == Header::BUSY;
+}
+
+unsigned int Response::getUint(int pos, int count) const
+{
+    const int n = qMin(count, data.size() - pos);
+    unsigned int result = 0;
+    // Bytes beyond the fourth do not fit the result.
+    for (int i = 0; i < n && i < 4; ++i)
+        result += unsigned(getByte(pos + i)) << (8 * i);
+    return result;
+}
+
+unsigned char Response::getByte(int index) const
+{
+    if (index < 0 || index >= data.size())
+        return 0;
+    return quint8(data.at(index));
+}
+
+Response::operator QByteArray() const
+{
+    return data;
+}
+
+Response Response::fromHex(const QString& text)
+{
+    Response response;
+    response.setRawData(QByteArray::fromHex(text.toUtf8()));
+    response.valid = true;
+    return response;
+}
+
+} // namespace CcTalk

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "cctalk/header.h"
+
+#include <QByteArray>
+#include <QString>
+
+namespace CcTalk {
+
+// One ccTalk frame: [dest][data length][src][header][data...][checksum].
+class Package
+{
+public:
+    Package();
+    virtual ~Package();
+
+    void assign(const Package& other);
+
+    Header::Type getHeader() const;
+    bool operator==(const Package& other) const;
+
+    // The frame bytes, checksum included.
+    operator QByteArray() const;
+
+    // Takes the first frame of the bytes; the checksum is not checked here.
+    void setRawData(const QByteArray& raw);
+
+    // Two's complement of the 8-bit sum of the first k bytes, k being the low byte of
+    // the array size read as a signed number; 0 when k is not 1 to 127. A whole frame
+    // with a correct checksum yields 0.
+    unsigned char calkCrc(const QByteArray& bytes) const;
+
+    // "key (value)" of the header.
+    QString getName() const;
+    QString toLog() const;
+
+    unsigned char getDestination() const { return dest; }
+    unsigned char getSource() const { return src; }
+    const QByteArray& getData() const { return data; }
+
+protected:
+    // Requests reach the bus device as const references and are addressed there.
+    mutable unsigned char dest;
+    unsigned char src;
+    Header::Type header;
+    QByteArray data;
+};
+
+// A frame the host sends.
+class Request : public Package
+{
+public:
+    Request();
+    Request(Header::Type type, const QByteArray& bytes);
+    ~Request() override;
+
+    void setAddress(unsigned char address) const;
+
+    // Writes count bytes of value little-endian from position pos, growing the data.
+    void setUint(unsigned int value, int pos, int count);
+
+    // False for commands whose repetition could pay out twice.
+    virtual bool canBeSentAgain() const;
+};
+
+// A frame the host receives, assembled from whatever pieces the line delivers.
+class Response : public Package
+{
+public:
+    Response();
+    Response(const Response& other);
+    Response& operator=(const Response& other);
+    ~Response() override;
+
+    // Appends received bytes; skips the host's own echo (source 1) and garbage, and
+    // completes on the first checksum-correct frame from another station.
+    void addRawData(const QByteArray& raw);
+
+    bool isValid() const;
+    bool isNAK() const;
+    bool isBUSY() const;
+
+    // Little-endian number from the data; a field running past the end is shortened.
+    unsigned int getUint(int pos, int count) const;
+    // Data byte at index; 0 outside the data.
+    unsigned char getByte(int index) const;
+
+    // The data bytes only.
+    operator QByteArray() const;
+
+    // Canned answer from hexadecimal frame text, marked valid without a checksum test.
+    static Response fromHex(const QString& text);
+
+protected:
+    QByteArray buffer;
+    bool valid;
+};
+
+} // namespace CcTalk
