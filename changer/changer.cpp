@@ -1,0 +1,517 @@
+#include "changer/changer.h"
+
+#include "cctalk/commands.h"
+#include "host/timer.h"
+
+#include <QDateTime>
+#include <QMetaType>
+#include <QPair>
+#include <QStringList>
+
+#include <cstdlib>
+
+namespace CcTalk {
+
+namespace {
+
+const int pollIntervalMsecs = 200;
+const int waitPollMsecs = 1000;
+const int resetPauseMsecs = 5000;
+
+const int hopperUnitType = 1;
+const int cashboxUnitType = 3;
+const int unitFaultState = 3;
+
+// Audit counter groups: coins accepted per coin position, and the two counters
+// whose sum is a hopper's coins counted out (the first also counts the cycles
+// of its ejection mechanism).
+const unsigned char acceptedGroup = 70;
+const unsigned char paidOutGroup = 80;
+const unsigned char purgedGroup = 87;
+
+const int serviceInterval = 500000;
+const int clockToleranceSecs = 10;
+
+// Longest data for which a frame carries the ordinary ccTalk checksum.
+const int maxFrameData = 123;
+const long long coinsPerPair = 255;
+
+QString amountText(unsigned int denom)
+{
+    return QString::number(denom * 0.01, 'f', 2);
+}
+
+// "hopper3" -> 3; the low 8 bits of the number, 0 when the rest is not a number.
+unsigned char hopperNumber(const QString& unitName)
+{
+    return static_cast<unsigned char>(QString(unitName).remove(QStringLiteral("hopper")).toUInt());
+}
+
+// Data bytes of a dispense pattern asking a hopper for count coins.
+long long patternBytes(long long count)
+{
+    if (count <= 0)
+        return count == 0 ? 0 : 2;
+    return 2 * (count / coinsPerPair + (count % coinsPerPair != 0 ? 1 : 0));
+}
+
+} // namespace
+
+bool Changer::needReset = false;
+
+Changer::Changer(QObject* parent) : Device(parent), pollTimer(new Timer(this)), reserved(-1), accepting(false)
+{
+    if (!QMetaType::type("SumDetailed"))
+        qRegisterMetaType<SumDetailed>("SumDetailed");
+    pollTimer->setInterval(pollIntervalMsecs);
+    pollTimer->setSingleShot(true);
+    QObject::connect(pollTimer, &Timer::timeout, this, &Changer::checkMoneyIn);
+}
+
+Changer::~Changer() = default;
+
+void Changer::init()
+{
+    resetIfNeeded();
+    commonInit();
+    setTime();
+    checkState();
+    loadCashUnits();
+}
+
+void Changer::connect()
+{
+    Device::connect();
+    waitNotState(ReqActivityRegResp::Initialisation, 300,
+                 QStringLiteral("завершения инициализации устройства"), true);
+}
+
+QList<CashControlUnit> Changer::getUnits()
+{
+    waitNotState(ReqActivityRegResp::Initialisation, 300,
+                 QStringLiteral("завершения инициализации устройства"), false);
+    loadCashUnits();
+    return units;
+}
+
+CashControlUnit Changer::getUnit(const QString& unitName)
+{
+    const QList<CashControlUnit> known = units;
+    for (const CashControlUnit& unit : known) {
+        if (unit.name == unitName)
+            return unit;
+    }
+    throwError<Exception>(QStringLiteral("Модуль не найден"));
+}
+
+QSet<unsigned int> Changer::getAcceptableDenoms()
+{
+    return acceptableDenoms;
+}
+
+QString Changer::describeUnit(unsigned char unit)
+{
+    const Response serialNumber = exec(ReqUnitInfo(ReqUnitInfo::Unit(unit), ReqUnitInfo::SerialNumber));
+    const Response firmware = exec(ReqUnitInfo(ReqUnitInfo::Unit(unit), ReqUnitInfo::Firmware));
+    const Response model = exec(ReqUnitInfo(ReqUnitInfo::Unit(unit), ReqUnitInfo::Model));
+    // The device's texts end at the first zero byte, and so does the whole line.
+    QByteArray line = QStringLiteral(" модель: ").toUtf8();
+    line += QByteArray(model);
+    line += QStringLiteral(", прошивка: ").toUtf8();
+    line += QByteArray(firmware);
+    line += QStringLiteral(", серия: ").toUtf8();
+    return QString::fromUtf8(line.constData()) + QString::number(serialNumber.getUint(0, 3));
+}
+
+void Changer::loadCashUnits()
+{
+    logInfo(QStringLiteral("Получение информации о модулях"));
+    units.clear();
+    acceptableDenoms = QSet<unsigned int>();
+
+    const ReqErrorStatusResp status(exec(ReqErrorStatus()));
+    const ReqVarSetResp vars(exec(ReqVarSet()));
+    const int positions = vars.getVar(0);
+    const int hoppers = vars.getVar(1);
+
+    logInfo(QStringLiteral("Приемник монет"));
+    logInfo(describeUnit(ReqUnitInfo::CoinAcceptor));
+    QStringList coins;
+    for (int p = 1; p <= positions; ++p) {
+        const ReqCoinIdResp coin(exec(ReqCoinId(static_cast<unsigned char>(p))));
+        const CoinId id = coin.getDenom();
+        coinDenoms[static_cast<unsigned char>(p)] = id.getDenom();
+        coins << QStringLiteral("%1 - %2").arg(QString::number(p), id.getName());
+    }
+    logInfo(QStringLiteral(" валюты: ") + coins.join(QStringLiteral(", ")));
+
+    for (int h = 1; h <= hoppers; ++h) {
+        const auto unit = static_cast<unsigned char>(h + ReqUnitInfo::CoinAcceptor);
+        const Response enabled = exec(ReqUnitInfo(ReqUnitInfo::Unit(unit), ReqUnitInfo::Enabled));
+        if (enabled.getByte(0) == 0) {
+            logInfo(QStringLiteral("Хоппер ") + QString::number(h) + QStringLiteral(" отключен"));
+            continue;
+        }
+        logInfo(QStringLiteral("Хоппер ") + QString::number(h));
+        logInfo(describeUnit(unit));
+        const ReqHopperBalanceResp balance(exec(ReqHopperBalance(h)));
+        const Response capacity = exec(ReqUnitInfo(ReqUnitInfo::Unit(unit), ReqUnitInfo::Capacity));
+        const CoinId id = balance.getDenom();
+        const unsigned int count = balance.getCount();
+        const unsigned int coinsHeld = capacity.getUint(0, 2);
+        logInfo(QStringLiteral(" валюта: ") + id.getName() + QStringLiteral(", кол-во: ") +
+                QString::number(count) + QStringLiteral(", емкость: ") + QString::number(coinsHeld));
+
+        CashControlUnit hopper;
+        hopper.name = QStringLiteral("hopper") + QString::number(h);
+        hopper.type = hopperUnitType;
+        hopper.operations = 0x8021330;
+        hopper.flag = 1;
+        hopper.denom = id.getDenom();
+        hopper.count = count;
+        hopper.sum = 0;
+        hopper.capacity = static_cast<int>(coinsHeld);
+        hopper.limit3 = 50;
+        hopper.state = status.isDeviceHasError(ReqErrorStatusResp::Hopper, h) ? unitFaultState : 0;
+        units.append(hopper);
+        acceptableDenoms.insert(hopper.denom);
+    }
+
+    // Acceptable means recycled by a hopper and recognised by the acceptor.
+    acceptableDenoms.intersect(QSet<unsigned int>(coinDenoms.cbegin(), coinDenoms.cend()));
+
+    logInfo(QStringLiteral("Кэшбокс"));
+    const ReqCashboxValueResp cashbox(exec(ReqCashboxValue()));
+    const unsigned int cashboxSum = cashbox.getSum();
+    logInfo(QStringLiteral(" сумма: ") + amountText(cashboxSum));
+
+    CashControlUnit box;
+    box.name = QStringLiteral("cashbox");
+    box.type = cashboxUnitType;
+    box.operations = 0x10;
+    box.sum = cashboxSum;
+    box.state = status.isDeviceHasError(ReqErrorStatusResp::Cashbox, 0) ? unitFaultState : 0;
+    units.append(box);
+}
+
+void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
+{
+    logInfo(QStringLiteral("Режим приема монет: ") +
+            (fast ? QStringLiteral("ускоренный") : QStringLiteral("нормальный")));
+    exec(ModVarSet(fast ? 255 : 0));
+
+    QSet<unsigned int> allowed = acceptableDenoms;
+    allowed.subtract(excluded);
+    unsigned short mask = 0;
+    QStringList names;
+    for (auto it = coinDenoms.cbegin(); it != coinDenoms.cend(); ++it) {
+        if (!allowed.contains(it.value()))
+            continue;
+        // The inhibit register has one bit per position, positions 1 to 16.
+        if (it.key() >= 1 && it.key() <= 16)
+            mask |= static_cast<unsigned short>(1u << (it.key() - 1));
+        const QString text = amountText(it.value());
+        if (!names.contains(text))
+            names << text;
+    }
+    logInfo(QStringLiteral("Доступные номиналы: ") + names.join(QStringLiteral(", ")));
+
+    lastCoinCounts.clear();
+    exec(ModInhibitStatus(mask));
+    accepting = true;
+    pollTimer->start();
+}
+
+void Changer::cashInStop()
+{
+    const bool polling = pollTimer->isActive();
+    accepting = false;
+    pollTimer->stop();
+    exec(ModInhibitStatus(0));
+    waitNotState(ReqActivityRegResp::CoinAcceptance, 300, QStringLiteral("завершения приема монет"), true);
+    // Coins that landed after the last poll.
+    if (polling)
+        checkMoneyIn();
+}
+
+void Changer::checkMoneyIn()
+{
+    try {
+        const ReqCoinsInByTypeResp answer(exec(ReqCoinsInByType()));
+        const QMap<unsigned char, unsigned int> counts = answer.getCounts();
+        SumDetailed sum;
+        for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
+            // No roll-over correction: a counter that went down reports the unsigned difference.
+            const unsigned int added = it.value() - lastCoinCounts.value(it.key(), 0);
+            if (added != 0)
+                sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(added);
+        }
+        lastCoinCounts = counts;
+        if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
+            logInfo(QStringLiteral("Принято: ") + sum.toString());
+            emit received(sum);
+        }
+        checkError();
+        if (accepting)
+            pollTimer->start();
+    } catch (const std::exception& e) {
+        emit error(QStringLiteral("Монетоприемник: ") + QString::fromUtf8(e.what()));
+    }
+}
+
+void Changer::checkState()
+{
+    if (!delayedError.isEmpty()) {
+        const QString message = delayedError;
+        delayedError.clear();
+        throwError<Exception>(message);
+    }
+    resetIfNeeded();
+    Device::checkState();
+    const ReqActivityRegResp activity(exec(ReqActivityReg()));
+    if (activity.checkFlag(ReqActivityRegResp::CoinAcceptance))
+        cashInStop();
+    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выдачи монет"), true);
+    checkError();
+}
+
+void Changer::checkError()
+{
+    const ReqActivityRegResp activity(exec(ReqActivityReg()));
+    const bool fault = activity.checkFlag(ReqActivityRegResp::Fault);
+    const bool warning = activity.checkFlag(ReqActivityRegResp::Warning);
+    if (!fault && !warning)
+        return;
+    bool warnOnly = warning;
+
+    const ReqErrorStatusResp status(exec(ReqErrorStatus()));
+    // A flagged bit without a reported error is ignored.
+    if (!status.hasError())
+        return;
+    if (status.isFatal())
+        warnOnly = false;
+
+    const SelfcheckResp check(exec(Selfcheck()));
+    QString message;
+    if (check.hasError()) {
+        if (check.isFatal())
+            warnOnly = false;
+        message = check.getError();
+        if (check.isDelayedError())
+            delayedError = message;
+    } else {
+        message = status.getError();
+    }
+
+    if (warnOnly) {
+        logWarn(message);
+        return;
+    }
+    needReset = true;
+    throwError<Exception>(message);
+}
+
+void Changer::waitNotState(int state, int polls, const QString& text, bool checkErrors)
+{
+    const auto flag = static_cast<ReqActivityRegResp::State>(state);
+    ReqActivityRegResp activity(exec(ReqActivityReg()));
+    if (!activity.checkFlag(flag))
+        return;
+    logInfo(QStringLiteral("Выполняется ожидание ") + text + QStringLiteral("..."));
+    for (int i = 0; i < polls; ++i) {
+        if (!activity.checkFlag(flag))
+            break;
+        sleep(waitPollMsecs);
+        if (checkErrors)
+            checkError();
+        activity = exec(ReqActivityReg());
+    }
+    if (activity.checkFlag(flag))
+        throwError<Exception>(QStringLiteral("Таймаут ожидания ") + text);
+}
+
+void Changer::resetIfNeeded()
+{
+    if (!needReset)
+        return;
+    logInfo(QStringLiteral("Выполняется сброс"));
+    exec(Reset());
+    // Only after the reset went through: a failed one is tried again next time.
+    needReset = false;
+    sleep(resetPauseMsecs);
+}
+
+hw::CcUnitMaintenanceInfo Changer::maintanenceInfo(const QString& unitName)
+{
+    hw::CcUnitMaintenanceInfo info;
+    const CashControlUnit unit = getUnit(unitName);
+    if (unit.type == hopperUnitType) {
+        const ReqAuditCounterResp counter(exec(ReqAuditCounter(paidOutGroup, hopperNumber(unit.name))));
+        info.unitName = unit.name;
+        info.interval = serviceInterval;
+        info.status = true;
+        info.cycles = static_cast<int>(counter.value());
+        if (info.cycles > serviceInterval) {
+            info.status = false;
+            info.description = QStringLiteral("износ выбрасывающего механизма");
+        }
+    }
+    logInfo(QStringLiteral("%1, статус %3, кол-во циклов %4, интервал обслуживания %5")
+                .arg(info.unitName, info.status ? QStringLiteral("OK") : info.description,
+                     QString::number(info.cycles), QString::number(info.interval)));
+    return info;
+}
+
+void Changer::maintanenceDone(const QString& unitName)
+{
+    const CashControlUnit unit = getUnit(unitName);
+    if (unit.type == hopperUnitType)
+        exec(ClearAuditCounter(paidOutGroup, hopperNumber(unit.name)));
+}
+
+void Changer::setTime()
+{
+    const ReqRealTimeClockResp answer(exec(ReqRealTimeClock()));
+    const QDateTime deviceTime = answer.getTime();
+    logInfo(QStringLiteral("Время в устройстве: ") +
+            deviceTime.toString(QStringLiteral("dd.MM.yyyy hh:mm:ss")));
+    const QDateTime now = QDateTime::currentDateTime();
+    if (std::llabs(now.secsTo(deviceTime)) > clockToleranceSecs) {
+        logInfo(QStringLiteral("Установка времени"));
+        exec(ModRealTimeClock(now));
+    }
+}
+
+void Changer::refuseAmount() const
+{
+    throwError<Exception>(QStringLiteral("Некорректная сумма"));
+}
+
+SumDetailed Changer::cashOut(ECashControl::ChangeMode mode, long long sum)
+{
+    // The payout command carries the amount in 32 bits.
+    if (sum < 0 || sum > 0xFFFFFFFFLL)
+        refuseAmount();
+    snapshot = getHoppersCounters();
+    exec(SetChangeAlgorithm(mode == ECashControl::Optimal ? SetChangeAlgorithm::Balanced
+                                                          : SetChangeAlgorithm::LargestFirst));
+    exec(PayMoneyOut(static_cast<unsigned int>(sum)));
+    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выдачи монет"), true);
+    return getLastCashOut();
+}
+
+SumDetailed Changer::cashOut(SumDetailed coins)
+{
+    for (auto it = coins.denoms.cbegin(); it != coins.denoms.cend(); ++it) {
+        if (it.value() < 0)
+            refuseAmount();
+    }
+    // The pattern is planned before anything is sent, so that a request too long for
+    // one frame never reaches the device.
+    QList<QPair<unsigned char, long long>> plan;
+    long long bytes = 0;
+    const QList<CashControlUnit> known = units;
+    for (const CashControlUnit& unit : known) {
+        if (unit.type != hopperUnitType || coins.denoms.value(unit.denom, 0) == 0)
+            continue;
+        const long long count = coins.denoms.take(unit.denom);
+        bytes += patternBytes(count);
+        if (bytes > maxFrameData)
+            refuseAmount();
+        plan.append(qMakePair(hopperNumber(unit.name), count));
+    }
+
+    snapshot = getHoppersCounters();
+    DispenseHopperPattern pattern;
+    int polls = 60;
+    for (const auto& entry : plan) {
+        pattern.addCount(entry.first, entry.second);
+        polls += static_cast<int>(2 * entry.second);
+    }
+    exec(pattern);
+    waitNotState(ReqActivityRegResp::Payout, polls, QStringLiteral("завершения выдачи монет"), true);
+    return getLastCashOut();
+}
+
+SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
+{
+    if (patternBytes(count) > maxFrameData)
+        refuseAmount();
+    snapshot = getHoppersCounters();
+    DispenseHopperPattern pattern;
+    pattern.addCount(hopper, count);
+    exec(pattern);
+    waitNotState(ReqActivityRegResp::Payout, static_cast<int>(60 + 2 * count),
+                 QStringLiteral("завершения выдачи монет"), true);
+    return getLastCashOut();
+}
+
+SumDetailed Changer::purge(unsigned char hopper)
+{
+    snapshot = getHoppersCounters();
+    exec(PurgeHopper(hopper, 0));
+    waitNotState(ReqActivityRegResp::Payout, 2000, QStringLiteral("завершения выдачи монет"), true);
+    return getLastCashOut();
+}
+
+SumDetailed Changer::getLastCashOut()
+{
+    const QMap<unsigned int, long long> now = getHoppersCounters();
+    SumDetailed paid;
+    for (auto it = now.cbegin(); it != now.cend(); ++it) {
+        const long long difference = it.value() - snapshot.value(it.key(), 0);
+        paid.denoms[it.key()] = difference < 0 ? 0 : difference;
+    }
+    return paid;
+}
+
+SumDetailed Changer::getAcceptedCounters()
+{
+    waitNotState(ReqActivityRegResp::CoinAcceptance, 10, QStringLiteral("завершения приема монет"), true);
+    SumDetailed accepted;
+    for (auto it = coinDenoms.cbegin(); it != coinDenoms.cend(); ++it) {
+        const ReqAuditCounterResp counter(exec(ReqAuditCounter(acceptedGroup, it.key())));
+        accepted.denoms[it.value()] += counter.value();
+    }
+    return accepted;
+}
+
+QMap<unsigned int, long long> Changer::getHoppersCounters()
+{
+    QMap<unsigned int, long long> counters;
+    QStringList entries;
+    const QList<CashControlUnit> known = units;
+    for (const CashControlUnit& unit : known) {
+        if (unit.type != hopperUnitType)
+            continue;
+        const unsigned char hopper = hopperNumber(unit.name);
+        const ReqAuditCounterResp paidOut(exec(ReqAuditCounter(paidOutGroup, hopper)));
+        counters[unit.denom] += paidOut.value();
+        const ReqAuditCounterResp purged(exec(ReqAuditCounter(purgedGroup, hopper)));
+        counters[unit.denom] += purged.value();
+        const long long total = static_cast<long long>(paidOut.value()) + purged.value();
+        entries << QStringLiteral("%1 x %2").arg(amountText(unit.denom), QString::number(total));
+    }
+    logInfo(QStringLiteral("Счетчики хопперов: ") + entries.join(QStringLiteral(", ")));
+    return counters;
+}
+
+SumDetailed Changer::getDispensedCounters()
+{
+    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выема монет"), true);
+    SumDetailed dispensed;
+    dispensed.denoms = getHoppersCounters();
+    return dispensed;
+}
+
+void Changer::setCashboxSum(unsigned int sum)
+{
+    exec(ModifyCashboxValue(sum));
+}
+
+void Changer::setHopperCount(unsigned char hopper, unsigned short count)
+{
+    exec(ModHopperBalance(hopper, count));
+}
+
+} // namespace CcTalk

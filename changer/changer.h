@@ -1,0 +1,98 @@
+#pragma once
+
+#include "cashcontrol/cashcontrolunit.h"
+#include "cashcontrol/ccunitmaintenanceinfo.h"
+#include "cashcontrol/ecashcontrol.h"
+#include "cashcontrol/sumdetailed.h"
+#include "cctalk/device.h"
+
+#include <QList>
+#include <QMap>
+#include <QSet>
+#include <QString>
+
+class Timer;
+
+namespace CcTalk {
+
+// The CPI BCR coin recycler as a whole: a coin acceptor with up to 16 coin positions,
+// hoppers of one denomination each, and a cashbox. Waits for the device poll its
+// activity register once a second; coin acceptance is polled every 200 ms by a
+// single-shot timer that is re-armed only after a poll that ended normally.
+class Changer : public Device
+{
+    Q_OBJECT
+public:
+    explicit Changer(QObject* parent = nullptr);
+    ~Changer() override;
+
+    // Throws a pending delayed error first; otherwise resets if a fault asked for it,
+    // checks the link, ends a coin acceptance still running, waits for a payout to
+    // finish and checks for faults.
+    void checkState() override;
+    // Simple poll, then waits while the device initialises.
+    void connect() override;
+
+    virtual void init();
+    virtual QList<CashControlUnit> getUnits();
+    virtual void setHopperCount(unsigned char hopper, unsigned short count);
+    virtual void setCashboxSum(unsigned int sum);
+    // Looks the unit up in the list of the last discovery; the device is not asked.
+    virtual CashControlUnit getUnit(const QString& unitName);
+    virtual QSet<unsigned int> getAcceptableDenoms();
+    virtual void cashInStart(bool fast, const QSet<unsigned int>& excluded);
+    virtual void cashInStop();
+    // Each payout returns what the hopper counters say was paid.
+    virtual SumDetailed cashOut(ECashControl::ChangeMode mode, long long sum);
+    virtual SumDetailed cashOut(SumDetailed coins);
+    virtual SumDetailed cashOut(unsigned char hopper, unsigned int count);
+    virtual SumDetailed getLastCashOut();
+    virtual SumDetailed getAcceptedCounters();
+    virtual SumDetailed getDispensedCounters();
+    // Returns normally when no fault is flagged or the fault is only a warning.
+    virtual void checkError();
+    virtual SumDetailed purge(unsigned char hopper);
+    virtual hw::CcUnitMaintenanceInfo maintanenceInfo(const QString& unitName);
+    virtual void maintanenceDone(const QString& unitName);
+
+signals:
+    void received(SumDetailed sum);
+    void error(QString msg);
+
+protected slots:
+    // One acceptance poll. Failures are not thrown (the timer has no caller to
+    // catch them) but emitted as error() and end the polling.
+    virtual void checkMoneyIn();
+
+public:
+    virtual void loadCashUnits();
+    // Coins counted out per denomination, summed over the hoppers holding it.
+    virtual QMap<unsigned int, long long> getHoppersCounters();
+    virtual void resetIfNeeded();
+    // Sets the device clock when it is more than 10 seconds away from the host's.
+    virtual void setTime();
+    // Polls the activity register once a second while the state bit is set; throws
+    // "Таймаут ожидания " + text when it is still set after the given polls.
+    virtual void waitNotState(int state, int polls, const QString& text, bool checkErrors);
+
+protected:
+    QList<CashControlUnit> units;
+    QSet<unsigned int> acceptableDenoms;
+    QMap<unsigned char, unsigned int> lastCoinCounts;
+    Timer* pollTimer;
+    QMap<unsigned char, unsigned int> coinDenoms;
+    int reserved;
+    QMap<unsigned int, long long> snapshot;
+    bool accepting;
+    QString delayedError;
+
+    // Set by a fault raised as an exception; the next init() or checkState() resets
+    // the device first.
+    static bool needReset;
+
+private:
+    QString describeUnit(unsigned char unit);
+    void refuseAmount() const;
+};
+
+} // namespace CcTalk
