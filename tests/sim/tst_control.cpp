@@ -1,0 +1,168 @@
+#include "control.h"
+#include "simulator.h"
+
+#include <QtTest>
+
+namespace {
+
+sim::Config fastConfig()
+{
+    sim::Config c = sim::Config::defaults();
+    c.coinAcceptMs = 2;
+    c.payoutMsPerCoin = 2;
+    return c;
+}
+
+QByteArray ask(sim::Simulator& s, const char* hexFrame)
+{
+    QByteArray answer;
+    s.withDevice([&](sim::Device& d) { answer = d.handleFrame(QByteArray::fromHex(hexFrame)); });
+    return answer.toHex(' ').toUpper();
+}
+
+} // namespace
+
+class TestControl : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void helpListsEveryCommand();
+    void deviceCommands();
+    void faultCommands();
+    void lineCommands();
+    void observation();
+    void badInput_data();
+    void badInput();
+    void quit();
+};
+
+void TestControl::helpListsEveryCommand()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    const QString help = c.execute(QStringLiteral("help"));
+    for (const char* word :
+         {"coin",    "error",  "selfcheck", "activity", "jam",     "empty",   "door",  "hopper",
+          "cashbox", "drop",   "busy",      "nak",      "corrupt", "garbage", "split", "babble",
+          "silent",  "pacing", "echo",      "status",   "counter", "log",     "port",  "quit"})
+        QVERIFY2(help.contains(QLatin1String(word)), word);
+    QCOMPARE(c.execute(QString()), QString());
+    QCOMPARE(c.execute(QStringLiteral("   ")), QString());
+}
+
+void TestControl::deviceCommands()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    QCOMPARE(ask(s, "37 02 01 E7 FF 00 E0"), QByteArray("01 00 37 00 C8")); // positions 1 to 8
+    QCOMPARE(c.execute(QStringLiteral("coin 4 3")), QStringLiteral("ok"));
+    QCOMPARE(c.execute(QStringLiteral("coin 5")), QStringLiteral("ok"));
+    QTRY_COMPARE_WITH_TIMEOUT(s.valueAccepted(), quint64(3010), 2000);
+    QCOMPARE(s.hopperCount(1), 203);
+    QCOMPARE(s.cashbox(), 10u);
+    QCOMPARE(c.execute(QStringLiteral("hopper 2 17")), QStringLiteral("ok"));
+    QCOMPARE(s.hopperCount(2), 17);
+    QCOMPARE(c.execute(QStringLiteral("cashbox 0x100")), QStringLiteral("ok"));
+    QCOMPARE(s.cashbox(), 256u);
+    QCOMPARE(c.execute(QStringLiteral("counter 70 4")), QStringLiteral("3"));
+}
+
+void TestControl::faultCommands()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    QCOMPARE(c.execute(QStringLiteral("error 3 2")), QStringLiteral("ok"));
+    QCOMPARE(s.errorStatus(), qMakePair(quint8(3), quint8(2)));
+    QCOMPARE(c.execute(QStringLiteral("selfcheck 35 2")), QStringLiteral("ok"));
+    QCOMPARE(s.selfCheck(), qMakePair(quint8(35), quint8(2)));
+    QCOMPARE(c.execute(QStringLiteral("activity 4112")), QStringLiteral("ok"));
+    QCOMPARE(s.activityRegister(), quint16(4112));
+    QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
+    QCOMPARE(s.activityRegister(), quint16(0));
+    QCOMPARE(s.errorStatus(), qMakePair(quint8(0), quint8(0)));
+
+    QCOMPARE(c.execute(QStringLiteral("door open")), QStringLiteral("ok"));
+    QCOMPARE(s.selfCheck(), qMakePair(quint8(51), quint8(0)));
+    QCOMPARE(s.activityRegister(), quint16(16));
+    QCOMPARE(c.execute(QStringLiteral("door close")), QStringLiteral("ok"));
+    QCOMPARE(s.activityRegister(), quint16(0));
+
+    QCOMPARE(c.execute(QStringLiteral("jam 1")), QStringLiteral("ok"));
+    QCOMPARE(ask(s, "37 02 01 55 01 03 6D"), QByteArray("01 00 37 00 C8"));
+    QTRY_COMPARE_WITH_TIMEOUT(s.activityRegister(), quint16(16), 2000);
+    QCOMPARE(s.errorStatus(), qMakePair(quint8(1), quint8(2)));
+    QCOMPARE(c.execute(QStringLiteral("jam 1 off")), QStringLiteral("ok"));
+    QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
+
+    QCOMPARE(c.execute(QStringLiteral("empty 4")), QStringLiteral("ok"));
+    QCOMPARE(ask(s, "37 02 01 55 04 01 6C"), QByteArray("01 00 37 00 C8"));
+    QTRY_COMPARE_WITH_TIMEOUT(s.activityRegister(), quint16(4096), 2000);
+    QCOMPARE(s.errorStatus(), qMakePair(quint8(4), quint8(1)));
+    QCOMPARE(s.hopperCount(4), 0);
+}
+
+void TestControl::lineCommands()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    for (const char* line :
+         {"drop 2", "busy 1", "nak", "nak 3", "corrupt", "corrupt 2", "garbage AA BB", "garbage 00ff",
+          "split 3 20", "babble on", "babble off", "silent on", "silent off", "pacing on", "pacing off",
+          "echo off", "echo on", "clear line", "clear log"})
+        QCOMPARE(c.execute(QString::fromLatin1(line)), QStringLiteral("ok"));
+}
+
+void TestControl::observation()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    const QString status = c.execute(QStringLiteral("status"));
+    QVERIFY(status.contains(QStringLiteral("hopper 1: RU1K0A count 200 capacity 800")));
+    QVERIFY(status.contains(QStringLiteral("hopper 5: RU050B count 0 capacity 1200 disabled")));
+    QVERIFY(status.contains(QStringLiteral("cashbox: 0")));
+    QCOMPARE(c.execute(QStringLiteral("log")), QStringLiteral("(no commands received)"));
+    QCOMPARE(c.execute(QStringLiteral("port")), QString());
+}
+
+void TestControl::badInput_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::newRow("unknown") << QStringLiteral("fly away");
+    QTest::newRow("coin 0") << QStringLiteral("coin 0");
+    QTest::newRow("coin 17") << QStringLiteral("coin 17");
+    QTest::newRow("coin text") << QStringLiteral("coin one");
+    QTest::newRow("error 256") << QStringLiteral("error 1 256");
+    QTest::newRow("error one arg") << QStringLiteral("error 1");
+    QTest::newRow("door ajar") << QStringLiteral("door ajar");
+    QTest::newRow("hopper 9") << QStringLiteral("hopper 9 1");
+    QTest::newRow("garbage odd") << QStringLiteral("garbage ABC");
+    QTest::newRow("garbage not hex") << QStringLiteral("garbage zz");
+    QTest::newRow("split one piece") << QStringLiteral("split 1 10");
+    QTest::newRow("babble maybe") << QStringLiteral("babble maybe");
+    QTest::newRow("clear all") << QStringLiteral("clear all");
+    QTest::newRow("activity big") << QStringLiteral("activity 65536");
+}
+
+void TestControl::badInput()
+{
+    QFETCH(QString, line);
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    const QString before = c.execute(QStringLiteral("status"));
+    QVERIFY(c.execute(line).startsWith(QStringLiteral("error: ")));
+    QCOMPARE(c.execute(QStringLiteral("status")), before);
+    QVERIFY(!c.quitRequested());
+}
+
+void TestControl::quit()
+{
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    QVERIFY(!c.quitRequested());
+    c.execute(QStringLiteral("quit"));
+    QVERIFY(c.quitRequested());
+}
+
+QTEST_GUILESS_MAIN(TestControl)
+#include "tst_control.moc"

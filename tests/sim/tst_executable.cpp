@@ -1,0 +1,213 @@
+#include "config.h"
+
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+QByteArray hex(const QByteArray& b)
+{
+    return b.toHex(' ').toUpper();
+}
+
+QByteArray readFd(int fd, int n, int timeoutMs)
+{
+    QByteArray got;
+    QElapsedTimer timer;
+    timer.start();
+    while (got.size() < n && timer.elapsed() < timeoutMs) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, int(timeoutMs - timer.elapsed())) <= 0)
+            break;
+        char buf[512];
+        const ssize_t r = ::read(fd, buf, sizeof buf);
+        if (r <= 0)
+            break;
+        got.append(buf, int(r));
+    }
+    return got;
+}
+
+int openTty(const QString& path)
+{
+    const int fd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    termios t{};
+    if (fd >= 0 && tcgetattr(fd, &t) == 0) {
+        cfmakeraw(&t);
+        tcsetattr(fd, TCSANOW, &t);
+    }
+    return fd;
+}
+
+QByteArray transfer(int fd, const char* hexFrame, int expect)
+{
+    const QByteArray out = QByteArray::fromHex(hexFrame);
+    if (::write(fd, out.constData(), size_t(out.size())) != out.size())
+        return QByteArray();
+    return hex(readFd(fd, expect, 2000));
+}
+
+// Reads the simulator's standard output up to a line that starts with prefix.
+QString lineStartingWith(QProcess& p, const QString& prefix)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 5000) {
+        while (p.canReadLine()) {
+            const QString line = QString::fromUtf8(p.readLine()).trimmed();
+            if (line.startsWith(prefix))
+                return line;
+        }
+        p.waitForReadyRead(100);
+    }
+    return QString();
+}
+
+QString command(QProcess& p, const QString& line, const QString& replyPrefix)
+{
+    p.write((line + QLatin1Char('\n')).toUtf8());
+    p.waitForBytesWritten(1000);
+    return lineStartingWith(p, replyPrefix);
+}
+
+} // namespace
+
+class TestExecutable : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void servesAPseudoTerminalWithControls();
+    void controlThroughAFifo();
+    void dumpConfig();
+    void badConfigurationIsRefused();
+
+private:
+    QTemporaryDir dir_;
+    QString configPath_;
+};
+
+void TestExecutable::initTestCase()
+{
+    QVERIFY(dir_.isValid());
+    QVERIFY(QFileInfo(QStringLiteral(CPIBCR_SIM_EXE)).isExecutable());
+    configPath_ = dir_.filePath(QStringLiteral("sim.json"));
+    QFile f(configPath_);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(
+        R"({"timings": {"coinAcceptMs": 2, "payoutMsPerCoin": 2, "resetInitMs": 10, "answerDelayMs": 0}})");
+}
+
+void TestExecutable::servesAPseudoTerminalWithControls()
+{
+    const QString link = dir_.filePath(QStringLiteral("ttyBCR"));
+    const QString socketPath = dir_.filePath(QStringLiteral("ctl"));
+    QProcess p;
+    p.start(QStringLiteral(CPIBCR_SIM_EXE),
+            {QStringLiteral("--config"), configPath_, QStringLiteral("--link"), link,
+             QStringLiteral("--control"), socketPath});
+    QVERIFY(p.waitForStarted());
+    const QString portLine = lineStartingWith(p, QStringLiteral("port: "));
+    QVERIFY2(portLine.startsWith(QStringLiteral("port: /dev/pts/")), qPrintable(portLine));
+    QVERIFY(!lineStartingWith(p, QStringLiteral("control: ")).isEmpty());
+    QCOMPARE(QFileInfo(link).symLinkTarget(), portLine.mid(6));
+
+    const int tty = openTty(link);
+    QVERIFY(tty >= 0);
+    QCOMPARE(transfer(tty, "37 00 01 FE CA", 10), QByteArray("37 00 01 FE CA 01 00 37 00 C8"));
+
+    QCOMPARE(command(p, QStringLiteral("nak"), QStringLiteral("ok")), QStringLiteral("ok"));
+    QCOMPARE(transfer(tty, "37 00 01 FE CA", 10), QByteArray("37 00 01 FE CA 01 00 37 05 C3"));
+    QCOMPARE(command(p, QStringLiteral("echo off"), QStringLiteral("ok")), QStringLiteral("ok"));
+    QCOMPARE(transfer(tty, "37 02 01 E7 01 00 DE", 5), QByteArray("01 00 37 00 C8")); // enable position 1
+
+    // The same channel on the Unix socket.
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, socketPath.toLocal8Bit().constData(), sizeof addr.sun_path - 1);
+    QCOMPARE(::connect(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    const QByteArray coins = "coin 1 2\n";
+    QCOMPARE(::write(sock, coins.constData(), size_t(coins.size())), ssize_t(coins.size()));
+    QCOMPARE(readFd(sock, 3, 2000), QByteArray("ok\n"));
+    QTest::qWait(50);
+    const QByteArray counter = "counter 70 1\n";
+    QCOMPARE(::write(sock, counter.constData(), size_t(counter.size())), ssize_t(counter.size()));
+    QCOMPARE(readFd(sock, 2, 2000), QByteArray("2\n"));
+    ::close(sock);
+
+    const QString logLine = command(p, QStringLiteral("log 1"), QString());
+    QVERIFY2(logLine.endsWith(QStringLiteral("header 231: 37 02 01 E7 01 00 DE -> 01 00 37 00 C8")),
+             qPrintable(logLine));
+    QVERIFY(!command(p, QStringLiteral("status"), QStringLiteral("hopper 4: RU100A count 402")).isEmpty());
+
+    p.write("quit\n");
+    QVERIFY(p.waitForFinished(5000));
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), 0);
+    ::close(tty);
+    QVERIFY(!QFileInfo::exists(link));
+    QVERIFY(!QFileInfo::exists(socketPath));
+}
+
+void TestExecutable::controlThroughAFifo()
+{
+    const QString fifo = dir_.filePath(QStringLiteral("fifo"));
+    QCOMPARE(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    QProcess p;
+    p.start(QStringLiteral(CPIBCR_SIM_EXE),
+            {QStringLiteral("--config"), configPath_, QStringLiteral("--control"), fifo});
+    QVERIFY(p.waitForStarted());
+    QVERIFY(!lineStartingWith(p, QStringLiteral("control: ")).isEmpty());
+    const int w = ::open(fifo.toLocal8Bit().constData(), O_WRONLY | O_CLOEXEC);
+    QVERIFY(w >= 0);
+    const QByteArray line = "hopper 3 7\n";
+    QCOMPARE(::write(w, line.constData(), size_t(line.size())), ssize_t(line.size()));
+    ::close(w);
+    QCOMPARE(lineStartingWith(p, QStringLiteral("ok")), QStringLiteral("ok"));
+    QVERIFY(!command(p, QStringLiteral("status"), QStringLiteral("hopper 3: RU200A count 7 ")).isEmpty());
+    p.terminate();
+    QVERIFY(p.waitForFinished(5000));
+    QCOMPARE(p.exitCode(), 0);
+}
+
+void TestExecutable::dumpConfig()
+{
+    QProcess p;
+    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--dump-config")});
+    QVERIFY(p.waitForFinished(5000));
+    QCOMPARE(p.exitCode(), 0);
+    QString error;
+    const sim::Config c = sim::Config::fromJson(p.readAllStandardOutput(), &error);
+    QCOMPARE(error, QString());
+    QCOMPARE(c.toJson(), sim::Config::defaults().toJson());
+}
+
+void TestExecutable::badConfigurationIsRefused()
+{
+    const QString bad = dir_.filePath(QStringLiteral("bad.json"));
+    QFile f(bad);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(R"({"hoppers": [{"coin": "RU1"}]})");
+    f.close();
+    QProcess p;
+    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--config"), bad});
+    QVERIFY(p.waitForFinished(5000));
+    QCOMPARE(p.exitCode(), 2);
+    QVERIFY(p.readAllStandardError().contains("RU1"));
+}
+
+QTEST_GUILESS_MAIN(TestExecutable)
+#include "tst_executable.moc"

@@ -1,0 +1,375 @@
+#include "simulator.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <random>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+QByteArray hex(const QByteArray& b)
+{
+    return b.toHex(' ').toUpper();
+}
+
+// The host side of the line, with nothing but termios, read and write.
+class Port
+{
+public:
+    explicit Port(int fd) : fd_(fd) {}
+    explicit Port(const QString& path)
+        : fd_(::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+    {
+        termios t{};
+        if (fd_ >= 0 && tcgetattr(fd_, &t) == 0) {
+            cfmakeraw(&t);
+            cfsetspeed(&t, B115200);
+            tcsetattr(fd_, TCSANOW, &t);
+        }
+    }
+    ~Port()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    bool isOpen() const { return fd_ >= 0; }
+
+    void send(const char* hexBytes) { send(QByteArray::fromHex(hexBytes)); }
+    void send(const QByteArray& b)
+    {
+        const ssize_t n = ::write(fd_, b.constData(), size_t(b.size()));
+        QCOMPARE(n, ssize_t(b.size()));
+    }
+    ssize_t tryWrite(const QByteArray& b) { return ::write(fd_, b.constData(), size_t(b.size())); }
+    // Reads until n bytes have arrived or the time is up.
+    QByteArray read(int n, int timeoutMs)
+    {
+        QByteArray got;
+        QElapsedTimer timer;
+        timer.start();
+        while (got.size() < n) {
+            const qint64 left = timeoutMs - timer.elapsed();
+            if (left <= 0)
+                break;
+            pollfd p{fd_, POLLIN, 0};
+            if (::poll(&p, 1, int(left)) <= 0)
+                break;
+            char buf[512];
+            const ssize_t r = ::read(fd_, buf, sizeof buf);
+            if (r <= 0)
+                break;
+            got.append(buf, int(r));
+        }
+        return got;
+    }
+    // Everything that arrives within the time.
+    QByteArray readFor(int ms) { return read(1 << 20, ms); }
+
+private:
+    int fd_;
+};
+
+sim::Config fastConfig()
+{
+    sim::Config c = sim::Config::defaults();
+    c.coinAcceptMs = 5;
+    c.coinAcceptFastMs = 3;
+    c.payoutMsPerCoin = 2;
+    c.resetInitMs = 20;
+    c.answerDelayMs = 0;
+    c.interByteTimeoutMs = 10;
+    c.babbleIntervalMs = 5;
+    return c;
+}
+
+const QByteArray POLL_ECHO_ACK = "37 00 01 FE CA 01 00 37 00 C8";
+
+} // namespace
+
+class TestSimulator : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void simplePollOverPseudoTerminal();
+    void echoOff();
+    void droppedAnswerStillReachedTheDeviceOnce();
+    void busyAnswersDoNotCarryTheCommandOut();
+    void nakNext();
+    void corruptedChecksum();
+    void garbageBeforeAnswer();
+    void answerInPieces();
+    void babble();
+    void silentDevice();
+    void pacing();
+    void coinsInsertedFromTheApi();
+    void randomBytesOnTheLine();
+    void framesForOtherAddressesAreEchoedOnly();
+    void servesAnExistingDevice();
+    void stopClosesThePort();
+};
+
+void TestSimulator::simplePollOverPseudoTerminal()
+{
+    sim::Simulator s(fastConfig());
+    QString error;
+    QVERIFY2(s.openPty(&error), qPrintable(error));
+    QVERIFY(s.portPath().startsWith(QStringLiteral("/dev/pts/")));
+    Port port(s.portPath());
+    QVERIFY(port.isOpen());
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+    QCOMPARE(s.countHeader(254), 1);
+    const QList<sim::Transaction> log = s.transactions();
+    QCOMPARE(log.size(), 1);
+    QCOMPARE(hex(log.at(0).frame), QByteArray("37 00 01 FE CA"));
+    QCOMPARE(hex(log.at(0).answer), QByteArray("01 00 37 00 C8"));
+    QVERIFY(log.at(0).msecsSinceStart >= 0);
+}
+
+void TestSimulator::echoOff()
+{
+    sim::Config c = fastConfig();
+    c.echo = false;
+    sim::Simulator s(c);
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(5, 2000)), QByteArray("01 00 37 00 C8"));
+    s.setEcho(true);
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::droppedAnswerStillReachedTheDeviceOnce()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.dropAnswers(1);
+    port.send("37 02 01 55 04 01 6C"); // dispense one coin from hopper 4
+    QCOMPARE(hex(port.readFor(100)), QByteArray("37 02 01 55 04 01 6C"));
+    QCOMPARE(s.countHeader(85), 1);
+    QCOMPARE(s.transactions().last().answer, QByteArray());
+    QCOMPARE(s.hopperCount(4), 399);
+    QCOMPARE(s.auditCounter(80, 4), 1u);
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+    QCOMPARE(s.countHeader(85), 1);
+    s.clearTransactions();
+    QCOMPARE(s.countHeader(85), 0);
+    QVERIFY(s.transactions().isEmpty());
+}
+
+void TestSimulator::busyAnswersDoNotCarryTheCommandOut()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.answerBusy(2);
+    const char* setCashbox = "37 04 01 76 40 E2 01 00 2B";
+    port.send(setCashbox);
+    QCOMPARE(hex(port.read(14, 2000)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 06 C2"));
+    port.send(setCashbox);
+    QCOMPARE(hex(port.read(14, 2000)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 06 C2"));
+    QCOMPARE(s.cashbox(), 0u);
+    port.send(setCashbox);
+    QCOMPARE(hex(port.read(14, 2000)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 00 C8"));
+    QCOMPARE(s.cashbox(), 123456u);
+    QCOMPARE(s.countHeader(118), 3);
+}
+
+void TestSimulator::nakNext()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.nakNext();
+    port.send("37 04 01 76 40 E2 01 00 2B");
+    QCOMPARE(hex(port.read(14, 2000)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 05 C3"));
+    QCOMPARE(s.cashbox(), 0u);
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::corruptedChecksum()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.corruptChecksumNext();
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), QByteArray("37 00 01 FE CA 01 00 37 00 92"));
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::garbageBeforeAnswer()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.garbageBeforeNext(QByteArray::fromHex("AA BB 01"));
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(13, 2000)), QByteArray("37 00 01 FE CA AA BB 01 01 00 37 00 C8"));
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::answerInPieces()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.splitNext(3, 60);
+    QElapsedTimer timer;
+    timer.start();
+    port.send("37 00 01 F5 D3"); // the answer "Changer" has 12 bytes: three pieces of 4
+    const QByteArray first = port.read(9, 2000);
+    QCOMPARE(hex(first), QByteArray("37 00 01 F5 D3 01 07 37 00"));
+    const QByteArray rest = port.read(8, 2000);
+    const qint64 elapsed = timer.elapsed();
+    QCOMPARE(hex(first + rest), QByteArray("37 00 01 F5 D3 01 07 37 00 43 68 61 6E 67 65 72 09"));
+    QVERIFY2(elapsed >= 110, qPrintable(QString::number(elapsed)));
+}
+
+void TestSimulator::babble()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.setBabble(true);
+    QVERIFY(port.readFor(100).size() > 0);
+    s.setBabble(false);
+    port.readFor(30);
+    QCOMPARE(port.readFor(50).size(), 0);
+}
+
+void TestSimulator::silentDevice()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.setSilent(true);
+    port.send("37 04 01 76 40 E2 01 00 2B");
+    QCOMPARE(hex(port.readFor(100)), QByteArray("37 04 01 76 40 E2 01 00 2B"));
+    QCOMPARE(s.cashbox(), 0u);
+    QCOMPARE(s.countHeader(118), 1);
+    s.setSilent(false);
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::pacing()
+{
+    sim::Config c = fastConfig();
+    c.baudRate = 9600; // about 1 ms a byte
+    sim::Simulator s(c);
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    s.setPacing(true);
+    QElapsedTimer timer;
+    timer.start();
+    port.send("37 00 01 52 76"); // coins in by type: 37 answer bytes
+    const QByteArray got = port.read(42, 3000);
+    const qint64 elapsed = timer.elapsed();
+    QCOMPARE(got.size(), 42);
+    QCOMPARE(hex(got.right(37)).left(11), QByteArray("01 20 37 00"));
+    QVERIFY2(elapsed >= 35, qPrintable(QString::number(elapsed)));
+}
+
+void TestSimulator::coinsInsertedFromTheApi()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    port.send("37 02 01 E7 05 00 DA");
+    QCOMPARE(hex(port.read(12, 2000)), QByteArray("37 02 01 E7 05 00 DA 01 00 37 00 C8"));
+    QCOMPARE(s.inhibitMask(), quint16(5));
+    s.insertCoin(1);
+    s.insertCoin(3);
+    s.insertCoin(2);
+    QTRY_COMPARE_WITH_TIMEOUT(s.valueAccepted(), quint64(600), 2000);
+    port.send("37 00 01 52 76");
+    QCOMPARE(
+        hex(port.read(42, 2000)),
+        QByteArray(
+            "37 00 01 52 76 01 20 37 00 01 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+            "00 00 00 00 00 00 00 00 00 00 A6"));
+    QCOMPARE(s.hopperCount(4), 401);
+    QCOMPARE(s.hopperCount(2), 251);
+}
+
+void TestSimulator::randomBytesOnTheLine()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    std::mt19937 rng(99);
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (int burst = 0; burst < 20; ++burst) {
+        QByteArray noise;
+        for (int i = 0; i < 100; ++i)
+            noise.append(char(byte(rng)));
+        port.send(noise);
+        port.readFor(2);
+    }
+    port.readFor(100);
+    QVERIFY(s.isRunning());
+    port.send("37 00 01 FE CA");
+    QCOMPARE(hex(port.read(10, 2000)), POLL_ECHO_ACK);
+}
+
+void TestSimulator::framesForOtherAddressesAreEchoedOnly()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    Port port(s.portPath());
+    port.send("28 00 01 FE D9");
+    QCOMPARE(hex(port.readFor(60)), QByteArray("28 00 01 FE D9"));
+    QCOMPARE(s.transactions().size(), 0);
+}
+
+void TestSimulator::servesAnExistingDevice()
+{
+    int master = -1, slave = -1;
+    QCOMPARE(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    termios t{};
+    tcgetattr(slave, &t);
+    cfmakeraw(&t);
+    tcsetattr(slave, TCSANOW, &t);
+    const QString path = QString::fromLocal8Bit(ttyname(slave));
+    sim::Simulator s(fastConfig());
+    QString error;
+    QVERIFY2(s.openDevice(path, &error), qPrintable(error));
+    QCOMPARE(s.portPath(), path);
+    Port host(master);
+    host.send("37 00 01 FE CA");
+    QCOMPARE(hex(host.read(10, 2000)), POLL_ECHO_ACK);
+    s.stop();
+    ::close(slave);
+    QVERIFY(!s.openDevice(QStringLiteral("/nonexistent/tty"), &error));
+    QVERIFY(error.contains(QStringLiteral("/nonexistent/tty")));
+}
+
+void TestSimulator::stopClosesThePort()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    QVERIFY(s.isRunning());
+    Port port(s.portPath());
+    s.stop();
+    QVERIFY(!s.isRunning());
+    // The master side is gone: the host's port reports an I/O error.
+    QCOMPARE(port.tryWrite(QByteArray::fromHex("37 00 01 FE CA")), ssize_t(-1));
+    // Controls and observation still work on the model.
+    s.setHopperCount(1, 5);
+    QCOMPARE(s.hopperCount(1), 5);
+}
+
+QTEST_GUILESS_MAIN(TestSimulator)
+#include "tst_simulator.moc"
