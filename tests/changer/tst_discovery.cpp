@@ -1,0 +1,609 @@
+#include "cctalk/exception.h"
+#include "devicemodel.h"
+#include "support/frames.h"
+#include "support/logcapture.h"
+#include "testchanger.h"
+
+#include <QDateTime>
+#include <QMetaMethod>
+#include <QtTest>
+
+using namespace changertest;
+using Hopper = DeviceModel::Hopper;
+
+namespace {
+
+// Records which operations the changer calls on itself, and lets each through
+// to the real one only when asked to.
+class RecordingChanger : public TestChanger
+{
+public:
+    bool forward = false;
+    QStringList calls;
+
+    void resetIfNeeded() override
+    {
+        calls << QStringLiteral("resetIfNeeded");
+        if (forward)
+            Changer::resetIfNeeded();
+    }
+    void commonInit() override
+    {
+        calls << QStringLiteral("commonInit");
+        if (forward)
+            Changer::commonInit();
+    }
+    void setTime() override
+    {
+        calls << QStringLiteral("setTime");
+        if (forward)
+            Changer::setTime();
+    }
+    void checkState() override
+    {
+        calls << QStringLiteral("checkState");
+        if (forward)
+            Changer::checkState();
+    }
+    void loadCashUnits() override
+    {
+        calls << QStringLiteral("loadCashUnits");
+        if (forward)
+            Changer::loadCashUnits();
+    }
+    void waitNotState(int state, int polls, const QString& text, bool checkErrors) override
+    {
+        calls << QStringLiteral("waitNotState(%1, %2, %3, %4)")
+                     .arg(QString::number(state), QString::number(polls), text,
+                          checkErrors ? QStringLiteral("true") : QStringLiteral("false"));
+        if (forward)
+            Changer::waitNotState(state, polls, text, checkErrors);
+    }
+    void checkMoneyIn() override { calls << QStringLiteral("checkMoneyIn"); }
+};
+
+QString messageOf(const std::exception& e)
+{
+    return QString::fromUtf8(e.what());
+}
+
+QByteArray bytes(std::initializer_list<int> values)
+{
+    QByteArray out;
+    for (int v : values)
+        out.append(char(v));
+    return out;
+}
+
+const QList<Hopper> threeHoppers = {
+    {"RU100A", 10, 500, true},
+    {"RU500A", 20, 600, false},
+    {"RU1K0A", 7, 400, true},
+};
+
+} // namespace
+
+class TestDiscovery : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+
+    void metaObject();
+    void constructorState();
+    void timerRunsThePollVirtually();
+    void initCallsItsStepsInOrderVirtually();
+    void initSequenceOnTheLine();
+    void initResetsFirstWhenAFaultAskedForIt();
+    void connectPollsThenWaitsForInitialisation();
+    void connectChecksErrorsWhileWaiting();
+    void getUnitsWaitsWithoutErrorChecks();
+    void getUnitsCallsItsStepsVirtually();
+
+    void disabledHopperIsSkipped();
+    void noCoinPositionsLeaveNothingAcceptable();
+    void hopperCoinUnknownToTheAcceptorIsNotAcceptable();
+    void hopperCoinWorthZeroIsStillAUnit();
+    void cashboxSumIsLoggedInUnits();
+    void unitFieldsOfHopperAndCashbox();
+    void unitStatesFromTheErrorStatus();
+    void positionsAreOverwrittenNotCleared();
+    void identificationLineEndsAtZeroByte();
+    void failureKeepsWhatWasFound();
+
+    void getUnitIsCaseSensitive();
+    void getUnitBeforeDiscovery();
+    void getUnitAndDenomsAskNothing();
+};
+
+void TestDiscovery::initTestCase()
+{
+    qputenv("TZ", "UTC");
+}
+
+void TestDiscovery::metaObject()
+{
+    const QMetaObject& mo = CcTalk::Changer::staticMetaObject;
+    QCOMPARE(QByteArray(mo.className()), QByteArray("CcTalk::Changer"));
+    QCOMPARE(mo.superClass(), &QObject::staticMetaObject);
+    QCOMPARE(mo.methodCount() - mo.methodOffset(), 3);
+
+    const QMetaMethod received = mo.method(mo.methodOffset());
+    QCOMPARE(received.methodSignature(), QByteArray("received(SumDetailed)"));
+    QCOMPARE(received.methodType(), QMetaMethod::Signal);
+    QCOMPARE(received.parameterNames(), QList<QByteArray>{"sum"});
+
+    const QMetaMethod error = mo.method(mo.methodOffset() + 1);
+    QCOMPARE(error.methodSignature(), QByteArray("error(QString)"));
+    QCOMPARE(error.methodType(), QMetaMethod::Signal);
+    QCOMPARE(error.parameterNames(), QList<QByteArray>{"msg"});
+
+    const QMetaMethod poll = mo.method(mo.methodOffset() + 2);
+    QCOMPARE(poll.methodSignature(), QByteArray("checkMoneyIn()"));
+    QCOMPARE(poll.methodType(), QMetaMethod::Slot);
+    QCOMPARE(poll.access(), QMetaMethod::Protected);
+    QCOMPARE(poll.parameterCount(), 0);
+
+    TestChanger changer;
+    QVERIFY(changer.qt_metacast("CcTalk::Changer") == &changer);
+    QVERIFY(changer.qt_metacast("QObject") != nullptr);
+    QVERIFY(changer.qt_metacast("CcTalk::Device") == nullptr);
+}
+
+void TestDiscovery::constructorState()
+{
+    QVERIFY(!TestChanger::resetPending());
+    TestChanger changer;
+    QVERIFY(QMetaType::type("SumDetailed") != 0);
+    QVERIFY(changer.timer() != nullptr);
+    QCOMPARE(changer.timer()->parent(), &changer);
+    QCOMPARE(changer.timer()->interval(), 200);
+    QVERIFY(changer.timer()->isSingleShot());
+    QVERIFY(!changer.timer()->isActive());
+    QCOMPARE(changer.reservedValue(), -1);
+    QVERIFY(!changer.isAccepting());
+    QVERIFY(changer.pendingError().isEmpty());
+    QVERIFY(changer.cachedUnits().isEmpty());
+    QVERIFY(changer.acceptable().isEmpty());
+    QVERIFY(changer.positions().isEmpty());
+    QVERIFY(changer.lastCounts().isEmpty());
+    QVERIFY(changer.lastSnapshot().isEmpty());
+    QVERIFY(changer.getName().isEmpty());
+
+    QPointer<Timer> timer = changer.timer();
+    {
+        auto* owned = new TestChanger;
+        timer = owned->timer();
+        delete owned;
+    }
+    QVERIFY(timer.isNull());
+}
+
+void TestDiscovery::timerRunsThePollVirtually()
+{
+    RecordingChanger changer;
+    emit changer.timer()->timeout();
+    QCOMPARE(changer.calls, QStringList{QStringLiteral("checkMoneyIn")});
+}
+
+void TestDiscovery::initCallsItsStepsInOrderVirtually()
+{
+    RecordingChanger changer;
+    changer.init();
+    QCOMPARE(changer.calls, QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("commonInit"),
+                                         QStringLiteral("setTime"), QStringLiteral("checkState"),
+                                         QStringLiteral("loadCashUnits")}));
+}
+
+namespace {
+
+// A recycler that identifies itself, keeps the host's time and reports no activity.
+quint32 prepareInit(Rig& rig)
+{
+    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 0);
+    rig.model.setActivity(0);
+    rig.model.on(1, QByteArray(), QByteArray());
+    rig.model.on(254, QByteArray(), QByteArray());
+    rig.model.on(245, QByteArray(), QByteArray("Changer"));
+    rig.model.on(246, QByteArray(), QByteArray("CPI"));
+    rig.model.on(244, QByteArray(), QByteArray("BCR"));
+    rig.model.on(192, QByteArray(), QByteArray("BCR330"));
+    rig.model.on(242, QByteArray(), bytes({0x39, 0x30, 0x00}));
+    rig.model.on(241, QByteArray(), QByteArray("V2.14"));
+    const auto now = quint32(QDateTime::currentSecsSinceEpoch());
+    rig.model.on(115, QByteArray(), DeviceModel::le(now, 4));
+    return now;
+}
+
+QList<QByteArray> initRequests()
+{
+    QList<QByteArray> expected;
+    // identification, with the changer's own connect: poll and the initialisation wait
+    expected << req(254) << req(123) << req(245) << req(246) << req(244) << req(192) << req(242) << req(241);
+    // clock
+    expected << req(115);
+    // state check: connect, still accepting?, payout wait, fault check
+    expected << req(254) << req(123) << req(123) << req(123) << req(123);
+    expected << discoveryRequests(1, {{"RU100A", 5, 300, true}});
+    return expected;
+}
+
+} // namespace
+
+void TestDiscovery::initSequenceOnTheLine()
+{
+    Rig rig;
+    const quint32 now = prepareInit(rig);
+    testsupport::LogCapture log;
+    rig.changer.init();
+
+    QCOMPARE(rig.serial.writes, initRequests());
+    QVERIFY(rig.model.unexpected.isEmpty());
+    QVERIFY(rig.changer.sleeps.isEmpty());
+
+    const QStringList info = log.texts(QStringLiteral("INFO"));
+    QCOMPARE(
+        info.mid(0, 9),
+        QStringList({
+            QStringLiteral("адрес на шине ccTalk - 55"),
+            QStringLiteral("Проверка соединения с устройством"),
+            QStringLiteral("тип устройства - Changer"),
+            QStringLiteral("производитель - CPI"),
+            QStringLiteral("модель - BCR"),
+            QStringLiteral("сборка - BCR330"),
+            QStringLiteral("серийный номер - 12345"),
+            QStringLiteral("версия прошивки - V2.14"),
+            QStringLiteral("Время в устройстве: ") +
+                QDateTime::fromSecsSinceEpoch(now, Qt::UTC).toString(QStringLiteral("dd.MM.yyyy hh:mm:ss")),
+        }));
+    QCOMPARE(info.mid(9, 3), QStringList({QStringLiteral("Проверка состояния устройства"),
+                                          QStringLiteral("Проверка соединения с устройством"),
+                                          QStringLiteral("Получение информации о модулях")}));
+    QCOMPARE(rig.changer.cachedUnits().size(), 2);
+}
+
+void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
+{
+    Rig rig;
+    prepareInit(rig);
+    TestChanger::setResetPending(true);
+    testsupport::LogCapture log;
+    rig.changer.init();
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + initRequests());
+    QCOMPARE(rig.changer.sleeps, QList<int>{5000});
+    QVERIFY(!TestChanger::resetPending());
+    QCOMPARE(log.texts(QStringLiteral("INFO")).first(), QStringLiteral("Выполняется сброс"));
+}
+
+void TestDiscovery::connectPollsThenWaitsForInitialisation()
+{
+    Rig rig;
+    rig.model.on(254, QByteArray(), QByteArray());
+    rig.model.setActivitySequence({64, 64, 64, 0, 0});
+    testsupport::LogCapture log;
+    rig.changer.connect();
+    QCOMPARE(rig.serial.writes,
+             QList<QByteArray>({req(254), req(123), req(123), req(123), req(123), req(123)}));
+    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
+    QCOMPARE(log.texts(QStringLiteral("INFO")),
+             QStringList({QStringLiteral("Проверка соединения с устройством"),
+                          QStringLiteral("Выполняется ожидание завершения инициализации устройства...")}));
+
+    RecordingChanger recording;
+    testsupport::FakeSerialDevice line;
+    line.setResponder([](const QByteArray&) { return QList<QByteArray>{testsupport::reply()}; });
+    recording.setSerial(&line);
+    recording.connect();
+    QCOMPARE(recording.calls,
+             QStringList{QStringLiteral("waitNotState(64, 300, завершения инициализации устройства, true)")});
+}
+
+void TestDiscovery::connectChecksErrorsWhileWaiting()
+{
+    Rig rig;
+    rig.model.on(254, QByteArray(), QByteArray());
+    rig.model.setActivitySequence({64, 64 | 16});
+    rig.model.setErrorStatus(3, 2);
+    rig.model.setSelfcheck(0, 0);
+    testsupport::LogCapture log;
+    try {
+        rig.changer.connect();
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(messageOf(e), QStringLiteral("Хоппер 3, заклинивание"));
+    }
+    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
+    QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList{QStringLiteral("Хоппер 3, заклинивание")});
+    QVERIFY(TestChanger::resetPending());
+}
+
+void TestDiscovery::getUnitsWaitsWithoutErrorChecks()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 100);
+    rig.model.setActivitySequence({64, 64 | 16, 0});
+    testsupport::LogCapture log;
+    const QList<CashControlUnit> units = rig.changer.getUnits();
+    QList<QByteArray> expected{req(123), req(123), req(123)};
+    expected << discoveryRequests(1, {{"RU100A", 5, 300, true}});
+    QCOMPARE(rig.serial.writes, expected);
+    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
+    QCOMPARE(log.texts(QStringLiteral("INFO")).first(),
+             QStringLiteral("Выполняется ожидание завершения инициализации устройства..."));
+    QCOMPARE(units.size(), 2);
+    QCOMPARE(units.at(0).name, QStringLiteral("hopper1"));
+    QCOMPARE(units.at(1).name, QStringLiteral("cashbox"));
+    QCOMPARE(units.at(1).sum, 100LL);
+}
+
+void TestDiscovery::getUnitsCallsItsStepsVirtually()
+{
+    RecordingChanger changer;
+    changer.getUnits();
+    QCOMPARE(changer.calls,
+             QStringList({QStringLiteral("waitNotState(64, 300, завершения инициализации устройства, false)"),
+                          QStringLiteral("loadCashUnits")}));
+}
+
+void TestDiscovery::disabledHopperIsSkipped()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A", "RU500A", "RU1K0A"}, threeHoppers, 12550);
+    testsupport::LogCapture log;
+    rig.changer.loadCashUnits();
+
+    QCOMPARE(rig.serial.writes, discoveryRequests(3, threeHoppers));
+    // hopper 3 is unit 5 of the manifest
+    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 0}))));
+    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 8}))));
+    QVERIFY(!rig.serial.writes.contains(req(119, bytes({2}))));
+    QVERIFY(rig.model.unexpected.isEmpty());
+
+    const QList<CashControlUnit> units = rig.changer.cachedUnits();
+    QCOMPARE(units.size(), 3);
+    QCOMPARE(units.at(0).name, QStringLiteral("hopper1"));
+    QCOMPARE(units.at(1).name, QStringLiteral("hopper3"));
+    QCOMPARE(units.at(2).name, QStringLiteral("cashbox"));
+
+    QCOMPARE(log.texts(QStringLiteral("INFO")),
+             QStringList({
+                 QStringLiteral("Получение информации о модулях"),
+                 QStringLiteral("Приемник монет"),
+                 QStringLiteral(" модель: C2-RU, прошивка: 5.31, серия: 734112"),
+                 QStringLiteral(" валюты: 1 - RU100A, 2 - RU500A, 3 - RU1K0A"),
+                 QStringLiteral("Хоппер 1"),
+                 QStringLiteral(" модель: MH1, прошивка: 2.01, серия: 1001"),
+                 QStringLiteral(" валюта: RU100A, кол-во: 10, емкость: 500"),
+                 QStringLiteral("Хоппер 2 отключен"),
+                 QStringLiteral("Хоппер 3"),
+                 QStringLiteral(" модель: MH3, прошивка: 2.03, серия: 1003"),
+                 QStringLiteral(" валюта: RU1K0A, кол-во: 7, емкость: 400"),
+                 QStringLiteral("Кэшбокс"),
+                 QStringLiteral(" сумма: 125.50"),
+             }));
+    QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>({100, 1000}));
+    QCOMPARE(rig.changer.positions(), (QMap<unsigned char, unsigned int>{{1, 100}, {2, 500}, {3, 1000}}));
+}
+
+void TestDiscovery::noCoinPositionsLeaveNothingAcceptable()
+{
+    Rig rig;
+    rig.model.recycler({}, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}, 0);
+    testsupport::LogCapture log;
+    rig.changer.loadCashUnits();
+    QCOMPARE(rig.serial.writes, discoveryRequests(0, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}));
+    QVERIFY(rig.changer.getAcceptableDenoms().isEmpty());
+    QCOMPARE(rig.changer.cachedUnits().size(), 3);
+    QVERIFY(log.texts(QStringLiteral("INFO")).contains(QStringLiteral(" валюты: ")));
+}
+
+void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A", "RU200A"}, {{"RU100A", 5, 300, true}, {"RU500A", 9, 300, true}}, 0);
+    rig.changer.loadCashUnits();
+    const QList<CashControlUnit> units = rig.changer.cachedUnits();
+    QCOMPARE(units.size(), 3);
+    QCOMPARE(units.at(1).name, QStringLiteral("hopper2"));
+    QCOMPARE(units.at(1).denom, 500u);
+    QCOMPARE(units.at(1).count, 9LL);
+    QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>{100});
+}
+
+void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A"}, {{"RU10A", 4, 300, true}}, 0);
+    testsupport::LogCapture log;
+    rig.changer.loadCashUnits();
+    const QList<CashControlUnit> units = rig.changer.cachedUnits();
+    QCOMPARE(units.size(), 2);
+    QCOMPARE(units.at(0).name, QStringLiteral("hopper1"));
+    QCOMPARE(units.at(0).denom, 0u);
+    QCOMPARE(units.at(0).count, 4LL);
+    QVERIFY(rig.changer.getAcceptableDenoms().isEmpty());
+    QVERIFY(log.texts(QStringLiteral("INFO"))
+                .contains(QStringLiteral(" валюта: RU10A, кол-во: 4, емкость: 300")));
+}
+
+void TestDiscovery::cashboxSumIsLoggedInUnits()
+{
+    Rig rig;
+    rig.model.recycler({}, {}, 12550);
+    testsupport::LogCapture log;
+    rig.changer.loadCashUnits();
+    QCOMPARE(rig.serial.writes, discoveryRequests(0, {}));
+    QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral(" сумма: 125.50"));
+    QCOMPARE(rig.changer.cachedUnits().size(), 1);
+    QCOMPARE(rig.changer.cachedUnits().at(0).sum, 12550LL);
+
+    Rig large;
+    large.model.recycler({}, {}, 0xFFFFFFFFu);
+    large.changer.loadCashUnits();
+    QCOMPARE(large.changer.cachedUnits().at(0).sum, 4294967295LL);
+}
+
+void TestDiscovery::unitFieldsOfHopperAndCashbox()
+{
+    Rig rig;
+    rig.model.recycler({"RU500A"}, {{"RU500A", 300, 1200, true}}, 700);
+    rig.changer.loadCashUnits();
+    const QList<CashControlUnit> units = rig.changer.cachedUnits();
+    QCOMPARE(units.size(), 2);
+
+    const CashControlUnit& h = units.at(0);
+    QCOMPARE(h.name, QStringLiteral("hopper1"));
+    QCOMPARE(h.type, 1);
+    QCOMPARE(h.operations, 0x8021330);
+    QCOMPARE(h.flag, 1);
+    QCOMPARE(h.denom, 500u);
+    QCOMPARE(h.count, 300LL);
+    QCOMPARE(h.sum, 0LL);
+    QCOMPARE(h.capacity, 1200);
+    QCOMPARE(h.reserve1, 0);
+    QVERIFY(h.denoms.isEmpty());
+    QCOMPARE(h.reserve2, 0);
+    QCOMPARE(h.state, 0);
+    QVERIFY(h.title.isEmpty());
+    QCOMPARE(h.limit1, -1);
+    QCOMPARE(h.limit2, -1);
+    QCOMPARE(h.limit3, 50);
+    QCOMPARE(h.limit4, -1);
+
+    const CashControlUnit& c = units.at(1);
+    QCOMPARE(c.name, QStringLiteral("cashbox"));
+    QCOMPARE(c.type, 3);
+    QCOMPARE(c.operations, 0x10);
+    QCOMPARE(c.flag, 0);
+    QCOMPARE(c.denom, 0u);
+    QCOMPARE(c.count, 0LL);
+    QCOMPARE(c.sum, 700LL);
+    QCOMPARE(c.capacity, 0);
+    QCOMPARE(c.state, 0);
+    QVERIFY(c.title.isEmpty());
+    QCOMPARE(c.limit1, -1);
+    QCOMPARE(c.limit3, -1);
+    QCOMPARE(c.limit4, -1);
+}
+
+void TestDiscovery::unitStatesFromTheErrorStatus()
+{
+    const QList<Hopper> hoppers{{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}, {"RU500A", 1, 100, true}};
+    {
+        Rig rig;
+        rig.model.recycler({"RU100A"}, hoppers, 0);
+        rig.model.setErrorStatus(3, 2);
+        rig.changer.loadCashUnits();
+        const QList<CashControlUnit> units = rig.changer.cachedUnits();
+        QCOMPARE(units.size(), 4);
+        QCOMPARE(units.at(0).state, 0);
+        QCOMPARE(units.at(1).state, 0);
+        QCOMPARE(units.at(2).state, 3);
+        QCOMPARE(units.at(3).state, 0);
+    }
+    {
+        // an empty hopper is reported but does not mark the unit
+        Rig rig;
+        rig.model.recycler({"RU100A"}, hoppers, 0);
+        rig.model.setErrorStatus(2, 1);
+        rig.changer.loadCashUnits();
+        for (const CashControlUnit& unit : rig.changer.cachedUnits())
+            QCOMPARE(unit.state, 0);
+    }
+    {
+        Rig rig;
+        rig.model.recycler({"RU100A"}, hoppers, 0);
+        rig.model.setErrorStatus(1, 251);
+        rig.changer.loadCashUnits();
+        const QList<CashControlUnit> units = rig.changer.cachedUnits();
+        QCOMPARE(units.at(0).state, 0);
+        QCOMPARE(units.at(3).name, QStringLiteral("cashbox"));
+        QCOMPARE(units.at(3).state, 3);
+    }
+}
+
+void TestDiscovery::positionsAreOverwrittenNotCleared()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A", "RU200A", "RU500A"}, {{"RU500A", 1, 100, true}}, 0);
+    rig.changer.loadCashUnits();
+    QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>{500});
+
+    rig.model.recycler({"RU1K0A"}, {{"RU500A", 1, 100, true}}, 0);
+    rig.changer.loadCashUnits();
+    QCOMPARE(rig.changer.positions(), (QMap<unsigned char, unsigned int>{{1, 1000}, {2, 200}, {3, 500}}));
+    // position 3 is still remembered from the first discovery
+    QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>{500});
+}
+
+void TestDiscovery::identificationLineEndsAtZeroByte()
+{
+    Rig rig;
+    rig.model.recycler({}, {}, 0);
+    rig.model.on(84, bytes({2, 4}), QByteArray("C2\0RU", 5));
+    testsupport::LogCapture log;
+    rig.changer.loadCashUnits();
+    QCOMPARE(log.texts(QStringLiteral("INFO")).at(2), QStringLiteral(" модель: C2734112"));
+}
+
+void TestDiscovery::failureKeepsWhatWasFound()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0);
+    rig.model.on(119, bytes({2}), DeviceModel::nak());
+    try {
+        rig.changer.loadCashUnits();
+        QFAIL("no exception");
+    } catch (const CcTalk::NakException& e) {
+        QCOMPARE(messageOf(e), QStringLiteral("Ошибка выполнения команды"));
+    }
+    QCOMPARE(rig.changer.cachedUnits().size(), 1);
+    QCOMPARE(rig.changer.cachedUnits().at(0).name, QStringLiteral("hopper1"));
+    // not yet reduced to what the acceptor recognises
+    QCOMPARE(rig.changer.acceptable(), QSet<unsigned int>{100});
+    QCOMPARE(rig.changer.positions().size(), 2);
+    QCOMPARE(rig.serial.writes.last(), req(119, bytes({2})));
+}
+
+void TestDiscovery::getUnitIsCaseSensitive()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0);
+    rig.discover();
+    testsupport::LogCapture log;
+    try {
+        rig.changer.getUnit(QStringLiteral("Hopper1"));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(messageOf(e), QStringLiteral("Модуль не найден"));
+        QCOMPARE(QByteArray(e.what()), QStringLiteral("Модуль не найден").toUtf8());
+    }
+    QCOMPARE(log.formatted(), QStringList{QStringLiteral("ERROR Модуль не найден")});
+    QCOMPARE(rig.changer.getUnit(QStringLiteral("hopper1")).denom, 100u);
+    QCOMPARE(rig.changer.getUnit(QStringLiteral("cashbox")).type, 3);
+}
+
+void TestDiscovery::getUnitBeforeDiscovery()
+{
+    Rig rig;
+    try {
+        rig.changer.getUnit(QStringLiteral("cashbox"));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(messageOf(e), QStringLiteral("Модуль не найден"));
+    }
+    QVERIFY(rig.serial.writes.isEmpty());
+}
+
+void TestDiscovery::getUnitAndDenomsAskNothing()
+{
+    Rig rig;
+    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU500A", 1, 100, true}}, 0);
+    rig.discover();
+    QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>({100, 500}));
+    QCOMPARE(rig.changer.getUnit(QStringLiteral("hopper2")).denom, 500u);
+    QVERIFY(rig.serial.writes.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestDiscovery)
+#include "tst_discovery.moc"
