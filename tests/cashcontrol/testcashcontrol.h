@@ -7,10 +7,9 @@
 class TestCashControl : public hw::BasicCashControl
 {
 public:
-    explicit TestCashControl(int kind = 1, QObject* parent = nullptr) : hw::BasicCashControl(parent)
-    {
-        type = kind;
-    }
+    // Leaves type, options and logger as the base sets them.
+    explicit TestCashControl(QObject* parent = nullptr) : hw::BasicCashControl(parent) {}
+    explicit TestCashControl(int kind) : hw::BasicCashControl(nullptr) { type = kind; }
 
     int optionBits() const { return options; }
     void setOptionBits(int bits) { options = bits; }
