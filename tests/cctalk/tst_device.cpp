@@ -1,0 +1,778 @@
+#include "cctalk/commands.h"
+#include "cctalk/device.h"
+#include "support/fakeserialdevice.h"
+#include "support/frames.h"
+#include "support/logcapture.h"
+#include "testdevice.h"
+
+#include <log4cxx/logger.h>
+
+#include <QtTest>
+
+using cctalktest::TestDevice;
+using testsupport::FakeSerialDevice;
+using testsupport::hex;
+using testsupport::LogCapture;
+using testsupport::reply;
+using testsupport::request;
+
+namespace {
+
+QString bytesText(const QByteArray& bytes)
+{
+    QString out;
+    for (char c : bytes)
+        out += QString::asprintf(" %02X", unsigned(quint8(c)));
+    return out;
+}
+
+QString sent(const QByteArray& bytes)
+{
+    return QStringLiteral("Отправка:") + bytesText(bytes);
+}
+
+QString got(const QByteArray& bytes)
+{
+    return QStringLiteral("Получено:") + bytesText(bytes);
+}
+
+template <class T> QList<T> repeated(const T& value, int times)
+{
+    QList<T> out;
+    for (int i = 0; i < times; ++i)
+        out << value;
+    return out;
+}
+
+QStringList errorLines(const LogCapture& log)
+{
+    return log.texts(QStringLiteral("ERROR"));
+}
+
+// Fake line whose waits move a fake clock on, for the time bound of an attempt.
+class SlowLine : public FakeSerialDevice
+{
+public:
+    bool waitForInput(int msecs) override
+    {
+        now += stepMsecs;
+        return FakeSerialDevice::waitForInput(msecs);
+    }
+    qint64 now = 0;
+    qint64 stepMsecs = 1000;
+};
+
+// A line that says bytes are ready and then delivers none.
+class EmptyReadLine : public FakeSerialDevice
+{
+public:
+    bool waitForInput(int msecs) override
+    {
+        FakeSerialDevice::waitForInput(msecs);
+        return true;
+    }
+    QByteArray read(int maxSize) override
+    {
+        if (pendingChunks() == 0) {
+            ++reads;
+            return QByteArray();
+        }
+        return FakeSerialDevice::read(maxSize);
+    }
+};
+
+QList<QByteArray> garbageChunks(int count, int size)
+{
+    QList<QByteArray> chunks;
+    for (int i = 0; i < count; ++i)
+        chunks << QByteArray(size, '\xff');
+    return chunks;
+}
+
+} // namespace
+
+class TestDevice_ : public QObject
+{
+    Q_OBJECT
+
+    FakeSerialDevice* line = nullptr;
+    TestDevice* device = nullptr;
+
+private slots:
+    void init()
+    {
+        line = new FakeSerialDevice;
+        device = new TestDevice;
+        device->setAddress(55);
+        device->setSerial(line);
+    }
+
+    void cleanup()
+    {
+        delete device;
+        delete line;
+        device = nullptr;
+        line = nullptr;
+    }
+
+    void defaults()
+    {
+        TestDevice d;
+        QCOMPARE(int(d.getAddress()), 0);
+        QVERIFY(d.getSerial() == nullptr);
+        QVERIFY(d.getName().isEmpty());
+        QVERIFY(d.getLogger() == logging::logger("cctalk"));
+        QCOMPARE(d.getBusyRetries(), 60);
+        d.setAddress(40);
+        QCOMPARE(int(d.getAddress()), 40);
+        d.setSerial(line);
+        QVERIFY(d.getSerial() == line);
+        d.setLogger(logging::logger("cpibcr"));
+        QVERIFY(d.getLogger() == logging::logger("cpibcr"));
+        QObject parent;
+        auto* child = new TestDevice(&parent);
+        QVERIFY(child->parent() == &parent);
+    }
+
+    void answerAfterEcho()
+    {
+        LogCapture log;
+        line->queueReply(reply());
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QVERIFY(r.isValid());
+        QCOMPARE(int(r.getSource()), 55);
+        QCOMPARE(int(r.getDestination()), 1);
+        QCOMPARE(line->writes, QList<QByteArray>{hex("370001feca")});
+        QCOMPARE(line->discards, 1);
+        QCOMPARE(line->waitTimeouts, QList<int>({1000, 1000}));
+        QVERIFY(device->pauses.isEmpty());
+        QCOMPARE(log.formatted(), QStringList({
+                                      QStringLiteral("DEBUG Выполнение команды simplePoll (254)"),
+                                      QStringLiteral("TRACE Отправка: 37 00 01 FE CA"),
+                                      QStringLiteral("TRACE Получено: 37 00 01 FE CA 01 00 37 00 C8"),
+                                  }));
+        for (const testsupport::LogLine& l : log.lines())
+            QCOMPARE(l.logger, QStringLiteral("cctalk"));
+        QCOMPARE(log.lines().at(1).raw, QStringLiteral("Отправка: 37 00 01 FE CA").toUtf8());
+    }
+
+    void requestIsAddressed()
+    {
+        device->setAddress(40);
+        line->queueReply(reply(hex("01")));
+        const CcTalk::ReqHopperBalance req(3);
+        device->exec(req);
+        QCOMPARE(line->writes.first(), testsupport::frame(40, 1, 119, hex("03")));
+        QCOMPARE(int(req.getDestination()), 40);
+    }
+
+    void answerDataReturned()
+    {
+        line->queueReply(reply(hex("5255303130412c01")));
+        const CcTalk::ReqHopperBalanceResp r = device->exec(CcTalk::ReqHopperBalance(1));
+        QCOMPARE(r.getDenom().getName(), QStringLiteral("RU010A"));
+        QCOMPARE(r.getCount(), 300u);
+    }
+
+    void splitReads_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("chunks");
+        const QByteArray answer = reply(hex("a1b2c3"));
+        QTest::newRow("whole") << QList<QByteArray>{answer};
+        for (int i = 1; i < answer.size(); ++i)
+            QTest::newRow(qPrintable(QStringLiteral("at %1").arg(i)))
+                << QList<QByteArray>{answer.left(i), answer.mid(i)};
+        QList<QByteArray> bytes;
+        for (char c : answer)
+            bytes << QByteArray(1, c);
+        QTest::newRow("byte by byte") << bytes;
+        QTest::newRow("three pieces") << QList<QByteArray>{answer.left(1), answer.mid(1, 5), answer.mid(6)};
+    }
+
+    void splitReads()
+    {
+        QFETCH(QList<QByteArray>, chunks);
+        LogCapture log;
+        line->queueChunks(chunks);
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("a1b2c3"));
+        QCOMPARE(line->writes.size(), 1);
+        QCOMPARE(line->reads, 1 + chunks.size());
+        QCOMPARE(line->waitTimeouts.size(), 1 + chunks.size());
+        QVERIFY(device->pauses.isEmpty());
+        QCOMPARE(log.texts(QStringLiteral("TRACE")).last(), got(request(254) + reply(hex("a1b2c3"))));
+    }
+
+    void echoSplitAcrossReads()
+    {
+        // The line delivers echo and answer cut at arbitrary places.
+        line->setEcho(false);
+        const QByteArray all = request(254) + reply(hex("07"));
+        line->queueChunks({all.left(3), all.mid(3, 4), all.mid(7)});
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("07"));
+        QCOMPARE(line->reads, 3);
+    }
+
+    void garbageBeforeAnswer()
+    {
+        LogCapture log;
+        line->queueChunks({hex("ffff00"), reply(hex("42"))});
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("42"));
+        QCOMPARE(line->writes.size(), 1);
+        QVERIFY(errorLines(log).isEmpty());
+        QCOMPARE(log.texts(QStringLiteral("TRACE")).last(),
+                 got(request(254) + hex("ffff00") + reply(hex("42"))));
+    }
+
+    void staleInputIsDiscarded()
+    {
+        line->injectStale(reply(hex("99")));
+        line->queueReply(reply(hex("11")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("11"));
+        QCOMPARE(line->discards, 1);
+    }
+
+    void silenceFailsAfterFiveAttempts()
+    {
+        LogCapture log;
+        line->queueSilence(5);
+        try {
+            device->exec(CcTalk::SimplePoll());
+            QFAIL("no exception");
+        } catch (const CcTalk::NakException&) {
+            QFAIL("NAK");
+        } catch (const CcTalk::BusyException&) {
+            QFAIL("BUSY");
+        } catch (const CcTalk::Exception& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("Нет связи").toUtf8());
+            QCOMPARE(e.message(), QStringLiteral("Нет связи"));
+        }
+        QCOMPARE(line->writes, repeated(request(254), 5));
+        QCOMPARE(line->discards, 5);
+        QCOMPARE(device->pauses, repeated(200, 5));
+        QCOMPARE(errorLines(log), QStringList(repeated(QStringLiteral("Нет связи"), 5)));
+        QStringList expected;
+        expected << QStringLiteral("DEBUG Выполнение команды simplePoll (254)");
+        for (int i = 0; i < 5; ++i)
+            expected << QStringLiteral("TRACE Отправка: 37 00 01 FE CA")
+                     << QStringLiteral("TRACE Получено: 37 00 01 FE CA") << QStringLiteral("ERROR Нет связи");
+        QCOMPARE(log.formatted(), expected);
+    }
+
+    void silenceWithoutEchoTracesNothingReceived()
+    {
+        LogCapture log;
+        line->setEcho(false);
+        line->queueSilence(1);
+        line->queueReply(reply());
+        device->exec(CcTalk::SimplePoll());
+        QCOMPARE(log.texts(QStringLiteral("TRACE")).at(1), QStringLiteral("Получено:"));
+    }
+
+    void answerAtFifthAttempt()
+    {
+        LogCapture log;
+        line->queueSilence(4);
+        line->queueReply(reply(hex("05")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("05"));
+        QCOMPARE(line->writes.size(), 5);
+        QCOMPARE(line->discards, 5);
+        QCOMPARE(device->pauses, repeated(200, 4));
+        QCOMPARE(errorLines(log), QStringList({QStringLiteral("Нет связи"), QStringLiteral("Нет связи"),
+                                               QStringLiteral("Нет связи"), QStringLiteral("Нет связи")}));
+    }
+
+    void payoutIsNotRepeated_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("PayMoneyOut") << 0;
+        QTest::newRow("DispenseHopperPattern") << 1;
+    }
+
+    void payoutIsNotRepeated()
+    {
+        QFETCH(int, kind);
+        LogCapture log;
+        line->queueSilence(1);
+        line->queueReply(reply());
+        CcTalk::DispenseHopperPattern pattern;
+        pattern.addCount(1, 3);
+        const CcTalk::PayMoneyOut pay(1500);
+        const CcTalk::Request& req = kind == 0 ? static_cast<const CcTalk::Request&>(pay) : pattern;
+        QVERIFY(!req.canBeSentAgain());
+        QVERIFY_EXCEPTION_THROWN(device->exec(req), CcTalk::Exception);
+        QCOMPARE(line->writes.size(), 1);
+        QCOMPARE(line->writes.first(), kind == 0 ? request(125, hex("dc050000")) : request(85, hex("0103")));
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+        QCOMPARE(line->scriptLeft(), 1);
+    }
+
+    void nakIsNeverRepeated()
+    {
+        LogCapture log;
+        line->queueReply(testsupport::nak());
+        line->queueReply(reply());
+        try {
+            device->exec(CcTalk::ModHopperBalance(3, 1000));
+            QFAIL("no exception");
+        } catch (const CcTalk::NakException& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("Ошибка выполнения команды").toUtf8());
+        }
+        QCOMPARE(line->writes, QList<QByteArray>{request(120, hex("03e803"))});
+        QVERIFY(device->pauses.isEmpty());
+        QCOMPARE(device->getBusyRetries(), 60);
+        QCOMPARE(log.formatted(),
+                 QStringList({
+                     QStringLiteral("DEBUG Выполнение команды modHopperBalance (120)"),
+                     QStringLiteral("TRACE Отправка: 37 03 01 78 03 E8 03 5F"),
+                     QStringLiteral("TRACE Получено: 37 03 01 78 03 E8 03 5F 01 00 37 05 C3"),
+                     QStringLiteral("ERROR Ошибка выполнения команды"),
+                 }));
+    }
+
+    void nakOfPayoutIsCaughtAsBaseException()
+    {
+        line->queueReply(testsupport::nak());
+        bool caught = false;
+        try {
+            device->exec(CcTalk::PayMoneyOut(100));
+        } catch (const CcTalk::Exception& e) {
+            caught = dynamic_cast<const CcTalk::NakException*>(&e) != nullptr;
+        }
+        QVERIFY(caught);
+        QVERIFY(device->pauses.isEmpty());
+    }
+
+    void busyThenAnswer()
+    {
+        LogCapture log;
+        line->queueReply(testsupport::busy());
+        line->queueReply(reply(hex("77")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("77"));
+        QCOMPARE(line->writes.size(), 2);
+        QCOMPARE(line->discards, 2);
+        QCOMPARE(device->pauses, QList<int>{1000});
+        QCOMPARE(device->getBusyRetries(), 59);
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Устройство занято")});
+    }
+
+    void busyDoesNotUseAttempts()
+    {
+        // Four lost answers and ten BUSY answers in one call: the attempt budget only
+        // counts the lost ones.
+        line->queueSilence(4);
+        for (int i = 0; i < 10; ++i)
+            line->queueReply(testsupport::busy());
+        line->queueReply(reply());
+        device->exec(CcTalk::SimplePoll());
+        QCOMPARE(line->writes.size(), 15);
+        QCOMPARE(device->pauses, repeated(200, 4) + repeated(1000, 10));
+        QCOMPARE(device->getBusyRetries(), 50);
+    }
+
+    void busyOfPayoutIsWaitedOut()
+    {
+        line->queueReply(testsupport::busy());
+        line->queueReply(reply());
+        device->exec(CcTalk::PayMoneyOut(1500));
+        QCOMPARE(line->writes.size(), 2);
+        QCOMPARE(device->pauses, QList<int>{1000});
+    }
+
+    void busyBudgetIsNeverRestored()
+    {
+        LogCapture log;
+        for (int i = 0; i < 61; ++i)
+            line->queueReply(testsupport::busy());
+        try {
+            device->exec(CcTalk::SimplePoll());
+            QFAIL("no exception");
+        } catch (const CcTalk::BusyException& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("Устройство занято").toUtf8());
+        }
+        QCOMPARE(line->writes.size(), 61);
+        QCOMPARE(device->pauses, repeated(1000, 60));
+        QCOMPARE(device->getBusyRetries(), 0);
+        QCOMPARE(errorLines(log), QStringList(repeated(QStringLiteral("Устройство занято"), 61)));
+
+        // The next BUSY, in a later call, fails at once.
+        device->pauses.clear();
+        line->writes.clear();
+        line->queueReply(testsupport::busy());
+        line->queueReply(reply());
+        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::BusyException);
+        QCOMPARE(line->writes.size(), 1);
+        QVERIFY(device->pauses.isEmpty());
+        QCOMPARE(device->getBusyRetries(), 0);
+
+        // Other answers still go through.
+        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), QByteArray());
+    }
+
+    void busyBudgetSpansCalls()
+    {
+        for (int call = 0; call < 2; ++call) {
+            for (int i = 0; i < 30; ++i)
+                line->queueReply(testsupport::busy());
+            line->queueReply(reply());
+            device->exec(CcTalk::SimplePoll());
+        }
+        QCOMPARE(device->getBusyRetries(), 0);
+        QCOMPARE(device->pauses, repeated(1000, 60));
+        line->queueReply(testsupport::busy());
+        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::BusyException);
+        QCOMPARE(device->pauses.size(), 60);
+    }
+
+    void budgetBelongsToTheObject()
+    {
+        TestDevice other;
+        other.setAddress(55);
+        other.setSerial(line);
+        for (int i = 0; i < 61; ++i)
+            line->queueReply(testsupport::busy());
+        QVERIFY_EXCEPTION_THROWN(other.exec(CcTalk::SimplePoll()), CcTalk::BusyException);
+        QCOMPARE(other.getBusyRetries(), 0);
+        line->queueReply(testsupport::busy());
+        line->queueReply(reply());
+        device->exec(CcTalk::SimplePoll());
+        QCOMPARE(device->getBusyRetries(), 59);
+    }
+
+    void deviceNameInFront()
+    {
+        LogCapture log;
+        device->setName(QStringLiteral("Ресайклер"));
+        line->queueSilence(5);
+        try {
+            device->exec(CcTalk::SimplePoll());
+            QFAIL("no exception");
+        } catch (const CcTalk::Exception& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("Ресайклер, Нет связи").toUtf8());
+            QCOMPARE(e.message(), QStringLiteral("Нет связи"));
+            QCOMPARE(e.deviceName(), QStringLiteral("Ресайклер"));
+        }
+        const QStringList lines = log.formatted();
+        QCOMPARE(lines.at(0), QStringLiteral("DEBUG Ресайклер, Выполнение команды simplePoll (254)"));
+        QCOMPARE(lines.at(1), QStringLiteral("TRACE Отправка: 37 00 01 FE CA"));
+        QCOMPARE(lines.at(2), QStringLiteral("TRACE Получено: 37 00 01 FE CA"));
+        QCOMPARE(lines.at(3), QStringLiteral("ERROR Ресайклер, Нет связи"));
+        QCOMPARE(log.lines().at(3).raw, QStringLiteral("Ресайклер, Нет связи").toUtf8());
+    }
+
+    void deviceNameOnNakAndBusy()
+    {
+        device->setName(QStringLiteral("BCR"));
+        line->queueReply(testsupport::nak());
+        try {
+            device->exec(CcTalk::SimplePoll());
+            QFAIL("no exception");
+        } catch (const CcTalk::NakException& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Ошибка выполнения команды").toUtf8());
+        }
+        TestDevice exhausted;
+        exhausted.setName(QStringLiteral("BCR"));
+        exhausted.setSerial(line);
+        for (int i = 0; i < 61; ++i)
+            line->queueReply(testsupport::busy());
+        try {
+            exhausted.exec(CcTalk::SimplePoll());
+            QFAIL("no exception");
+        } catch (const CcTalk::BusyException& e) {
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Устройство занято").toUtf8());
+        }
+    }
+
+    void noTraceLinesBelowTrace()
+    {
+        LogCapture log;
+        logging::logger("cctalk")->setLevel(log4cxx::Level::getDebug());
+        line->queueReply(reply());
+        device->exec(CcTalk::SimplePoll());
+        logging::logger("cctalk")->setLevel(log4cxx::LevelPtr());
+        QCOMPARE(log.formatted(), QStringList{QStringLiteral("DEBUG Выполнение команды simplePoll (254)")});
+    }
+
+    void ownLogger()
+    {
+        LogCapture log;
+        device->setLogger(logging::logger("cpibcr"));
+        line->queueReply(reply());
+        device->exec(CcTalk::SimplePoll());
+        QCOMPARE(log.lines().size(), 3);
+        for (const testsupport::LogLine& l : log.lines())
+            QCOMPARE(l.logger, QStringLiteral("cpibcr"));
+    }
+
+    // A line that never stops sending garbage: each attempt gives up after 1024 bytes.
+    void babblingLineEndsAsLostAnswer()
+    {
+        LogCapture log;
+        line->queueChunks(garbageChunks(20, 100));
+        line->queueReply(reply(hex("33")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("33"));
+        QCOMPARE(line->writes.size(), 2);
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+        // Echo (5 bytes) and 11 chunks of 100 make 1105 > 1024; the second attempt
+        // reads echo and answer.
+        QCOMPARE(line->reads, 12 + 2);
+        const QStringList traces = log.texts(QStringLiteral("TRACE"));
+        QCOMPARE(traces.at(0), sent(request(254)));
+        QCOMPARE(traces.at(1), got(request(254) + QByteArray(1100, '\xff')));
+    }
+
+    void endlessBabbleFailsWithinBudget()
+    {
+        line->setResponder([](const QByteArray&) { return garbageChunks(100, 64); });
+        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::Exception);
+        QCOMPARE(line->writes.size(), 5);
+        QCOMPARE(device->pauses, repeated(200, 5));
+        // 5 + 16 * 64 = 1029 > 1024: 17 reads per attempt.
+        QCOMPARE(line->reads, 5 * 17);
+    }
+
+    void exactly1024BytesStillWaits()
+    {
+        // Echo 5 bytes and 1019 bytes of garbage: 1024 in all, not over the bound; the
+        // answer that follows is taken.
+        line->queueChunks({QByteArray(1019, '\xff'), reply(hex("4444"))});
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("4444"));
+        QCOMPARE(line->writes.size(), 1);
+    }
+
+    void answerInsideLongChunkIsTaken()
+    {
+        // The bound applies only when the bytes read have not formed an answer.
+        line->queueChunks({QByteArray(2000, '\xff') + reply(hex("4545"))});
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("4545"));
+        QCOMPARE(line->writes.size(), 1);
+    }
+
+    void slowLineEndsAsLostAnswer()
+    {
+        LogCapture log;
+        SlowLine slow;
+        device->setSerial(&slow);
+        device->setClock([&slow] { return slow.now; });
+        // One garbage byte per second keeps the line busy without ever forming a frame.
+        QList<QByteArray> trickle = garbageChunks(100, 1);
+        slow.queueChunks(trickle);
+        slow.queueReply(reply(hex("55")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("55"));
+        QCOMPARE(slow.writes.size(), 2);
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+        // Waits at 1000 .. 5000 ms are within the bound, the check after the fifth wait
+        // finds 5000 ms (not more), the sixth wait brings 6000 ms and ends the attempt.
+        QCOMPARE(slow.waitTimeouts.size(), 6 + 2);
+        QCOMPARE(log.texts(QStringLiteral("TRACE")).at(1), got(request(254) + QByteArray(5, '\xff')));
+        device->setSerial(line);
+    }
+
+    void slowLineFailsWithinBudget()
+    {
+        SlowLine slow;
+        slow.stepMsecs = 2500;
+        device->setSerial(&slow);
+        device->setClock([&slow] { return slow.now; });
+        slow.setResponder([](const QByteArray&) { return garbageChunks(50, 1); });
+        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::Exception);
+        QCOMPARE(slow.writes.size(), 5);
+        QCOMPARE(device->pauses, repeated(200, 5));
+        // 2500, 5000 still within; 7500 ends each attempt: 3 waits per attempt.
+        QCOMPARE(slow.waitTimeouts, repeated(1000, 15));
+        device->setSerial(line);
+    }
+
+    void emptyReadIsLostAnswer()
+    {
+        LogCapture log;
+        EmptyReadLine empty;
+        device->setSerial(&empty);
+        empty.queueSilence(1);
+        empty.queueReply(reply(hex("66")));
+        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        QCOMPARE(QByteArray(r), hex("66"));
+        QCOMPARE(empty.writes.size(), 2);
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+        device->setSerial(line);
+    }
+
+    void noSerialPortIsLostAnswer()
+    {
+        TestDevice lonely;
+        QVERIFY_EXCEPTION_THROWN(lonely.exec(CcTalk::SimplePoll()), CcTalk::Exception);
+        QCOMPARE(lonely.pauses, repeated(200, 5));
+    }
+
+    void connectPollsOnce()
+    {
+        LogCapture log;
+        line->queueReply(reply());
+        device->connect();
+        QCOMPARE(line->writes, QList<QByteArray>{request(254)});
+        QCOMPARE(log.texts(QStringLiteral("INFO")),
+                 QStringList{QStringLiteral("Проверка соединения с устройством")});
+    }
+
+    void connectPassesFailures()
+    {
+        line->queueReply(testsupport::nak());
+        QVERIFY_EXCEPTION_THROWN(device->connect(), CcTalk::NakException);
+    }
+
+    void checkStateConnects()
+    {
+        LogCapture log;
+        device->setName(QStringLiteral("BCR"));
+        line->queueReply(reply());
+        device->checkState();
+        QCOMPARE(line->writes, QList<QByteArray>{request(254)});
+        QCOMPARE(log.texts(QStringLiteral("INFO")),
+                 QStringList({QStringLiteral("BCR, Проверка состояния устройства"),
+                              QStringLiteral("BCR, Проверка соединения с устройством")}));
+    }
+
+    void commonInitLogsIdentity()
+    {
+        LogCapture log;
+        line->queueReply(reply());
+        line->queueReply(reply(QByteArray("Payout")));
+        line->queueReply(reply(QByteArray("CPI")));
+        line->queueReply(reply(QByteArray("BCR")));
+        line->queueReply(reply(QStringLiteral("сб-7").toUtf8()));
+        line->queueReply(reply(hex("393000")));
+        line->queueReply(reply(QByteArray("1.2.3")));
+        device->commonInit();
+        QCOMPARE(line->writes, QList<QByteArray>({request(254), request(245), request(246), request(244),
+                                                  request(192), request(242), request(241)}));
+        QCOMPARE(log.texts(QStringLiteral("INFO")), QStringList({
+                                                        QStringLiteral("адрес на шине ccTalk - 55"),
+                                                        QStringLiteral("Проверка соединения с устройством"),
+                                                        QStringLiteral("тип устройства - Payout"),
+                                                        QStringLiteral("производитель - CPI"),
+                                                        QStringLiteral("модель - BCR"),
+                                                        QStringLiteral("сборка - сб-7"),
+                                                        QStringLiteral("серийный номер - 12345"),
+                                                        QStringLiteral("версия прошивки - 1.2.3"),
+                                                    }));
+    }
+
+    void commonInitWithName()
+    {
+        LogCapture log;
+        device->setName(QStringLiteral("BCR"));
+        device->setAddress(2);
+        line->setResponder([](const QByteArray&) { return QList<QByteArray>{reply(hex("41"))}; });
+        device->commonInit();
+        const QStringList info = log.texts(QStringLiteral("INFO"));
+        QCOMPARE(info.first(), QStringLiteral("BCR, адрес на шине ccTalk - 2"));
+        QCOMPARE(info.at(2), QStringLiteral("BCR, тип устройства - A"));
+        QCOMPARE(info.at(6), QStringLiteral("BCR, серийный номер - 65"));
+    }
+
+    void commonInitCutsTextAtZero_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("zero inside") << hex("4243520058595a") << QStringLiteral("модель - BCR");
+        QTest::newRow("zero first") << hex("00414243") << QStringLiteral("модель - ");
+        QTest::newRow("zero last") << hex("41424300") << QStringLiteral("модель - ABC");
+        QTest::newRow("empty") << QByteArray() << QStringLiteral("модель - ");
+    }
+
+    void commonInitCutsTextAtZero()
+    {
+        QFETCH(QByteArray, data);
+        QFETCH(QString, shown);
+        LogCapture log;
+        line->queueReply(reply());
+        line->queueReply(reply(QByteArray("Payout")));
+        line->queueReply(reply(QByteArray("CPI")));
+        line->queueReply(reply(data));
+        line->setResponder([](const QByteArray&) { return QList<QByteArray>{reply(hex("393000"))}; });
+        device->commonInit();
+        QCOMPARE(log.texts(QStringLiteral("INFO")).at(4), shown);
+    }
+
+    void commonInitSerialNumber_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("39 30 00") << hex("393000") << QStringLiteral("серийный номер - 12345");
+        QTest::newRow("max") << hex("ffffff") << QStringLiteral("серийный номер - 16777215");
+        QTest::newRow("fourth byte ignored") << hex("01000005") << QStringLiteral("серийный номер - 1");
+        QTest::newRow("short") << hex("0201") << QStringLiteral("серийный номер - 258");
+        QTest::newRow("empty") << QByteArray() << QStringLiteral("серийный номер - 0");
+    }
+
+    void commonInitSerialNumber()
+    {
+        QFETCH(QByteArray, data);
+        QFETCH(QString, shown);
+        LogCapture log;
+        for (int i = 0; i < 5; ++i)
+            line->queueReply(reply(QByteArray("X")));
+        line->queueReply(reply(data));
+        line->queueReply(reply(QByteArray("X")));
+        device->commonInit();
+        QCOMPARE(log.texts(QStringLiteral("INFO")).at(6), shown);
+    }
+
+    void commonInitStopsAtFailure()
+    {
+        LogCapture log;
+        line->queueReply(reply());
+        line->queueReply(reply(QByteArray("Payout")));
+        line->queueReply(testsupport::nak());
+        QVERIFY_EXCEPTION_THROWN(device->commonInit(), CcTalk::NakException);
+        QCOMPARE(line->writes.size(), 3);
+        QCOMPARE(log.texts(QStringLiteral("INFO")).size(), 3);
+        QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral("тип устройства - Payout"));
+    }
+
+    void helpersWrapWithName()
+    {
+        LogCapture log;
+        QCOMPARE(device->wrapWithName(QStringLiteral("текст")), QStringLiteral("текст"));
+        device->setName(QStringLiteral("Монетник"));
+        QCOMPARE(device->wrapWithName(QStringLiteral("текст")), QStringLiteral("Монетник, текст"));
+        device->logDebug(QStringLiteral("d"));
+        device->logInfo(QStringLiteral("i"));
+        device->logWarn(QStringLiteral("w"));
+        device->logError(QStringLiteral("e"));
+        QCOMPARE(log.formatted(),
+                 QStringList({QStringLiteral("DEBUG Монетник, d"), QStringLiteral("INFO Монетник, i"),
+                              QStringLiteral("WARN Монетник, w"), QStringLiteral("ERROR Монетник, e")}));
+    }
+
+    void throwErrorLogsAndThrows()
+    {
+        LogCapture log;
+        device->setName(QStringLiteral("BCR"));
+        try {
+            device->throwError<CcTalk::NakException>(QStringLiteral("Отказ"));
+            QFAIL("no exception");
+        } catch (const CcTalk::NakException& e) {
+            QCOMPARE(e.message(), QStringLiteral("Отказ"));
+            QCOMPARE(e.deviceName(), QStringLiteral("BCR"));
+            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Отказ").toUtf8());
+        }
+        QCOMPARE(log.formatted(), QStringList{QStringLiteral("ERROR BCR, Отказ")});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDevice_)
+#include "tst_device.moc"
