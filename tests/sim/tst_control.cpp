@@ -1,7 +1,11 @@
 #include "control.h"
 #include "simulator.h"
 
+#include <QElapsedTimer>
 #include <QtTest>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,6 +24,24 @@ QByteArray ask(sim::Simulator& s, const char* hexFrame)
     return answer.toHex(' ').toUpper();
 }
 
+QByteArray readFor(int fd, int ms)
+{
+    QByteArray got;
+    QElapsedTimer timer;
+    timer.start();
+    for (qint64 left = ms; left > 0; left = ms - timer.elapsed()) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, int(left)) <= 0)
+            break;
+        char buf[256];
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n <= 0)
+            break;
+        got.append(buf, int(n));
+    }
+    return got;
+}
+
 } // namespace
 
 class TestControl : public QObject
@@ -30,7 +52,9 @@ private slots:
     void helpListsEveryCommand();
     void deviceCommands();
     void faultCommands();
+    void lineCommands_data();
     void lineCommands();
+    void babble();
     void observation();
     void badInput_data();
     void badInput();
@@ -102,15 +126,62 @@ void TestControl::faultCommands()
     QCOMPARE(s.hopperCount(4), 0);
 }
 
+void TestControl::lineCommands_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QByteArray>("onTheLine");
+    const QByteArray poll = "37 00 01 FE CA";
+    QTest::newRow("none") << QString() << poll + " 01 00 37 00 C8";
+    QTest::newRow("nak") << QStringLiteral("nak") << poll + " 01 00 37 05 C3";
+    QTest::newRow("busy") << QStringLiteral("busy 1") << poll + " 01 00 37 06 C2";
+    QTest::newRow("drop") << QStringLiteral("drop 1") << poll;
+    QTest::newRow("corrupt") << QStringLiteral("corrupt") << poll + " 01 00 37 00 92";
+    QTest::newRow("garbage") << QStringLiteral("garbage AA bb") << poll + " AA BB 01 00 37 00 C8";
+    QTest::newRow("split") << QStringLiteral("split 2 10") << poll + " 01 00 37 00 C8";
+    QTest::newRow("pacing") << QStringLiteral("pacing on") << poll + " 01 00 37 00 C8";
+    QTest::newRow("echo off") << QStringLiteral("echo off") << QByteArray("01 00 37 00 C8");
+    QTest::newRow("silent") << QStringLiteral("silent on") << poll;
+    QTest::newRow("cleared") << QStringLiteral("clear line") << poll + " 01 00 37 00 C8";
+}
+
 void TestControl::lineCommands()
 {
-    sim::Simulator s(fastConfig());
+    QFETCH(QString, line);
+    QFETCH(QByteArray, onTheLine);
+    sim::Config config = fastConfig();
+    config.answerDelayMs = 0;
+    sim::Simulator s(config);
+    QVERIFY(s.openPty());
     sim::ControlChannel c(s);
-    for (const char* line :
-         {"drop 2", "busy 1", "nak", "nak 3", "corrupt", "corrupt 2", "garbage AA BB", "garbage 00ff",
-          "split 3 20", "babble on", "babble off", "silent on", "silent off", "pacing on", "pacing off",
-          "echo off", "echo on", "clear line", "clear log"})
-        QCOMPARE(c.execute(QString::fromLatin1(line)), QStringLiteral("ok"));
+    if (line == QLatin1String("clear line"))
+        for (const char* fault : {"nak 5", "busy 5", "drop 5", "silent on", "echo off", "corrupt 5"})
+            QCOMPARE(c.execute(QString::fromLatin1(fault)), QStringLiteral("ok"));
+    if (!line.isEmpty())
+        QCOMPARE(c.execute(line), QStringLiteral("ok"));
+    if (line == QLatin1String("clear line"))
+        c.execute(QStringLiteral("echo on"));
+    const int fd = ::open(s.portPath().toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(fd >= 0);
+    const QByteArray poll = QByteArray::fromHex("37 00 01 FE CA");
+    QCOMPARE(::write(fd, poll.constData(), size_t(poll.size())), ssize_t(poll.size()));
+    QCOMPARE(readFor(fd, 150).toHex(' ').toUpper(), onTheLine);
+    ::close(fd);
+}
+
+void TestControl::babble()
+{
+    sim::Simulator s(fastConfig());
+    QVERIFY(s.openPty());
+    sim::ControlChannel c(s);
+    const int fd = ::open(s.portPath().toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(fd >= 0);
+    QCOMPARE(readFor(fd, 60), QByteArray());
+    QCOMPARE(c.execute(QStringLiteral("babble on")), QStringLiteral("ok"));
+    QVERIFY(!readFor(fd, 100).isEmpty());
+    QCOMPARE(c.execute(QStringLiteral("babble off")), QStringLiteral("ok"));
+    readFor(fd, 30);
+    QCOMPARE(readFor(fd, 60), QByteArray());
+    ::close(fd);
 }
 
 void TestControl::observation()
