@@ -194,6 +194,11 @@ private slots:
         // so the shift would be -1 coin: the 500 hopper, holding 1 coin, must not pay 2.
         QTest::newRow("no negative shift") << Units{hopper(500, 1, 100, 0), hopper(90, 50, 100, 1)} << 1000LL
                                            << 0 << Denoms{{500, 1}, {90, 5}};
+        // 1100 is no multiple of 200: x = 5, y = 5 * 200 / 500 - 1 = 1, since 500 is no
+        // multiple of 200; the 500 hopper pays 1 coin, the 200 hopper the other 600.
+        QTest::newRow("shift one coin less between non-multiples")
+            << oddRest << 1100LL << 0 << Denoms{{500, 1}, {200, 3}};
+        QTest::newRow("same amount largest first") << oddRest << 1100LL << 1 << Denoms{{500, 2}};
         // Denominations more than 5 apart are never balanced.
         QTest::newRow("ratio above 5 takes largest")
             << Units{hopper(1000, 2, 100, 0), hopper(100, 90, 100, 1)} << 2000LL << 0 << Denoms{{1000, 2}};
