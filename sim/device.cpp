@@ -86,9 +86,20 @@ struct Stock
     int capacity;
 };
 
+bool greedyMakes(quint32 amount, QVector<Stock> stock)
+{
+    std::sort(stock.begin(), stock.end(), [](const Stock& a, const Stock& b) { return a.value > b.value; });
+    for (const Stock& s : stock) {
+        if (s.value > 0 && s.count > 0)
+            amount -= quint32(std::min<quint64>(quint64(s.count), amount / s.value)) * s.value;
+    }
+    return amount == 0;
+}
+
 bool makeable(quint32 amount, const QVector<Stock>& stock)
 {
-    if (amount == 0)
+    // Largest coins first settles most amounts at once; the exhaustive search is for the rest.
+    if (amount == 0 || greedyMakes(amount, stock))
         return true;
     quint32 g = 0;
     quint64 total = 0;

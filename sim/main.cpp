@@ -195,8 +195,8 @@ int main(int argc, char** argv)
     if (fifoFd >= 0)
         sources.push_back(LineSource{fifoFd, STDOUT_FILENO, QByteArray()});
 
-    bool done = false;
-    while (!done && !channel.quitRequested()) {
+    bool lost = false;
+    while (!channel.quitRequested()) {
         std::vector<pollfd> fds;
         fds.push_back(pollfd{signalPipe[0], POLLIN, 0});
         if (listenFd >= 0)
@@ -204,7 +204,12 @@ int main(int argc, char** argv)
         const size_t first = fds.size();
         for (const LineSource& s : sources)
             fds.push_back(pollfd{s.fd, POLLIN, 0});
-        if (::poll(fds.data(), nfds_t(fds.size()), -1) < 0) {
+        if (!simulator.isRunning()) {
+            std::fprintf(stderr, "cpibcr-sim: %s: the port was lost\n", port.constData());
+            lost = true;
+            break;
+        }
+        if (::poll(fds.data(), nfds_t(fds.size()), 500) < 0) {
             if (errno == EINTR)
                 continue;
             break;
@@ -259,5 +264,5 @@ int main(int argc, char** argv)
     }
     if (!linkPath.isEmpty())
         ::unlink(linkPath.toLocal8Bit().constData());
-    return 0;
+    return lost ? 1 : 0;
 }

@@ -256,8 +256,11 @@ void Simulator::Private::run()
         if (fds[1].revents & POLLIN)
             while (::read(wakePipe[0], buf, sizeof buf) > 0) {
             }
+        // A serial device that went away reports an error or a hang-up without data for ever.
+        if (fds[0].revents & (POLLERR | POLLNVAL))
+            break;
         QByteArray incoming;
-        if (fds[0].revents & POLLIN) {
+        if (fds[0].revents & (POLLIN | POLLHUP)) {
             for (;;) {
                 const ssize_t n = ::read(fd, buf, sizeof buf);
                 if (n > 0)
@@ -268,6 +271,8 @@ void Simulator::Private::run()
                     break;
             }
         }
+        if ((fds[0].revents & POLLHUP) && incoming.isEmpty())
+            break;
         std::lock_guard<std::mutex> lock(m);
         const qint64 now = nowUs();
         device.advanceTo(now / 1000);
@@ -289,6 +294,7 @@ void Simulator::Private::run()
         }
         flush(now);
     }
+    running = false;
 }
 
 bool Simulator::Private::start_(int ioFd, QString* error)

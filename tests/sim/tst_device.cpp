@@ -1,4 +1,5 @@
 #include "device.h"
+#include "frame.h"
 
 #include <QtTest>
 #include <random>
@@ -72,6 +73,7 @@ private slots:
     void payMoneyOutLargestFirstFallsBackToSmallerCoins();
     void payMoneyOutFillBalancing();
     void payMoneyOutRefusals();
+    void payMoneyOutPaysExactlyWhatCanBeMade();
     void dispenseHopperPattern();
     void purgeHopper();
     void hopperRunsEmptyDuringPayout();
@@ -413,6 +415,40 @@ void TestDevice::payMoneyOutRefusals()
     QCOMPARE(ask(*dev, "37 01 01 50 02 75"), ACK);
     QCOMPARE(ask(*dev, "37 04 01 7D 0E 06 00 00 33"), NAK);
     QCOMPARE(dev->coinsPaidOut(), quint64(0));
+}
+
+void TestDevice::payMoneyOutPaysExactlyWhatCanBeMade()
+{
+    std::mt19937 rng(4242);
+    std::uniform_int_distribution<int> count(0, 4), hundreds(0, 80);
+    for (int round = 0; round < 400; ++round) {
+        auto dev = makeDevice();
+        int counts[4];
+        for (int h = 0; h < 4; ++h) {
+            counts[h] = count(rng);
+            dev->setHopperCount(h + 1, counts[h]);
+        }
+        const quint32 amount = quint32(hundreds(rng) * 100);
+        bool feasible = false;
+        for (int a = 0; a <= counts[0]; ++a)
+            for (int b = 0; b <= counts[1]; ++b)
+                for (int c = 0; c <= counts[2]; ++c)
+                    for (int d = 0; d <= counts[3]; ++d)
+                        feasible = feasible || quint32(a * 1000 + b * 500 + c * 200 + d * 100) == amount;
+        QByteArray data;
+        data.append(char(round % 2 ? 2 : 0));
+        QCOMPARE(dev->handleFrame(sim::frame::make(0x37, 1, 80, data)).toHex(' ').toUpper(), ACK);
+        data.clear();
+        for (int i = 0; i < 4; ++i)
+            data.append(char((amount >> (8 * i)) & 0xFF));
+        const QByteArray answer = dev->handleFrame(sim::frame::make(0x37, 1, 125, data)).toHex(' ').toUpper();
+        QCOMPARE(answer, feasible ? ACK : NAK);
+        dev->advance(1000);
+        QCOMPARE(dev->coinsPaidOut(), quint64(feasible ? amount : 0));
+        QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
+        for (int h = 0; h < 4; ++h)
+            QVERIFY(dev->hopperCount(h + 1) >= 0 && dev->hopperCount(h + 1) <= counts[h]);
+    }
 }
 
 void TestDevice::dispenseHopperPattern()

@@ -352,6 +352,16 @@ void TestSimulator::servesAnExistingDevice()
     QCOMPARE(hex(host.read(10, 2000)), POLL_ECHO_ACK);
     s.stop();
     ::close(slave);
+
+    // A device that goes away ends the serving thread instead of spinning on the error.
+    QCOMPARE(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    QVERIFY(s.openDevice(QString::fromLocal8Bit(ttyname(slave))));
+    ::close(slave);
+    QVERIFY(s.isRunning());
+    ::close(master);
+    QTRY_VERIFY_WITH_TIMEOUT(!s.isRunning(), 2000);
+    s.stop();
+
     QVERIFY(!s.openDevice(QStringLiteral("/nonexistent/tty"), &error));
     QVERIFY(error.contains(QStringLiteral("/nonexistent/tty")));
 }
