@@ -1,0 +1,359 @@
+#include "plugin/cpibcrcashcontrol.h"
+
+#include "changer/changer.h"
+#include "host/abstractserialdevice.h"
+#include "host/timer.h"
+
+#include <limits>
+
+namespace hw {
+
+namespace {
+
+const unsigned char busAddress = 55;
+const int asyncCheckMsecs = 60000;
+const int cashboxType = 3;
+const long long maxHopperCount = std::numeric_limits<unsigned short>::max();
+const long long maxPayoutCount = std::numeric_limits<unsigned int>::max();
+
+// "hopper3" is hopper 3 on the bus; a name without a number is hopper 0.
+unsigned char hopperNumber(const CashControlUnit& unit)
+{
+    return static_cast<unsigned char>(QString(unit.name).remove(QStringLiteral("hopper")).toUInt());
+}
+
+} // namespace
+
+CpiBcrCashControl::CpiBcrCashControl(QObject* parent) : CpiBcrCashControl(parent, nullptr) {}
+
+CpiBcrCashControl::CpiBcrCashControl(QObject* parent, CcTalk::Changer* device) : BasicCashControl(parent)
+{
+    serial = nullptr;
+    asyncEnabled = false;
+    timer = new Timer(this);
+
+    logger = logging::logger("cpibcr");
+
+    type = 1;
+    setOption(ECashControl::Option(1), true);
+
+    if (device) {
+        device->setParent(this);
+        changer = device;
+    } else {
+        changer = new CcTalk::Changer(this);
+    }
+    changer->setLogger(logger);
+    changer->setAddress(busAddress);
+
+    QObject::connect(changer, &CcTalk::Changer::received, this, &BasicCashControl::received);
+    QObject::connect(changer, &CcTalk::Changer::error, this, &BasicCashControl::error);
+
+    QObject::connect(timer, &Timer::timeout, this, &CpiBcrCashControl::asyncCheckState);
+    timer->setInterval(asyncCheckMsecs);
+    timer->setSingleShot(true);
+}
+
+CpiBcrCashControl::~CpiBcrCashControl() = default;
+
+QVariant CpiBcrCashControl::getSerialObject() const
+{
+    return QVariant::fromValue<QObject*>(dynamic_cast<QObject*>(serial));
+}
+
+void CpiBcrCashControl::setSerialObject(const QVariant& value)
+{
+    if (value.canConvert<QObject*>()) {
+        serial = qobject_cast<AbstractSerialDevice*>(value.value<QObject*>());
+    } else {
+        serial = nullptr;
+    }
+    changer->setSerial(serial);
+}
+
+void CpiBcrCashControl::init()
+{
+    if (!serial) {
+        return;
+    }
+    serial->setBaudRate(QStringLiteral("115200"));
+    serial->setDataBits(QStringLiteral("8"));
+    serial->setParity(QStringLiteral("None"));
+    serial->setStopBits(QStringLiteral("1"));
+    serial->setFlowControl(QStringLiteral("Disable"));
+}
+
+void CpiBcrCashControl::connect()
+{
+    logging::info(logger, QStringLiteral("Инициализация устройства"));
+    if (!serial) {
+        throwError(QStringLiteral("Не настроен порт"), true);
+    }
+    guarded([&] { changer->init(); });
+}
+
+void CpiBcrCashControl::checkState()
+{
+    guarded([&] { changer->checkState(); });
+}
+
+void CpiBcrCashControl::cashInStart(bool fast, const QSet<unsigned int>& excludedDenoms)
+{
+    logging::info(logger, QStringLiteral("Старт приема монет"));
+    guarded([&] {
+        changer->checkState();
+        changer->cashInStart(fast, excludedDenoms);
+    });
+}
+
+void CpiBcrCashControl::cashInEnd() {}
+
+SumDetailed CpiBcrCashControl::cashInRollback()
+{
+    return SumDetailed();
+}
+
+void CpiBcrCashControl::cashInStop()
+{
+    logging::info(logger, QStringLiteral("Остановка приема монет"));
+    // The stop re-runs the device connection first: after a long acceptance the
+    // device may have been reset or still be initialising.
+    guarded([&] {
+        changer->connect();
+        changer->cashInStop();
+    });
+}
+
+SumDetailed CpiBcrCashControl::cashOut(ECashControl::ChangeMode mode, long long amount)
+{
+    logging::info(logger, QStringLiteral("Выдача монет %1, режим %2")
+                              .arg(cashcontrol::formatAmount(amount), ECashControl::modeName(mode)));
+    refuseNegative(amount);
+    return guarded([&] {
+        changer->checkState();
+        const SumDetailed plan = calcDenomSums(changer->getUnits(), amount, mode);
+        if (plan.sum() != amount) {
+            throwError(QStringLiteral("Невозможно выдать сумму"), true);
+        }
+        const SumDetailed paid = changer->cashOut(plan);
+        logging::info(logger, QStringLiteral("Выдано ") + paid.toString());
+        checkPaid(paid, amount);
+        return paid;
+    });
+}
+
+bool CpiBcrCashControl::cashOutCheck(ECashControl::ChangeMode mode, long long amount)
+{
+    logging::info(logger, QStringLiteral("Тестирование выдачи %1, режим %2")
+                              .arg(cashcontrol::formatAmount(amount), ECashControl::modeName(mode)));
+    if (amount < 0) {
+        return false;
+    }
+    return guarded([&] {
+        changer->checkState();
+        return calcDenomSums(changer->getUnits(), amount, mode).sum() == amount;
+    });
+}
+
+bool CpiBcrCashControl::isNeedToTakeMoney()
+{
+    return false;
+}
+
+QList<CashControlUnit> CpiBcrCashControl::getUnits()
+{
+    return guarded([&] { return changer->getUnits(); });
+}
+
+QSet<unsigned int> CpiBcrCashControl::getAcceptableDenoms()
+{
+    return guarded([&] { return changer->getAcceptableDenoms(); });
+}
+
+void CpiBcrCashControl::loan(const QString& unitName, ECashControl::UnitOperation operation, long long amount)
+{
+    logging::info(logger, QStringLiteral("Внесение купюр в модуль %1, '%2', сумма %3")
+                              .arg(unitName, ECashControl::operationName(operation),
+                                   cashcontrol::formatAmount(amount)));
+    refuseNegative(amount);
+    guarded([&] {
+        changer->checkState();
+        const CashControlUnit unit = changer->getUnit(unitName);
+        const unsigned char number = hopperNumber(unit);
+        if (operation != ECashControl::ManualLoad) {
+            return;
+        }
+        // The device keeps a hopper's count in 16 bits: a count past that would
+        // wrap into a small one instead of being refused.
+        if (unit.denom == 0 || unit.count < 0 || amount / unit.denom > maxHopperCount - unit.count) {
+            throwError(QStringLiteral("Некорректная сумма"), true);
+        }
+        const long long count = unit.count + amount / unit.denom;
+        changer->setHopperCount(number, static_cast<unsigned short>(count));
+    });
+}
+
+SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::UnitOperation operation,
+                                      long long amount)
+{
+    logging::info(logger, QStringLiteral("Выем монет из модуля %1, '%2', сумма %3")
+                              .arg(unitName, ECashControl::operationName(operation),
+                                   cashcontrol::formatAmount(amount)));
+    refuseNegative(amount);
+    return guarded([&] {
+        SumDetailed result;
+        changer->checkState();
+        const CashControlUnit unit = changer->getUnit(unitName);
+        const unsigned char number = hopperNumber(unit);
+        switch (operation) {
+        case ECashControl::ManualPickupAll:
+            if (unit.type == cashboxType) {
+                changer->setCashboxSum(0);
+                result.rest = unit.sum;
+            } else {
+                changer->setHopperCount(number, 0);
+                result.denoms[unit.denom] = unit.count;
+            }
+            break;
+        case ECashControl::ManualPickupSum: {
+            if (unit.denom == 0) {
+                throwError(QStringLiteral("Некорректная сумма"), true);
+            }
+            const long long held = qMax(unit.count, 0LL);
+            const long long taken = qMin(amount / unit.denom, held);
+            changer->setHopperCount(number, static_cast<unsigned short>(held - taken));
+            result.denoms[unit.denom] = taken;
+            break;
+        }
+        case ECashControl::DispensePickupAll:
+            result = changer->purge(number);
+            changer->setHopperCount(number, 0);
+            break;
+        case ECashControl::DispensePickupSum: {
+            // The payout takes a 32-bit coin count; a larger one would be cut to
+            // its low bits and pay some other number of coins.
+            if (unit.denom == 0 || amount / unit.denom > maxPayoutCount) {
+                throwError(QStringLiteral("Некорректная сумма"), true);
+            }
+            result = changer->cashOut(number, static_cast<unsigned int>(amount / unit.denom));
+            checkPaid(result, amount);
+            break;
+        }
+        default:
+            break;
+        }
+        return result;
+    });
+}
+
+SumDetailed CpiBcrCashControl::getCounter(ECashControl::CounterType counter)
+{
+    logging::info(logger, QStringLiteral("Получение счетчика ") + ECashControl::counterName(counter));
+    switch (counter) {
+    case ECashControl::Accepted: {
+        const SumDetailed result = guarded([&] { return changer->getAcceptedCounters(); });
+        logging::info(logger, QStringLiteral("Счетчик внесений: ") + result.toString());
+        return result;
+    }
+    case ECashControl::Dispensed: {
+        const SumDetailed result = guarded([&] { return changer->getDispensedCounters(); });
+        logging::info(logger, QStringLiteral("Счетчик выемов: ") + result.toString());
+        return result;
+    }
+    default:
+        logging::warn(logger, QStringLiteral("Тип счетчика не поддерживается"));
+        return SumDetailed();
+    }
+}
+
+void CpiBcrCashControl::enableAsyncCheck(bool enable)
+{
+    asyncEnabled = enable;
+    if (!enable) {
+        // The timer keeps running; its next expiry finds the flag off.
+        logging::info(logger, QStringLiteral("Остановка асинхронной проверки состояния"));
+        return;
+    }
+    logging::info(logger, QStringLiteral("Старт асинхронной проверки состояния"));
+    if (timer->isActive()) {
+        return;
+    }
+    timer->start();
+    asyncCheckState();
+}
+
+void CpiBcrCashControl::asyncCheckState()
+{
+    if (!asyncEnabled) {
+        return;
+    }
+    try {
+        changer->checkError();
+    } catch (const CcTalk::Exception& e) {
+        // After a failure the check stays off until the host enables it again.
+        timer->stop();
+        emit error(name() + QStringLiteral(": ") + QString::fromUtf8(e.what()));
+        return;
+    }
+    timer->start();
+}
+
+void CpiBcrCashControl::enableUnit(const QString&, bool)
+{
+    logging::warn(logger, QStringLiteral("Операция отключения модулей не поддерживается"));
+}
+
+void CpiBcrCashControl::park()
+{
+    logging::warn(logger, QStringLiteral("Операция подготовки к транспортировке не поддерживается"));
+}
+
+QString CpiBcrCashControl::diagFile()
+{
+    logging::warn(logger, QStringLiteral("Операция создания диагностического файла не поддерживается"));
+    return QStringLiteral("операция не поддерживается");
+}
+
+CcUnitMaintenanceInfo CpiBcrCashControl::maintenanceInfo(const QString& unitName)
+{
+    logging::info(logger,
+                  QStringLiteral("Получение информации о тех. обслуживании для модуля %1").arg(unitName));
+    return guarded([&] { return changer->maintanenceInfo(unitName); });
+}
+
+QList<CcUnitMaintenanceInfo> CpiBcrCashControl::maintenanceInfo()
+{
+    QList<CcUnitMaintenanceInfo> records;
+    const QList<CashControlUnit> units = getUnits();
+    for (const CashControlUnit& unit : units) {
+        if (unit.operations & ECashControl::Maintenance) {
+            records.append(maintenanceInfo(unit.name));
+        }
+    }
+    return records;
+}
+
+void CpiBcrCashControl::maintenanceDone(const QString& unitName)
+{
+    logging::info(logger, QStringLiteral("Сброс состояния тех. обслуживания для модуля %1").arg(unitName));
+    guarded([&] { changer->maintanenceDone(unitName); });
+}
+
+void CpiBcrCashControl::refuseNegative(long long amount) const
+{
+    if (amount < 0) {
+        throwError(QStringLiteral("Некорректная сумма"), true);
+    }
+}
+
+void CpiBcrCashControl::checkPaid(const SumDetailed& paid, long long amount) const
+{
+    if (paid.sum() > amount) {
+        throwError(QStringLiteral("Выдано больше монет"), true);
+    }
+    if (paid.sum() < amount) {
+        throwError(QStringLiteral("Недостаточно монет для выдачи"), true);
+    }
+}
+
+} // namespace hw
