@@ -1,0 +1,432 @@
+#include "arguments.h"
+
+#include "amount.h"
+
+#include "cashcontrol/ecashcontrol.h"
+
+#include <QMap>
+#include <QPair>
+
+#include <algorithm>
+
+namespace tool {
+
+namespace {
+
+struct CommandInfo
+{
+    Command command;
+    int minPositional;
+    int maxPositional;
+    QStringList options; // options of this command, without the global ones
+};
+
+const QMap<QString, CommandInfo>& commands()
+{
+    static const QMap<QString, CommandInfo> table{
+        {QStringLiteral("status"), {Command::Status, 0, 0, {}}},
+        {QStringLiteral("units"), {Command::Units, 0, 0, {}}},
+        {QStringLiteral("denoms"), {Command::Denoms, 0, 0, {}}},
+        {QStringLiteral("accept"),
+         {Command::Accept,
+          0,
+          0,
+          {QStringLiteral("--fast"), QStringLiteral("--exclude"), QStringLiteral("--seconds"),
+           QStringLiteral("--sim-coins")}}},
+        {QStringLiteral("check"), {Command::Check, 1, 1, {QStringLiteral("--mode")}}},
+        {QStringLiteral("pay"), {Command::Pay, 1, 1, {QStringLiteral("--mode")}}},
+        {QStringLiteral("loan"), {Command::Loan, 2, 2, {QStringLiteral("--op")}}},
+        {QStringLiteral("pickup"), {Command::Pickup, 1, 2, {QStringLiteral("--op")}}},
+        {QStringLiteral("counters"), {Command::Counters, 0, 1, {}}},
+        {QStringLiteral("maintenance"), {Command::Maintenance, 0, 1, {QStringLiteral("--done")}}},
+        {QStringLiteral("watch"), {Command::Watch, 0, 0, {QStringLiteral("--seconds")}}},
+        {QStringLiteral("demo"), {Command::Demo, 0, 0, {}}},
+    };
+    return table;
+}
+
+const QStringList& globalOptions()
+{
+    static const QStringList list{QStringLiteral("--port"),   QStringLiteral("--json"),
+                                  QStringLiteral("--log"),    QStringLiteral("--log-config"),
+                                  QStringLiteral("--plugin"), QStringLiteral("--sim-config")};
+    return list;
+}
+
+bool isKnownOption(const QString& option)
+{
+    if (globalOptions().contains(option))
+        return true;
+    return std::any_of(commands().begin(), commands().end(),
+                       [&](const CommandInfo& c) { return c.options.contains(option); });
+}
+
+bool takesValue(const QString& option)
+{
+    return option != QLatin1String("--json") && option != QLatin1String("--fast") &&
+           option != QLatin1String("--done");
+}
+
+struct NamedOperation
+{
+    const char* key;
+    int value;
+};
+
+const NamedOperation namedOperations[] = {
+    {"manual-load", ECashControl::ManualLoad},         {"manual-all", ECashControl::ManualPickupAll},
+    {"manual-sum", ECashControl::ManualPickupSum},     {"dispense-all", ECashControl::DispensePickupAll},
+    {"dispense-sum", ECashControl::DispensePickupSum},
+};
+
+const int knownOperations[] = {
+    ECashControl::PickupAllToCashbox, ECashControl::PickupToMinimumToCashbox,
+    ECashControl::PickupSumToCashbox, ECashControl::ManualPickupAll,
+    ECashControl::ManualPickupSum,    ECashControl::DispensePickupAll,
+    ECashControl::DispensePickupSum,  ECashControl::LoadMainAcceptor,
+    ECashControl::LoadLoader,         ECashControl::ManualLoad,
+    ECashControl::EnableUnit,         ECashControl::DisableUnit,
+    ECashControl::Maintenance,
+};
+
+// A negative amount is an argument, not an option: "pay -5" must say that -5 is negative.
+bool looksLikeOption(const QString& arg)
+{
+    return arg.size() > 1 && arg.startsWith(QLatin1Char('-')) && !arg.at(1).isDigit() &&
+           arg.at(1) != QLatin1Char('.');
+}
+
+bool parseSeconds(const QString& text, int* seconds, QString* error)
+{
+    bool ok = false;
+    const int value = text.toInt(&ok);
+    if (!ok || value < 0 || value > 86400 || text.startsWith(QLatin1Char('+'))) {
+        *error =
+            QStringLiteral("--seconds takes a whole number of seconds from 0 to 86400, not \"%1\"").arg(text);
+        return false;
+    }
+    *seconds = value;
+    return true;
+}
+
+bool parsePositiveAmount(const QString& text, long long* amount, QString* error)
+{
+    if (!parseAmount(text, amount, error))
+        return false;
+    if (*amount == 0) {
+        *error = QStringLiteral("amount \"%1\" must be greater than zero").arg(text);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool parseOperation(const QString& text, int* operation, QString* error)
+{
+    for (const NamedOperation& named : namedOperations) {
+        if (text == QLatin1String(named.key)) {
+            *operation = named.value;
+            return true;
+        }
+    }
+    bool ok = false;
+    const bool hex = text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
+    const int value = hex ? text.mid(2).toInt(&ok, 16) : text.toInt(&ok, 10);
+    if (ok && !text.startsWith(QLatin1Char('+')) && !text.startsWith(QLatin1Char('-'))) {
+        for (const int known : knownOperations) {
+            if (value == known) {
+                *operation = value;
+                return true;
+            }
+        }
+    }
+    *error = QStringLiteral("unknown operation \"%1\" (manual-load, manual-all, manual-sum, dispense-all, "
+                            "dispense-sum, or a unit operation number such as 0x200)")
+                 .arg(text);
+    return false;
+}
+
+QString operationKey(int operation)
+{
+    for (const NamedOperation& named : namedOperations)
+        if (operation == named.value)
+            return QLatin1String(named.key);
+    return QStringLiteral("0x%1").arg(operation, 0, 16);
+}
+
+bool isLoadOperation(int operation)
+{
+    return operation == ECashControl::LoadMainAcceptor || operation == ECashControl::LoadLoader ||
+           operation == ECashControl::ManualLoad;
+}
+
+bool isPickupOperation(int operation)
+{
+    switch (operation) {
+    case ECashControl::PickupAllToCashbox:
+    case ECashControl::PickupToMinimumToCashbox:
+    case ECashControl::PickupSumToCashbox:
+    case ECashControl::ManualPickupAll:
+    case ECashControl::ManualPickupSum:
+    case ECashControl::DispensePickupAll:
+    case ECashControl::DispensePickupSum:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool operationTakesAmount(int operation)
+{
+    return operation == ECashControl::PickupSumToCashbox || operation == ECashControl::ManualPickupSum ||
+           operation == ECashControl::DispensePickupSum;
+}
+
+bool parseMode(const QString& text, int* mode, QString* error)
+{
+    if (text == QLatin1String("optimal")) {
+        *mode = ECashControl::Optimal;
+        return true;
+    }
+    if (text == QLatin1String("minimum")) {
+        *mode = ECashControl::Minimum;
+        return true;
+    }
+    *error = QStringLiteral("unknown change mode \"%1\" (optimal or minimum)").arg(text);
+    return false;
+}
+
+QString modeKey(int mode)
+{
+    return mode == ECashControl::Minimum ? QStringLiteral("minimum") : QStringLiteral("optimal");
+}
+
+QString counterKey(int counter)
+{
+    return counter == ECashControl::Dispensed ? QStringLiteral("dispensed") : QStringLiteral("accepted");
+}
+
+QString usageText()
+{
+    return QStringLiteral(
+        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
+        "              [--sim-config FILE] COMMAND [ARGS]\n"
+        "\n"
+        "Without --port the tool runs against the built-in simulated recycler.\n"
+        "\n"
+        "commands:\n"
+        "  status                               connect, check the state, list the units\n"
+        "  units                                the cash units\n"
+        "  denoms                               the denominations the recycler accepts\n"
+        "  accept [--fast] [--exclude AMOUNT,...] [--seconds N] [--sim-coins AMOUNT,...]\n"
+        "                                       accept coins until N seconds pass or Ctrl+C\n"
+        "  check AMOUNT [--mode optimal|minimum]  whether the amount can be paid as change\n"
+        "  pay AMOUNT [--mode optimal|minimum]  pay change\n"
+        "  loan UNIT AMOUNT [--op OP]           load a unit (OP defaults to manual-load)\n"
+        "  pickup UNIT [AMOUNT] [--op OP]       empty a unit (OP defaults to manual-all)\n"
+        "  counters [accepted|dispensed]        the counters of coins taken in and paid out\n"
+        "  maintenance [UNIT] [--done]          the maintenance records, or reset one\n"
+        "  watch [--seconds N]                  the background state check, printing each error\n"
+        "  demo                                 a short session against the built-in simulator\n"
+        "\n"
+        "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
+        "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
+        "LEVEL is error, warn, info, debug or trace.\n");
+}
+
+ParseResult parseArguments(const QStringList& arguments)
+{
+    ParseResult result;
+    Arguments& a = result.args;
+    const auto fail = [&](const QString& why) {
+        result.status = ParseResult::Error;
+        result.error = why;
+        return result;
+    };
+
+    QStringList positional;
+    QList<QPair<QString, QString>> options;
+    bool sawCommand = false;
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString arg = arguments.at(i);
+        if (arg == QLatin1String("-h") || arg == QLatin1String("--help") ||
+            (!sawCommand && arg == QLatin1String("help"))) {
+            result.status = ParseResult::Help;
+            return result;
+        }
+        if (!looksLikeOption(arg)) {
+            if (!sawCommand) {
+                a.commandName = arg;
+                sawCommand = true;
+            } else {
+                positional.append(arg);
+            }
+            continue;
+        }
+        QString name = arg;
+        QString value;
+        bool hasValue = false;
+        const int eq = arg.indexOf(QLatin1Char('='));
+        if (eq > 0) {
+            name = arg.left(eq);
+            value = arg.mid(eq + 1);
+            hasValue = true;
+        }
+        if (!isKnownOption(name))
+            return fail(QStringLiteral("unknown option %1").arg(name));
+        if (takesValue(name) && !hasValue) {
+            if (i + 1 >= arguments.size())
+                return fail(QStringLiteral("%1 needs a value").arg(name));
+            value = arguments.at(++i);
+        } else if (!takesValue(name) && hasValue) {
+            return fail(QStringLiteral("%1 takes no value").arg(name));
+        }
+        options.append(qMakePair(name, value));
+    }
+
+    if (!sawCommand)
+        return fail(QStringLiteral("no command given"));
+    const auto info = commands().find(a.commandName);
+    if (info == commands().end())
+        return fail(QStringLiteral("unknown command \"%1\"").arg(a.commandName));
+    a.command = info->command;
+
+    QString error;
+    for (const auto& option : options) {
+        const QString& name = option.first;
+        const QString& value = option.second;
+        if (!globalOptions().contains(name) && !info->options.contains(name))
+            return fail(QStringLiteral("%1 is not an option of %2").arg(name, a.commandName));
+        if (name == QLatin1String("--port")) {
+            if (value.isEmpty())
+                return fail(QStringLiteral("--port needs a device path"));
+            a.port = value;
+        } else if (name == QLatin1String("--json")) {
+            a.json = true;
+        } else if (name == QLatin1String("--log")) {
+            static const QStringList levels{QStringLiteral("error"), QStringLiteral("warn"),
+                                            QStringLiteral("info"), QStringLiteral("debug"),
+                                            QStringLiteral("trace")};
+            if (!levels.contains(value))
+                return fail(
+                    QStringLiteral("unknown log level \"%1\" (error, warn, info, debug, trace)").arg(value));
+            a.logLevel = value;
+        } else if (name == QLatin1String("--log-config")) {
+            a.logConfig = value;
+        } else if (name == QLatin1String("--plugin")) {
+            a.plugin = value;
+        } else if (name == QLatin1String("--sim-config")) {
+            a.simConfig = value;
+        } else if (name == QLatin1String("--fast")) {
+            a.fast = true;
+        } else if (name == QLatin1String("--done")) {
+            a.done = true;
+        } else if (name == QLatin1String("--exclude")) {
+            if (!parseAmountList(value, &a.exclude, &error))
+                return fail(QStringLiteral("--exclude: %1").arg(error));
+        } else if (name == QLatin1String("--sim-coins")) {
+            if (!parseAmountList(value, &a.simCoins, &error))
+                return fail(QStringLiteral("--sim-coins: %1").arg(error));
+            a.hasSimCoins = true;
+        } else if (name == QLatin1String("--seconds")) {
+            if (!parseSeconds(value, &a.seconds, &error))
+                return fail(error);
+        } else if (name == QLatin1String("--mode")) {
+            if (!parseMode(value, &a.mode, &error))
+                return fail(error);
+        } else if (name == QLatin1String("--op")) {
+            if (!parseOperation(value, &a.operation, &error))
+                return fail(error);
+        }
+    }
+
+    if (positional.size() < info->minPositional)
+        return fail(QStringLiteral("%1: missing arguments").arg(a.commandName));
+    if (positional.size() > info->maxPositional)
+        return fail(QStringLiteral("%1: unexpected argument \"%2\"").arg(a.commandName, positional.last()));
+
+    if (!a.port.isEmpty()) {
+        if (!a.simConfig.isEmpty())
+            return fail(
+                QStringLiteral("--sim-config is for the built-in simulator and cannot go with --port"));
+        if (a.hasSimCoins)
+            return fail(
+                QStringLiteral("--sim-coins is for the built-in simulator and cannot go with --port"));
+        if (a.command == Command::Demo)
+            return fail(QStringLiteral("demo runs against the built-in simulator and cannot go with --port"));
+    }
+    if (a.command == Command::Demo && a.json)
+        return fail(QStringLiteral("demo has no JSON form"));
+
+    const bool hasOp = std::any_of(options.begin(), options.end(), [](const QPair<QString, QString>& o) {
+        return o.first == QLatin1String("--op");
+    });
+    switch (a.command) {
+    case Command::Check:
+        if (!parseAmount(positional.at(0), &a.amount, &error))
+            return fail(error);
+        a.hasAmount = true;
+        break;
+    case Command::Pay:
+        if (!parsePositiveAmount(positional.at(0), &a.amount, &error))
+            return fail(error);
+        a.hasAmount = true;
+        break;
+    case Command::Loan:
+        a.unit = positional.at(0);
+        if (!hasOp)
+            a.operation = ECashControl::ManualLoad;
+        if (!isLoadOperation(a.operation))
+            return fail(QStringLiteral("loan: %1 is not a load operation (manual-load, 0x1000, 0x10000)")
+                            .arg(operationKey(a.operation)));
+        if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
+            return fail(error);
+        a.hasAmount = true;
+        break;
+    case Command::Pickup:
+        a.unit = positional.at(0);
+        if (!hasOp)
+            a.operation = ECashControl::ManualPickupAll;
+        if (!isPickupOperation(a.operation))
+            return fail(QStringLiteral("pickup: %1 is not a pick-up operation (manual-all, manual-sum, "
+                                       "dispense-all, dispense-sum, 0x1, 0x2, 0x4)")
+                            .arg(operationKey(a.operation)));
+        if (operationTakesAmount(a.operation)) {
+            if (positional.size() < 2)
+                return fail(QStringLiteral("pickup: %1 needs an AMOUNT").arg(operationKey(a.operation)));
+            if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
+                return fail(error);
+            a.hasAmount = true;
+        } else if (positional.size() > 1) {
+            return fail(
+                QStringLiteral("pickup: %1 takes everything and no AMOUNT").arg(operationKey(a.operation)));
+        }
+        break;
+    case Command::Counters:
+        if (positional.isEmpty()) {
+            a.counters = {ECashControl::Accepted, ECashControl::Dispensed};
+        } else if (positional.at(0) == QLatin1String("accepted")) {
+            a.counters = {ECashControl::Accepted};
+        } else if (positional.at(0) == QLatin1String("dispensed")) {
+            a.counters = {ECashControl::Dispensed};
+        } else {
+            return fail(
+                QStringLiteral("unknown counter \"%1\" (accepted or dispensed)").arg(positional.at(0)));
+        }
+        break;
+    case Command::Maintenance:
+        if (!positional.isEmpty())
+            a.unit = positional.at(0);
+        if (a.done && a.unit.isEmpty())
+            return fail(QStringLiteral("maintenance --done needs a UNIT"));
+        break;
+    default:
+        break;
+    }
+
+    result.status = ParseResult::Ok;
+    return result;
+}
+
+} // namespace tool

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace tool {
+
+enum class Command {
+    Status,
+    Units,
+    Denoms,
+    Accept,
+    Check,
+    Pay,
+    Loan,
+    Pickup,
+    Counters,
+    Maintenance,
+    Watch,
+    Demo
+};
+
+// One invocation of the tool, validated: every amount is within the device's range and every
+// name is known. What can only be checked against the device (unit names, what a unit
+// supports) is checked after connecting, before anything is asked of the device.
+struct Arguments
+{
+    QString port; // empty: the built-in simulator
+    bool json = false;
+    QString logLevel;
+    QString logConfig;
+    QString plugin;
+    QString simConfig;
+
+    Command command = Command::Status;
+    QString commandName;
+
+    bool hasAmount = false;
+    long long amount = 0; // minor units
+    int mode = 0;         // ECashControl::ChangeMode
+    QString unit;
+    int operation = 0; // ECashControl::UnitOperation
+    bool fast = false;
+    QList<long long> exclude;
+    int seconds = -1; // -1: until interrupted
+    bool hasSimCoins = false;
+    QList<long long> simCoins;
+    QList<int> counters; // ECashControl::CounterType, in the order to print
+    bool done = false;
+};
+
+struct ParseResult
+{
+    enum Status { Ok, Help, Error };
+    Status status = Error;
+    QString error;
+    Arguments args;
+};
+
+// Parses the arguments after the program name. Global options may stand before or after
+// the command.
+ParseResult parseArguments(const QStringList& arguments);
+
+QString usageText();
+
+// "manual-load", "manual-all", "manual-sum", "dispense-all", "dispense-sum", or a number
+// (decimal or 0x hexadecimal) that is one of the unit operations.
+bool parseOperation(const QString& text, int* operation, QString* error);
+// The tool's name of an operation: one of the names above, or the number in hexadecimal.
+QString operationKey(int operation);
+bool isLoadOperation(int operation);
+bool isPickupOperation(int operation);
+// Pick-ups of a given amount, as opposed to pick-ups of everything.
+bool operationTakesAmount(int operation);
+
+bool parseMode(const QString& text, int* mode, QString* error);
+// "optimal" or "minimum".
+QString modeKey(int mode);
+QString counterKey(int counter);
+
+} // namespace tool

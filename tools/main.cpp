@@ -1,0 +1,147 @@
+#include "amount.h"
+#include "arguments.h"
+#include "commands.h"
+#include "console.h"
+#include "driverhost.h"
+#include "pluginlocator.h"
+
+#include "cashcontrol/cashcontrolexc.h"
+#include "host/logging.h"
+#include "sim/simulator.h"
+
+#include <QCoreApplication>
+#include <QJsonObject>
+#include <QTextCodec>
+
+#include <exception>
+#include <memory>
+
+namespace {
+
+QString shortUsage()
+{
+    return QStringLiteral(
+        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
+        "              [--sim-config FILE] COMMAND [ARGS]\n"
+        "Try 'cpibcr --help' for the commands.\n");
+}
+
+int usageError(const tool::Console& console, const QString& message)
+{
+    console.err(QStringLiteral("cpibcr: %1\n%2").arg(message, shortUsage()));
+    return 2;
+}
+
+int failure(const tool::Console& console, const tool::Arguments& args, const QString& message, int status)
+{
+    if (console.json())
+        console.document({{QStringLiteral("command"), args.commandName},
+                          {QStringLiteral("error"), message},
+                          {QStringLiteral("exitStatus"), status}});
+    if (status == 2)
+        return usageError(console, message);
+    console.err(message + QLatin1Char('\n'));
+    return status;
+}
+
+bool configureLogging(const tool::Arguments& args, QString* error)
+{
+    if (args.logConfig.isEmpty())
+        return logging::configureConsole(args.logLevel.isEmpty() ? QStringLiteral("warn") : args.logLevel,
+                                         error);
+    if (!logging::configureFromFile(args.logConfig, error))
+        return false;
+    if (!args.logLevel.isEmpty()) {
+        const auto level = logging::levelFromName(args.logLevel);
+        logging::logger("cpibcr")->setLevel(level);
+        logging::logger("cctalk")->setLevel(level);
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("cpibcr"));
+    // The host's C-string codec is UTF-8; Cyrillic must not depend on LANG.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromUtf8(argv[i]));
+    const tool::ParseResult parsed = tool::parseArguments(arguments);
+    const tool::Arguments& args = parsed.args;
+    const tool::Console console(args.json);
+    if (parsed.status == tool::ParseResult::Help) {
+        console.out(tool::usageText());
+        return 0;
+    }
+    if (parsed.status == tool::ParseResult::Error)
+        return usageError(console, parsed.error);
+
+    QString error;
+    if (!configureLogging(args, &error))
+        return usageError(console, error);
+    const logging::LoggerPtr log = logging::logger("cpibcr.tool");
+
+    std::unique_ptr<sim::Config> simConfig;
+    if (args.port.isEmpty()) {
+        simConfig = std::make_unique<sim::Config>(sim::Config::defaults());
+        if (!args.simConfig.isEmpty()) {
+            *simConfig = sim::Config::fromJsonFile(args.simConfig, &error);
+            if (!error.isEmpty())
+                return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
+        }
+        for (const long long amount : args.simCoins) {
+            if (tool::simulatorCoinPosition(*simConfig, amount) == 0) {
+                QStringList known;
+                QList<long long> values;
+                for (const QString& id : simConfig->coinIds)
+                    if (!values.contains(sim::coinValue(id)))
+                        values.append(sim::coinValue(id));
+                std::sort(values.begin(), values.end());
+                for (const long long v : values)
+                    known.append(tool::formatAmount(v));
+                return usageError(console,
+                                  QStringLiteral("--sim-coins: the simulator has no coin of %1 (it knows %2)")
+                                      .arg(tool::formatAmount(amount), known.join(QStringLiteral(", "))));
+            }
+        }
+    }
+
+    QString pluginPath = args.plugin;
+    if (pluginPath.isEmpty()) {
+        pluginPath =
+            tool::locatePlugin(QCoreApplication::applicationDirPath(), QStringLiteral(CPIBCR_BUILD_PLUGIN));
+        if (pluginPath.isEmpty())
+            return failure(
+                console, args,
+                QStringLiteral("cpibcr: cannot find the plug-in (looked for %1); give it with --plugin PATH")
+                    .arg(tool::pluginCandidates(QCoreApplication::applicationDirPath(),
+                                                QStringLiteral(CPIBCR_BUILD_PLUGIN))
+                             .join(QStringLiteral(" and "))),
+                1);
+    }
+
+    tool::DriverHost host;
+    if (simConfig && !host.startSimulator(*simConfig, &error))
+        return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
+    logging::info(log, QStringLiteral("plug-in %1, port %2%3")
+                           .arg(pluginPath, simConfig ? host.portPath() : args.port,
+                                simConfig ? QStringLiteral(" (built-in simulator)") : QString()));
+    if (!host.open(pluginPath, args.port, &error))
+        return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
+
+    tool::Runner runner(args, host, console, simConfig.get());
+    try {
+        return runner.run();
+    } catch (const tool::UsageError& e) {
+        return failure(console, args, e.message, 2);
+    } catch (const CashControlExc& e) {
+        return failure(console, args, QString::fromUtf8(e.what()), 1);
+    } catch (const std::exception& e) {
+        return failure(console, args, QString::fromUtf8(e.what()), 1);
+    }
+}
