@@ -178,13 +178,20 @@ void Response::addRawData(const QByteArray& raw)
             pos += expected > 0 ? expected : 1;
             continue;
         }
-        setRawData(pos == 0 ? buffer : buffer.mid(pos));
+        // Only the first frame is taken; what follows it is dropped with the buffer.
+        setRawData(buffer.mid(pos, 4 + lengthByte(buffer, pos)));
         buffer.clear();
         valid = true;
         return;
     }
-    if (pos > 0)
-        buffer.remove(0, pos);
+    if (pos > 0) {
+        // What is left is less than one frame; a small private buffer is reused, a
+        // large or shared one is not kept alive for it.
+        if (buffer.isDetached() && buffer.capacity() <= 4096)
+            buffer.remove(0, pos);
+        else
+            buffer = buffer.mid(pos);
+    }
 }
 
 bool Response::isValid() const
