@@ -157,7 +157,7 @@ void Simulator::Private::enqueue(qint64 dueUs, const QByteArray& bytes)
             out.push_back(Out{dueUs, QByteArray(1, c)});
             dueUs += byteUs();
         }
-        lastDueUs = dueUs - byteUs();
+        lastDueUs = dueUs;
     } else {
         out.push_back(Out{dueUs, bytes});
         lastDueUs = dueUs;
