@@ -12,22 +12,31 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <QThread>
 
 #include <functional>
 
 namespace plugintest {
 
-// The changer with its pauses recorded instead of waited.
+// The changer with its pauses recorded instead of waited; against a real line a
+// few real milliseconds can stand in for each pause.
 class RecordingChanger : public CcTalk::Changer
 {
 public:
-    void sleep(int msecs) const override { sleeps.append(msecs); }
+    void sleep(int msecs) const override
+    {
+        sleeps.append(msecs);
+        if (realPauseMsecs > 0) {
+            QThread::msleep(static_cast<unsigned long>(realPauseMsecs));
+        }
+    }
 
     // The reset request is class-wide; each test starts without one.
     static void clearResetRequest() { needReset = false; }
     static bool resetRequested() { return needReset; }
 
     mutable QList<int> sleeps;
+    int realPauseMsecs = 0;
 };
 
 // The driver with the test's changer and a view of its parts.
