@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <map>
 #include <random>
 
 using Denoms = QMap<unsigned int, long long>;
@@ -59,10 +60,13 @@ QString describe(const Units& units, long long amount, int mode)
         .arg(parts.join(QLatin1Char(' ')));
 }
 
-// Coins of each denomination the hoppers hold in total.
-QMap<unsigned int, __int128> holdings(const Units& units)
+// Coins of each denomination the hoppers hold in total. A std::map: QMap's nodes
+// are not aligned for a 128-bit value.
+using Holdings = std::map<unsigned int, __int128>;
+
+Holdings holdings(const Units& units)
 {
-    QMap<unsigned int, __int128> held;
+    Holdings held;
     for (const CashControlUnit& u : units) {
         if (u.type == 1 && u.denom != 0) {
             held[u.denom] += std::max(u.count, 0LL);
@@ -84,21 +88,20 @@ __int128 planSum(const SumDetailed& plan)
 // each takes as many coins as fit into what is left and its hoppers hold.
 QString largestFirstViolation(const Units& units, long long amount, const SumDetailed& plan)
 {
-    const QMap<unsigned int, __int128> held = holdings(units);
+    const Holdings held = holdings(units);
     // Nothing is paid for an amount of 0 or less.
     __int128 remaining = std::max(amount, 0LL);
-    for (auto it = held.cend(); it != held.cbegin();) {
-        --it;
-        const __int128 fits = remaining / it.key();
-        const __int128 expected = std::min(fits, it.value());
-        const __int128 got = plan.denoms.value(it.key(), 0);
+    for (auto it = held.crbegin(); it != held.crend(); ++it) {
+        const __int128 fits = remaining / it->first;
+        const __int128 expected = std::min(fits, it->second);
+        const __int128 got = plan.denoms.value(it->first, 0);
         if (got != expected) {
             return QStringLiteral("denomination %1: %2 coins instead of %3")
-                .arg(it.key())
+                .arg(it->first)
                 .arg(static_cast<long long>(got))
                 .arg(static_cast<long long>(expected));
         }
-        remaining -= expected * it.key();
+        remaining -= expected * it->first;
     }
     return QString();
 }
@@ -278,7 +281,7 @@ private slots:
             const long long amount =
                 pick(0, 3) == 0 ? edgeAmounts[pick(0, std::size(edgeAmounts) - 1)] : pick(-5000, 300000);
 
-            const QMap<unsigned int, __int128> held = holdings(units);
+            const Holdings held = holdings(units);
             SumDetailed minimum;
             for (int mode : {1, 0}) {
                 const SumDetailed plan = calc(units, amount, mode);
@@ -292,8 +295,9 @@ private slots:
                 }
                 for (auto it = plan.denoms.cbegin(); it != plan.denoms.cend(); ++it) {
                     QVERIFY2(it.value() > 0, whereBytes.constData());
-                    QVERIFY2(held.contains(it.key()), whereBytes.constData());
-                    QVERIFY2(it.value() <= held.value(it.key()), whereBytes.constData());
+                    const auto holding = held.find(it.key());
+                    QVERIFY2(holding != held.end(), whereBytes.constData());
+                    QVERIFY2(it.value() <= holding->second, whereBytes.constData());
                 }
                 const __int128 total = planSum(plan);
                 QVERIFY2(total <= std::max(amount, 0LL), whereBytes.constData());
