@@ -54,6 +54,13 @@ void DeviceModel::onReplies(quint8 header, const QByteArray& request, const QLis
     script[key(header, request)] = entry;
 }
 
+void DeviceModel::onAny(quint8 header, const Reply& reply)
+{
+    Entry entry;
+    entry.replies = {reply};
+    anyData[header] = entry;
+}
+
 void DeviceModel::setActivity(quint16 bits)
 {
     on(123, QByteArray(), le(bits, 2));
@@ -140,12 +147,17 @@ QList<QByteArray> DeviceModel::answer(const QByteArray& written)
     const QByteArray request = written.mid(4, quint8(written.at(1)));
     const QByteArray k = key(header, request);
     received << k;
+    Entry* found = nullptr;
     auto it = script.find(k);
-    if (it == script.end()) {
+    if (it != script.end())
+        found = &it.value();
+    else if (anyData.contains(header))
+        found = &anyData[header];
+    if (!found) {
         unexpected << k;
         return {testsupport::nak()};
     }
-    Entry& entry = it.value();
+    Entry& entry = *found;
     if (entry.replies.isEmpty())
         return {};
     const Reply reply = entry.replies.at(qMin(entry.used, entry.replies.size() - 1));

@@ -29,6 +29,8 @@ public:
     // The same answer every time.
     void on(quint8 header, const QByteArray& request, const QByteArray& reply);
     void on(quint8 header, const QByteArray& request, const Reply& reply);
+    // Any data with that header, unless a script for the exact data exists.
+    void onAny(quint8 header, const Reply& reply);
     // One answer per request, the last one repeating.
     void onSequence(quint8 header, const QByteArray& request, const QList<QByteArray>& replies);
     void onReplies(quint8 header, const QByteArray& request, const QList<Reply>& replies);
@@ -70,6 +72,7 @@ private:
     QList<QByteArray> answer(const QByteArray& written);
 
     QMap<QByteArray, Entry> script;
+    QMap<quint8, Entry> anyData;
 };
 
 // The frame of a request from the host to the changer: header and data given.

@@ -27,6 +27,7 @@ public:
     bool isAccepting() const { return accepting; }
     QString pendingError() const { return delayedError; }
     QList<CashControlUnit> cachedUnits() const { return units; }
+    void setUnits(const QList<CashControlUnit>& value) { units = value; }
     QSet<unsigned int> acceptable() const { return acceptableDenoms; }
     QMap<unsigned char, unsigned int> positions() const { return coinDenoms; }
     void setPositions(const QMap<unsigned char, unsigned int>& value) { coinDenoms = value; }
@@ -62,6 +63,30 @@ struct Rig
     DeviceModel model;
     TestChanger changer;
 };
+
+// A unit as discovery makes it: a hopper (type 1) of one denomination, or the cashbox.
+inline CashControlUnit hopperUnit(const QString& name, unsigned int denom, long long count = 0)
+{
+    CashControlUnit unit;
+    unit.name = name;
+    unit.type = 1;
+    unit.operations = 0x8021330;
+    unit.flag = 1;
+    unit.denom = denom;
+    unit.count = count;
+    unit.limit3 = 50;
+    return unit;
+}
+
+inline CashControlUnit cashboxUnit(long long sum = 0)
+{
+    CashControlUnit unit;
+    unit.name = QStringLiteral("cashbox");
+    unit.type = 3;
+    unit.operations = 0x10;
+    unit.sum = sum;
+    return unit;
+}
 
 // "LEVEL text" of the lines at info level and above: what an operator reads.
 inline QStringList significant(const testsupport::LogCapture& log)

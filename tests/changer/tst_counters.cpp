@@ -1,0 +1,243 @@
+#include "cctalk/exception.h"
+#include "devicemodel.h"
+#include "support/logcapture.h"
+#include "testchanger.h"
+
+#include <QtTest>
+
+using namespace changertest;
+
+namespace {
+
+QByteArray bytes(std::initializer_list<int> values)
+{
+    QByteArray out;
+    for (int v : values)
+        out.append(char(v));
+    return out;
+}
+
+QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
+{
+    return QMap<unsigned int, long long>(items);
+}
+
+QList<QByteArray> frames(const QList<QByteArray>& list)
+{
+    return list;
+}
+
+} // namespace
+
+class TestCounters : public QObject
+{
+    Q_OBJECT
+private slots:
+    void acceptedCountersAddPositionsOfOneDenomination();
+    void acceptedCountersWaitForAcceptanceToEnd();
+    void acceptedCountersWithoutPositions();
+    void hoppersOfOneDenominationAddUp();
+    void hopperThreeOfFiveRoubles();
+    void noHopperUnitsStillLogTheHeading();
+    void countersAreSixtyFourBitSums();
+    void dispensedCountersWaitForThePayout();
+    void failureDiscardsThePartialResult();
+    void balancesAreWrittenAsGiven();
+};
+
+void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
+{
+    Rig rig;
+    rig.changer.setPositions({{1, 100}, {3, 200}, {2, 200}, {4, 1000}});
+    rig.model.setActivity(0);
+    rig.model.setAudit(70, 1, 11);
+    rig.model.setAudit(70, 2, 5);
+    rig.model.setAudit(70, 3, 7);
+    rig.model.setAudit(70, 4, 0);
+    testsupport::LogCapture log;
+    const SumDetailed accepted = rig.changer.getAcceptedCounters();
+    QCOMPARE(rig.serial.writes, frames({req(123), req(86, bytes({70, 1})), req(86, bytes({70, 2})),
+                                        req(86, bytes({70, 3})), req(86, bytes({70, 4}))}));
+    QCOMPARE(accepted.denoms, denoms({{100, 11}, {200, 12}, {1000, 0}}));
+    QCOMPARE(accepted.rest, 0LL);
+    QVERIFY(significant(log).isEmpty());
+}
+
+void TestCounters::acceptedCountersWaitForAcceptanceToEnd()
+{
+    Rig rig;
+    rig.changer.setPositions({{1, 100}});
+    rig.model.setActivity(4);
+    testsupport::LogCapture log;
+    try {
+        rig.changer.getAcceptedCounters();
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения приема монет"));
+    }
+    QCOMPARE(rig.changer.sleeps.size(), 10);
+    // with the fault check on every poll
+    QCOMPARE(rig.serial.writes.size(), 1 + 2 * 10);
+    QCOMPARE(significant(log),
+             QStringList({QStringLiteral("INFO Выполняется ожидание завершения приема монет..."),
+                          QStringLiteral("ERROR Таймаут ожидания завершения приема монет")}));
+
+    Rig later;
+    later.changer.setPositions({{1, 100}});
+    later.model.setActivitySequence({4, 4, 0});
+    later.model.setAudit(70, 1, 3);
+    QCOMPARE(later.changer.getAcceptedCounters().denoms, denoms({{100, 3}}));
+    QCOMPARE(later.changer.sleeps, QList<int>{1000});
+}
+
+void TestCounters::acceptedCountersWithoutPositions()
+{
+    Rig rig;
+    rig.model.setActivity(0);
+    const SumDetailed accepted = rig.changer.getAcceptedCounters();
+    QVERIFY(accepted.denoms.isEmpty());
+    QCOMPARE(rig.serial.writes, frames({req(123)}));
+}
+
+void TestCounters::hoppersOfOneDenominationAddUp()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit(100),
+                          hopperUnit(QStringLiteral("hopper2"), 1000),
+                          hopperUnit(QStringLiteral("hopper4"), 500)});
+    rig.model.setAudit(80, 1, 10);
+    rig.model.setAudit(87, 1, 5);
+    rig.model.setAudit(80, 2, 1);
+    rig.model.setAudit(87, 2, 0);
+    rig.model.setAudit(80, 4, 3);
+    rig.model.setAudit(87, 4, 1);
+    testsupport::LogCapture log;
+    const QMap<unsigned int, long long> counters = rig.changer.getHoppersCounters();
+    QCOMPARE(counters, denoms({{500, 19}, {1000, 1}}));
+    QCOMPARE(rig.serial.writes,
+             frames({req(86, bytes({80, 1})), req(86, bytes({87, 1})), req(86, bytes({80, 2})),
+                     req(86, bytes({87, 2})), req(86, bytes({80, 4})), req(86, bytes({87, 4}))}));
+    QCOMPARE(significant(log),
+             QStringList{QStringLiteral("INFO Счетчики хопперов: 5.00 x 15, 10.00 x 1, 5.00 x 4")});
+}
+
+void TestCounters::hopperThreeOfFiveRoubles()
+{
+    Rig rig;
+    rig.model.recycler({"RU500A"},
+                       {{"RU100A", 1, 100, false}, {"RU200A", 1, 100, false}, {"RU500A", 1, 100, true}}, 0);
+    rig.discover();
+    rig.model.setAudit(80, 3, 12);
+    rig.model.setAudit(87, 3, 3);
+    testsupport::LogCapture log;
+    QCOMPARE(rig.changer.getHoppersCounters(), denoms({{500, 15}}));
+    QCOMPARE(rig.serial.writes, frames({req(86, bytes({80, 3})), req(86, bytes({87, 3}))}));
+    QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Счетчики хопперов: 5.00 x 15")});
+}
+
+void TestCounters::noHopperUnitsStillLogTheHeading()
+{
+    Rig rig;
+    rig.changer.setUnits({cashboxUnit(100)});
+    testsupport::LogCapture log;
+    QVERIFY(rig.changer.getHoppersCounters().isEmpty());
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Счетчики хопперов: ")});
+
+    Rig empty;
+    testsupport::LogCapture log2;
+    QVERIFY(empty.changer.getHoppersCounters().isEmpty());
+    QCOMPARE(significant(log2), QStringList{QStringLiteral("INFO Счетчики хопперов: ")});
+}
+
+void TestCounters::countersAreSixtyFourBitSums()
+{
+    Rig rig;
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 1), hopperUnit(QStringLiteral("hopper2"), 1)});
+    rig.model.setAudit(80, 1, 0xFFFFFFFFu);
+    rig.model.setAudit(87, 1, 0xFFFFFFFFu);
+    rig.model.setAudit(80, 2, 2);
+    rig.model.setAudit(87, 2, 0);
+    testsupport::LogCapture log;
+    QCOMPARE(rig.changer.getHoppersCounters(), denoms({{1, 8589934592LL}}));
+    QCOMPARE(significant(log),
+             QStringList{QStringLiteral("INFO Счетчики хопперов: 0.01 x 8589934590, 0.01 x 2")});
+}
+
+void TestCounters::dispensedCountersWaitForThePayout()
+{
+    Rig rig;
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
+    rig.model.setActivitySequence({8, 0, 0});
+    rig.model.setAudit(80, 1, 10);
+    rig.model.setAudit(87, 1, 5);
+    rig.model.setAudit(80, 2, 1);
+    rig.model.setAudit(87, 2, 2);
+    testsupport::LogCapture log;
+    const SumDetailed dispensed = rig.changer.getDispensedCounters();
+    QCOMPARE(dispensed.denoms, denoms({{500, 15}, {1000, 3}}));
+    QCOMPARE(dispensed.rest, 0LL);
+    QCOMPARE(dispensed.extra, 0LL);
+    QCOMPARE(rig.serial.writes,
+             frames({req(123), req(123), req(123), req(86, bytes({80, 1})), req(86, bytes({87, 1})),
+                     req(86, bytes({80, 2})), req(86, bytes({87, 2}))}));
+    QCOMPARE(rig.changer.sleeps, QList<int>{1000});
+    QCOMPARE(significant(log),
+             QStringList({QStringLiteral("INFO Выполняется ожидание завершения выема монет..."),
+                          QStringLiteral("INFO Счетчики хопперов: 5.00 x 15, 10.00 x 3")}));
+
+    Rig slow;
+    slow.model.setActivity(8);
+    try {
+        slow.changer.getDispensedCounters();
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выема монет"));
+    }
+    QCOMPARE(slow.changer.sleeps.size(), 300);
+}
+
+void TestCounters::failureDiscardsThePartialResult()
+{
+    Rig rig;
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
+    rig.model.setAudit(80, 1, 10);
+    rig.model.setAudit(87, 1, 5);
+    rig.model.setAudit(80, 2, 1);
+    rig.model.on(86, bytes({87, 2}), DeviceModel::nak());
+    testsupport::LogCapture log;
+    QVERIFY_EXCEPTION_THROWN(rig.changer.getHoppersCounters(), CcTalk::NakException);
+    QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Ошибка выполнения команды")});
+
+    rig.changer.setPositions({{1, 100}, {2, 200}});
+    rig.model.setActivity(0);
+    rig.model.setAudit(70, 1, 4);
+    rig.model.on(86, bytes({70, 2}), DeviceModel::nak());
+    QVERIFY_EXCEPTION_THROWN(rig.changer.getAcceptedCounters(), CcTalk::NakException);
+}
+
+void TestCounters::balancesAreWrittenAsGiven()
+{
+    Rig rig;
+    rig.model.onAny(120, DeviceModel::data(QByteArray()));
+    rig.model.onAny(118, DeviceModel::data(QByteArray()));
+    testsupport::LogCapture log;
+    rig.changer.setHopperCount(2, 65535);
+    rig.changer.setCashboxSum(0);
+    rig.changer.setCashboxSum(123456);
+    rig.changer.setHopperCount(3, 1000);
+    QCOMPARE(rig.serial.writes,
+             frames({req(120, bytes({0x02, 0xFF, 0xFF})), req(118, bytes({0, 0, 0, 0})),
+                     req(118, bytes({0x40, 0xE2, 0x01, 0x00})), req(120, bytes({0x03, 0xE8, 0x03}))}));
+    QVERIFY(significant(log).isEmpty());
+    QVERIFY(rig.changer.sleeps.isEmpty());
+
+    rig.model.onAny(120, DeviceModel::nak());
+    QVERIFY_EXCEPTION_THROWN(rig.changer.setHopperCount(1, 1), CcTalk::NakException);
+}
+
+QTEST_GUILESS_MAIN(TestCounters)
+#include "tst_counters.moc"

@@ -1,0 +1,318 @@
+#include "cctalk/exception.h"
+#include "devicemodel.h"
+#include "support/frames.h"
+#include "support/logcapture.h"
+#include "testchanger.h"
+
+#include <QDateTime>
+#include <QtTest>
+
+using namespace changertest;
+
+namespace {
+
+QByteArray bytes(std::initializer_list<int> values)
+{
+    QByteArray out;
+    for (int v : values)
+        out.append(char(v));
+    return out;
+}
+
+// Looks units up in a list of its own, to show that the maintenance operations
+// ask getUnit through the virtual table.
+class LookupChanger : public TestChanger
+{
+public:
+    QList<CashControlUnit> known;
+    QStringList asked;
+
+    CashControlUnit getUnit(const QString& unitName) override
+    {
+        asked << unitName;
+        for (const CashControlUnit& unit : known) {
+            if (unit.name == unitName)
+                return unit;
+        }
+        return Changer::getUnit(unitName);
+    }
+};
+
+struct ClockRun
+{
+    QList<QByteArray> writes;
+    QStringList log;
+    quint32 deviceSecs = 0;
+    qint64 hostSecs = 0;
+};
+
+// One setTime() against a device clock `offset` whole seconds from the host's,
+// as the changer computes the difference (truncated toward zero). A run in which
+// the host clock crosses a second boundary while the answer is on its way is
+// repeated, so that the difference seen is exactly the offset.
+ClockRun runClock(int offset)
+{
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        Rig rig;
+        qint64 answeredAt = 0;
+        quint32 deviceSecs = 0;
+        rig.model.onAny(116, DeviceModel::data(QByteArray()));
+        auto fallback = rig.model.responder();
+        rig.serial.setResponder([&](const QByteArray& written) -> QList<QByteArray> {
+            if (quint8(written.at(3)) != 115)
+                return fallback(written);
+            answeredAt = QDateTime::currentMSecsSinceEpoch();
+            deviceSecs = quint32(answeredAt / 1000 + offset + (offset > 0 ? 1 : 0));
+            return {testsupport::reply(DeviceModel::le(deviceSecs, 4))};
+        });
+        testsupport::LogCapture log;
+        rig.changer.setTime();
+        const qint64 finishedAt = QDateTime::currentMSecsSinceEpoch();
+        if (answeredAt % 1000 == 0 || answeredAt / 1000 != finishedAt / 1000)
+            continue;
+        ClockRun run;
+        run.writes = rig.serial.writes;
+        run.log = significant(log);
+        run.deviceSecs = deviceSecs;
+        run.hostSecs = answeredAt / 1000;
+        return run;
+    }
+    return ClockRun();
+}
+
+QString shown(quint32 secs)
+{
+    return QDateTime::fromSecsSinceEpoch(secs, Qt::UTC).toString(QStringLiteral("dd.MM.yyyy hh:mm:ss"));
+}
+
+} // namespace
+
+class TestMaintenance : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+
+    void counterAtTheIntervalIsInOrder();
+    void counterPastTheIntervalNeedsService();
+    void counterAboveSignedRangeIsInOrder();
+    void cashboxSendsNothingAndStillLogs();
+    void hopperNumberFromTheName();
+    void unknownUnitFails();
+    void doneClearsTheHopperCounter();
+    void doneOnANonHopperSendsNothing();
+    void counterFailurePassesThrough();
+
+    void clockTenSecondsAwayIsLeftAlone_data();
+    void clockTenSecondsAwayIsLeftAlone();
+    void clockElevenSecondsAwayIsSet_data();
+    void clockElevenSecondsAwayIsSet();
+    void clockSetFailurePassesThrough();
+};
+
+void TestMaintenance::initTestCase()
+{
+    qputenv("TZ", "UTC");
+}
+
+void TestMaintenance::counterAtTheIntervalIsInOrder()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit()});
+    rig.model.setAudit(80, 1, 500000);
+    testsupport::LogCapture log;
+    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper1"));
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, 1}))});
+    QCOMPARE(info.unitName, QStringLiteral("hopper1"));
+    QCOMPARE(info.status, true);
+    QCOMPARE(info.cycles, 500000);
+    QCOMPARE(info.interval, 500000);
+    QVERIFY(info.description.isEmpty());
+    QCOMPARE(significant(log),
+             QStringList{QStringLiteral(
+                 "INFO hopper1, статус OK, кол-во циклов 500000, интервал обслуживания 500000")});
+}
+
+void TestMaintenance::counterPastTheIntervalNeedsService()
+{
+    Rig rig;
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 100), hopperUnit(QStringLiteral("hopper2"), 500)});
+    rig.model.setAudit(80, 2, 500001);
+    testsupport::LogCapture log;
+    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper2"));
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, 2}))});
+    QCOMPARE(info.unitName, QStringLiteral("hopper2"));
+    QCOMPARE(info.status, false);
+    QCOMPARE(info.cycles, 500001);
+    QCOMPARE(info.interval, 500000);
+    QCOMPARE(info.description, QStringLiteral("износ выбрасывающего механизма"));
+    QCOMPARE(significant(log),
+             QStringList{
+                 QStringLiteral("INFO hopper2, статус износ выбрасывающего механизма, кол-во циклов 500001, "
+                                "интервал обслуживания 500000")});
+}
+
+void TestMaintenance::counterAboveSignedRangeIsInOrder()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
+    rig.model.setAudit(80, 1, 0x80000000u);
+    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper1"));
+    QCOMPARE(info.cycles, int(0x80000000u));
+    QCOMPARE(info.status, true);
+}
+
+void TestMaintenance::cashboxSendsNothingAndStillLogs()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit(500)});
+    testsupport::LogCapture log;
+    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("cashbox"));
+    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(info.unitName.isEmpty());
+    QCOMPARE(info.status, false);
+    QCOMPARE(info.cycles, 0);
+    QCOMPARE(info.interval, 0);
+    QVERIFY(info.description.isEmpty());
+    QCOMPARE(significant(log),
+             QStringList{QStringLiteral("INFO , статус , кол-во циклов 0, интервал обслуживания 0")});
+}
+
+void TestMaintenance::hopperNumberFromTheName()
+{
+    LookupChanger changer;
+    testsupport::FakeSerialDevice serial;
+    DeviceModel model;
+    changer.setAddress(55);
+    changer.setSerial(&serial);
+    serial.setResponder(model.responder());
+    changer.known = {hopperUnit(QStringLiteral("hopper2"), 100), hopperUnit(QStringLiteral("hopper"), 200),
+                     hopperUnit(QStringLiteral("hopper300"), 500),
+                     hopperUnit(QStringLiteral("hopperX"), 1000),
+                     hopperUnit(QStringLiteral("hopper1hopper2"), 1000)};
+    model.setAudit(80, 2, 7);
+    model.setAudit(80, 0, 8);
+    model.setAudit(80, 44, 9);
+    model.setAudit(80, 12, 10);
+    QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper2")).cycles, 7);
+    QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper")).cycles, 8);
+    // the low 8 bits of 300
+    QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper300")).cycles, 9);
+    QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopperX")).cycles, 8);
+    // every occurrence of the word goes
+    QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper1hopper2")).cycles, 10);
+    QCOMPARE(serial.writes,
+             QList<QByteArray>({req(86, bytes({80, 2})), req(86, bytes({80, 0})), req(86, bytes({80, 44})),
+                                req(86, bytes({80, 0})), req(86, bytes({80, 12}))}));
+    model.on(87, bytes({80, 0}), QByteArray());
+    changer.maintanenceDone(QStringLiteral("hopper"));
+    QCOMPARE(serial.writes.last(), req(87, bytes({80, 0})));
+    QCOMPARE(changer.asked, QStringList({QStringLiteral("hopper2"), QStringLiteral("hopper"),
+                                         QStringLiteral("hopper300"), QStringLiteral("hopperX"),
+                                         QStringLiteral("hopper1hopper2"), QStringLiteral("hopper")}));
+}
+
+void TestMaintenance::unknownUnitFails()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
+    testsupport::LogCapture log;
+    try {
+        rig.changer.maintanenceInfo(QStringLiteral("Hopper1"));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Модуль не найден"));
+    }
+    QVERIFY_EXCEPTION_THROWN(rig.changer.maintanenceDone(QStringLiteral("hopper9")), CcTalk::Exception);
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Модуль не найден"),
+                                            QStringLiteral("ERROR Модуль не найден")}));
+}
+
+void TestMaintenance::doneClearsTheHopperCounter()
+{
+    Rig rig;
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 100), hopperUnit(QStringLiteral("hopper2"), 500)});
+    rig.model.on(87, bytes({80, 2}), QByteArray());
+    testsupport::LogCapture log;
+    rig.changer.maintanenceDone(QStringLiteral("hopper2"));
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(87, bytes({80, 2}))});
+    QVERIFY(significant(log).isEmpty());
+    // the answer is not examined
+    rig.model.on(87, bytes({80, 1}), bytes({1, 2, 3}));
+    rig.changer.maintanenceDone(QStringLiteral("hopper1"));
+    QCOMPARE(rig.serial.writes.last(), req(87, bytes({80, 1})));
+}
+
+void TestMaintenance::doneOnANonHopperSendsNothing()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit()});
+    testsupport::LogCapture log;
+    rig.changer.maintanenceDone(QStringLiteral("cashbox"));
+    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(significant(log).isEmpty());
+}
+
+void TestMaintenance::counterFailurePassesThrough()
+{
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
+    rig.model.on(86, bytes({80, 1}), DeviceModel::nak());
+    testsupport::LogCapture log;
+    QVERIFY_EXCEPTION_THROWN(rig.changer.maintanenceInfo(QStringLiteral("hopper1")), CcTalk::NakException);
+    QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Ошибка выполнения команды")});
+}
+
+void TestMaintenance::clockTenSecondsAwayIsLeftAlone_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::newRow("behind") << -10;
+    QTest::newRow("ahead") << 10;
+    QTest::newRow("same") << 0;
+}
+
+void TestMaintenance::clockTenSecondsAwayIsLeftAlone()
+{
+    QFETCH(int, offset);
+    const ClockRun run = runClock(offset);
+    QVERIFY(run.deviceSecs != 0);
+    QCOMPARE(run.writes, QList<QByteArray>{req(115)});
+    QCOMPARE(run.log, QStringList{QStringLiteral("INFO Время в устройстве: ") + shown(run.deviceSecs)});
+}
+
+void TestMaintenance::clockElevenSecondsAwayIsSet_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::newRow("behind") << -11;
+    QTest::newRow("ahead") << 11;
+    QTest::newRow("far ahead") << 86400;
+}
+
+void TestMaintenance::clockElevenSecondsAwayIsSet()
+{
+    QFETCH(int, offset);
+    const ClockRun run = runClock(offset);
+    QVERIFY(run.deviceSecs != 0);
+    QCOMPARE(run.writes, QList<QByteArray>({req(115), req(116, DeviceModel::le(quint32(run.hostSecs), 4))}));
+    QCOMPARE(run.log, QStringList({QStringLiteral("INFO Время в устройстве: ") + shown(run.deviceSecs),
+                                   QStringLiteral("INFO Установка времени")}));
+}
+
+void TestMaintenance::clockSetFailurePassesThrough()
+{
+    Rig rig;
+    rig.model.on(115, QByteArray(), DeviceModel::le(1000000000u, 4));
+    rig.model.onAny(116, DeviceModel::nak());
+    testsupport::LogCapture log;
+    QVERIFY_EXCEPTION_THROWN(rig.changer.setTime(), CcTalk::NakException);
+    QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Время в устройстве: 09.09.2001 01:46:40"),
+                                            QStringLiteral("INFO Установка времени"),
+                                            QStringLiteral("ERROR Ошибка выполнения команды")}));
+    QCOMPARE(rig.serial.writes.size(), 2);
+}
+
+QTEST_GUILESS_MAIN(TestMaintenance)
+#include "tst_maintenance.moc"

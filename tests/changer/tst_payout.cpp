@@ -1,0 +1,477 @@
+#include "cctalk/exception.h"
+#include "devicemodel.h"
+#include "support/logcapture.h"
+#include "testchanger.h"
+
+#include <QtTest>
+
+#include <climits>
+
+using namespace changertest;
+
+namespace {
+
+QByteArray bytes(std::initializer_list<int> values)
+{
+    QByteArray out;
+    for (int v : values)
+        out.append(char(v));
+    return out;
+}
+
+QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
+{
+    return QMap<unsigned int, long long>(items);
+}
+
+SumDetailed coins(std::initializer_list<std::pair<const unsigned int, long long>> items)
+{
+    SumDetailed sum;
+    sum.denoms = denoms(items);
+    return sum;
+}
+
+QByteArray pattern(const QList<QPair<int, int>>& pairs)
+{
+    QByteArray out;
+    for (const auto& p : pairs) {
+        out.append(char(p.first));
+        out.append(char(p.second));
+    }
+    return out;
+}
+
+QList<QByteArray> frames(const QList<QByteArray>& list)
+{
+    return list;
+}
+
+// Reads of one hopper's two dispense counters: the first pair before the payout,
+// the second after it.
+QList<QByteArray> counterReads(const QList<int>& hoppers)
+{
+    QList<QByteArray> out;
+    for (int h : hoppers)
+        out << req(86, bytes({80, h})) << req(86, bytes({87, h}));
+    return out;
+}
+
+// hopper1 holds 10.00, hopper2 5.00. Before a payout hopper1 has counted 100 + 4
+// coins out and hopper2 50 + 0; after it, what `paid1` and `paid2` add.
+void prepare(Rig& rig, quint32 paid1, quint32 paid2)
+{
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000),
+                          hopperUnit(QStringLiteral("hopper2"), 500), cashboxUnit()});
+    rig.model.setAuditSequence(80, 1, {100, 100 + paid1});
+    rig.model.setAudit(87, 1, 4);
+    rig.model.setAuditSequence(80, 2, {50, 50 + paid2});
+    rig.model.setAudit(87, 2, 0);
+    rig.model.setActivity(0);
+    rig.model.onAny(80, DeviceModel::data(QByteArray()));
+    rig.model.onAny(85, DeviceModel::data(QByteArray()));
+    rig.model.onAny(121, DeviceModel::data(QByteArray()));
+    rig.model.onAny(125, DeviceModel::data(QByteArray()));
+}
+
+class RecordingChanger : public TestChanger
+{
+public:
+    QStringList calls;
+
+    QMap<unsigned int, long long> getHoppersCounters() override
+    {
+        calls << QStringLiteral("getHoppersCounters");
+        return Changer::getHoppersCounters();
+    }
+    void waitNotState(int state, int polls, const QString& text, bool checkErrors) override
+    {
+        calls << QStringLiteral("waitNotState(%1, %2, %3, %4)")
+                     .arg(QString::number(state), QString::number(polls), text,
+                          checkErrors ? QStringLiteral("true") : QStringLiteral("false"));
+    }
+    SumDetailed getLastCashOut() override
+    {
+        calls << QStringLiteral("getLastCashOut");
+        return Changer::getLastCashOut();
+    }
+};
+
+} // namespace
+
+class TestPayout : public QObject
+{
+    Q_OBJECT
+private slots:
+    void cleanup() { TestChanger::setResetPending(false); }
+
+    void patternOfOneDenomination();
+    void patternWaitsTwoPollsPerCoin();
+    void emptyPatternIsStillSent();
+    void sameDenominationInTwoHoppersGoesToTheFirst();
+    void denominationWithoutHopperIsIgnored();
+    void oneHopperPatternSplitsIntoPairs();
+    void amountByMinimumAndOptimalModes();
+    void amountWaitsUpToThreeHundredPolls();
+    void purgeEmptiesOneHopper();
+    void counterGoingDownCountsAsZero();
+    void lastCashOutKeepsItsSnapshot();
+    void lostPatternAnswerIsNotRepeated();
+    void lostAmountAnswerIsNotRepeated();
+    void faultDuringThePayoutWait();
+    void payoutsCallTheirStepsVirtually();
+
+    void refusesNegativeCounts();
+    void refusesPatternsLongerThanOneFrame();
+    void longestPatternStillGoes();
+    void refusesLongSingleHopperPayout();
+    void refusesAmountsOutsideThirtyTwoBits();
+};
+
+void TestPayout::patternOfOneDenomination()
+{
+    Rig rig;
+    prepare(rig, 3, 0);
+    testsupport::LogCapture log;
+    const SumDetailed paid = rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
+    QCOMPARE(rig.serial.writes,
+             counterReads({1, 2}) + frames({req(85, bytes({0x01, 0x03})), req(123)}) + counterReads({1, 2}));
+    QCOMPARE(paid.denoms, denoms({{500, 0}, {1000, 3}}));
+    QCOMPARE(paid.rest, 0LL);
+    QCOMPARE(significant(log),
+             QStringList({QStringLiteral("INFO Счетчики хопперов: 10.00 x 104, 5.00 x 50"),
+                          QStringLiteral("INFO Счетчики хопперов: 10.00 x 107, 5.00 x 50")}));
+    QCOMPARE(rig.changer.lastSnapshot(), denoms({{500, 50}, {1000, 104}}));
+}
+
+void TestPayout::patternWaitsTwoPollsPerCoin()
+{
+    Rig rig;
+    prepare(rig, 3, 0);
+    rig.model.setActivity(8);
+    try {
+        rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
+    }
+    QCOMPARE(rig.changer.sleeps.size(), 66);
+    QVERIFY(rig.serial.writes.contains(req(85, bytes({0x01, 0x03}))));
+    // the snapshot stays for a later look at what came out
+    QCOMPARE(rig.changer.lastSnapshot(), denoms({{500, 50}, {1000, 104}}));
+    QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 3}}));
+}
+
+void TestPayout::emptyPatternIsStillSent()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    rig.model.setActivity(8);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(SumDetailed()), CcTalk::Exception);
+    QCOMPARE(rig.serial.writes.mid(4, 1), QList<QByteArray>{req(85)});
+    QCOMPARE(rig.changer.sleeps.size(), 60);
+
+    Rig quiet;
+    prepare(quiet, 0, 0);
+    const SumDetailed paid = quiet.changer.cashOut(SumDetailed());
+    QCOMPARE(paid.denoms, denoms({{500, 0}, {1000, 0}}));
+}
+
+void TestPayout::sameDenominationInTwoHoppersGoesToTheFirst()
+{
+    Rig rig;
+    prepare(rig, 0, 4);
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper2"), 500),
+                          hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit()});
+    rig.model.setActivity(8);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{500, 4}})), CcTalk::Exception);
+    QCOMPARE(rig.serial.writes.mid(0, 5), counterReads({2, 1}) + frames({req(85, bytes({2, 4}))}));
+    QCOMPARE(rig.changer.sleeps.size(), 68);
+}
+
+void TestPayout::denominationWithoutHopperIsIgnored()
+{
+    Rig rig;
+    prepare(rig, 1, 2);
+    const SumDetailed paid = rig.changer.cashOut(coins({{200, 5}, {500, 2}, {1000, 1}}));
+    QCOMPARE(rig.serial.writes.at(4), req(85, bytes({1, 1, 2, 2})));
+    QCOMPARE(paid.denoms, denoms({{500, 2}, {1000, 1}}));
+}
+
+void TestPayout::oneHopperPatternSplitsIntoPairs()
+{
+    Rig rig;
+    prepare(rig, 0, 700);
+    rig.model.setActivity(8);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 700), CcTalk::Exception);
+    QCOMPARE(rig.serial.writes.mid(0, 6),
+             counterReads({1, 2}) + frames({req(85, bytes({0x02, 0xFF, 0x02, 0xFF, 0x02, 0xBE})), req(123)}));
+    QCOMPARE(rig.changer.sleeps.size(), 1460);
+
+    Rig quiet;
+    prepare(quiet, 0, 700);
+    QCOMPARE(quiet.changer.cashOut(2, 700).denoms, denoms({{500, 700}, {1000, 0}}));
+
+    // no coins: a pattern without data
+    Rig none;
+    prepare(none, 0, 0);
+    none.changer.cashOut(1, 0);
+    QCOMPARE(none.serial.writes.at(4), req(85));
+}
+
+void TestPayout::amountByMinimumAndOptimalModes()
+{
+    Rig rig;
+    prepare(rig, 1, 1);
+    const SumDetailed paid = rig.changer.cashOut(ECashControl::Minimum, 1550);
+    QCOMPARE(rig.serial.writes,
+             counterReads({1, 2}) +
+                 frames({req(80, bytes({0x00})), req(125, bytes({0x0E, 0x06, 0, 0})), req(123)}) +
+                 counterReads({1, 2}));
+    QCOMPARE(paid.denoms, denoms({{500, 1}, {1000, 1}}));
+
+    Rig optimal;
+    prepare(optimal, 0, 0);
+    optimal.changer.cashOut(ECashControl::Optimal, 1550);
+    QCOMPARE(optimal.serial.writes.mid(4, 2),
+             QList<QByteArray>({req(80, bytes({0x02})), req(125, bytes({0x0E, 0x06, 0, 0}))}));
+
+    Rig unknown;
+    prepare(unknown, 0, 0);
+    unknown.changer.cashOut(ECashControl::ChangeMode(7), 100);
+    QCOMPARE(unknown.serial.writes.mid(4, 2),
+             QList<QByteArray>({req(80, bytes({0x00})), req(125, bytes({0x64, 0, 0, 0}))}));
+}
+
+void TestPayout::amountWaitsUpToThreeHundredPolls()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    rig.model.setActivity(8);
+    testsupport::LogCapture log;
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Optimal, 500), CcTalk::Exception);
+    QCOMPARE(rig.changer.sleeps.size(), 300);
+    QVERIFY(significant(log).contains(QStringLiteral("ERROR Таймаут ожидания завершения выдачи монет")));
+}
+
+void TestPayout::purgeEmptiesOneHopper()
+{
+    Rig rig;
+    prepare(rig, 0, 37);
+    const SumDetailed paid = rig.changer.purge(2);
+    QCOMPARE(rig.serial.writes,
+             counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) + counterReads({1, 2}));
+    QCOMPARE(paid.denoms, denoms({{500, 37}, {1000, 0}}));
+
+    Rig slow;
+    prepare(slow, 0, 0);
+    slow.model.setActivity(8);
+    QVERIFY_EXCEPTION_THROWN(slow.changer.purge(1), CcTalk::Exception);
+    QCOMPARE(slow.changer.sleeps.size(), 2000);
+    QCOMPARE(slow.serial.writes.at(4), req(121, bytes({1, 0})));
+}
+
+void TestPayout::counterGoingDownCountsAsZero()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    rig.model.setAuditSequence(80, 1, {100, 90});
+    rig.model.setAuditSequence(80, 2, {50, 52});
+    const SumDetailed paid = rig.changer.cashOut(coins({{500, 2}}));
+    QCOMPARE(paid.denoms, denoms({{500, 2}, {1000, 0}}));
+}
+
+void TestPayout::lastCashOutKeepsItsSnapshot()
+{
+    Rig rig;
+    prepare(rig, 2, 0);
+    QCOMPARE(rig.changer.cashOut(1, 2).denoms, denoms({{500, 0}, {1000, 2}}));
+    QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
+    QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
+
+    // a denomination missing from the snapshot counts from zero
+    Rig fresh;
+    fresh.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000)});
+    fresh.model.setAudit(80, 1, 6);
+    fresh.model.setAudit(87, 1, 1);
+    QCOMPARE(fresh.changer.getLastCashOut().denoms, denoms({{1000, 7}}));
+    QCOMPARE(fresh.serial.writes, counterReads({1}));
+}
+
+void TestPayout::lostPatternAnswerIsNotRepeated()
+{
+    Rig rig;
+    prepare(rig, 3, 0);
+    rig.model.on(85, bytes({1, 3}), DeviceModel::silent());
+    testsupport::LogCapture log;
+    try {
+        rig.changer.cashOut(coins({{1000, 3}}));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
+    }
+    QCOMPARE(rig.serial.writes.count(req(85, bytes({1, 3}))), 1);
+    QCOMPARE(rig.serial.writes.last(), req(85, bytes({1, 3})));
+    QCOMPARE(rig.changer.sleeps, QList<int>{200});
+    QCOMPARE(significant(log).count(QStringLiteral("ERROR Нет связи")), 1);
+    // the coins did go out; the snapshot still tells how many
+    QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 3}}));
+}
+
+void TestPayout::lostAmountAnswerIsNotRepeated()
+{
+    Rig rig;
+    prepare(rig, 1, 0);
+    rig.model.on(125, bytes({0xE8, 0x03, 0, 0}), DeviceModel::silent());
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 1000), CcTalk::Exception);
+    QCOMPARE(rig.serial.writes.mid(4),
+             QList<QByteArray>({req(80, bytes({0})), req(125, bytes({0xE8, 0x03, 0, 0}))}));
+    QCOMPARE(rig.changer.sleeps, QList<int>{200});
+}
+
+void TestPayout::faultDuringThePayoutWait()
+{
+    Rig rig;
+    prepare(rig, 1, 0);
+    rig.model.setActivitySequence({8, 8 | 16});
+    rig.model.setErrorStatus(1, 2);
+    rig.model.setSelfcheck(0, 0);
+    try {
+        rig.changer.cashOut(1, 5);
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 1, заклинивание"));
+    }
+    QVERIFY(TestChanger::resetPending());
+    QCOMPARE(rig.serial.writes.mid(4),
+             QList<QByteArray>({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232)}));
+}
+
+void TestPayout::payoutsCallTheirStepsVirtually()
+{
+    RecordingChanger changer;
+    testsupport::FakeSerialDevice serial;
+    DeviceModel model;
+    changer.setAddress(55);
+    changer.setSerial(&serial);
+    serial.setResponder(model.responder());
+    model.onAny(85, DeviceModel::data(QByteArray()));
+    model.on(80, bytes({2}), QByteArray());
+    model.on(125, bytes({100, 0, 0, 0}), QByteArray());
+    model.on(121, bytes({4, 0}), QByteArray());
+    changer.cashOut(coins({{1000, 3}}));
+    changer.cashOut(1, 3);
+    changer.cashOut(ECashControl::Optimal, 100);
+    changer.purge(4);
+    const QString wait = QStringLiteral("waitNotState(8, %1, завершения выдачи монет, true)");
+    QCOMPARE(changer.calls,
+             QStringList(
+                 {QStringLiteral("getHoppersCounters"), wait.arg(60), QStringLiteral("getLastCashOut"),
+                  QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(66),
+                  QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters"),
+                  QStringLiteral("getHoppersCounters"), wait.arg(300), QStringLiteral("getLastCashOut"),
+                  QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(2000),
+                  QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters")}));
+    // no hopper units: the coins were for nobody and the pattern went out empty
+    QCOMPARE(serial.writes.first(), req(85));
+}
+
+void TestPayout::refusesNegativeCounts()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    testsupport::LogCapture log;
+    try {
+        rig.changer.cashOut(coins({{1000, 1}, {500, -1}}));
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
+    }
+    // also for a denomination that no hopper holds
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{200, -3}})), CcTalk::Exception);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MIN}})), CcTalk::Exception);
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
+                                            QStringLiteral("ERROR Некорректная сумма"),
+                                            QStringLiteral("ERROR Некорректная сумма")}));
+}
+
+void TestPayout::refusesPatternsLongerThanOneFrame()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    testsupport::LogCapture log;
+    // 62 pairs: 124 data bytes
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 61 * 255 + 1}})), CcTalk::Exception);
+    // 30 + 32 pairs over two hoppers
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 30 * 255}, {500, 31 * 255 + 1}})),
+                             CcTalk::Exception);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MAX}})), CcTalk::Exception);
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log).count(QStringLiteral("ERROR Некорректная сумма")), 3);
+    QCOMPARE(significant(log).size(), 3);
+}
+
+void TestPayout::longestPatternStillGoes()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    QList<QPair<int, int>> pairs;
+    for (int i = 0; i < 30; ++i)
+        pairs << qMakePair(1, 255);
+    for (int i = 0; i < 30; ++i)
+        pairs << qMakePair(2, 255);
+    pairs << qMakePair(2, 1);
+    rig.changer.cashOut(coins({{1000, 30 * 255}, {500, 30 * 255 + 1}}));
+    QCOMPARE(rig.serial.writes.at(4), req(85, pattern(pairs)));
+    QCOMPARE(pattern(pairs).size(), 122);
+
+    Rig single;
+    prepare(single, 0, 0);
+    single.changer.cashOut(1, 61 * 255);
+    QCOMPARE(single.serial.writes.at(4).size(), 5 + 122);
+}
+
+void TestPayout::refusesLongSingleHopperPayout()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    testsupport::LogCapture log;
+    try {
+        rig.changer.cashOut(1, 61 * 255 + 1);
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
+    }
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 0xFFFFFFFFu), CcTalk::Exception);
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
+                                            QStringLiteral("ERROR Некорректная сумма")}));
+}
+
+void TestPayout::refusesAmountsOutsideThirtyTwoBits()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    testsupport::LogCapture log;
+    try {
+        rig.changer.cashOut(ECashControl::Optimal, -500);
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
+    }
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, -1), CcTalk::Exception);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 0x100000000LL), CcTalk::Exception);
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, LLONG_MIN), CcTalk::Exception);
+    QVERIFY(rig.serial.writes.isEmpty());
+    QCOMPARE(significant(log).count(QStringLiteral("ERROR Некорректная сумма")), 4);
+
+    // the bounds themselves still go
+    rig.changer.cashOut(ECashControl::Minimum, 0xFFFFFFFFLL);
+    QCOMPARE(rig.serial.writes.at(5), req(125, bytes({0xFF, 0xFF, 0xFF, 0xFF})));
+    rig.serial.writes.clear();
+    rig.changer.cashOut(ECashControl::Minimum, 0);
+    QCOMPARE(rig.serial.writes.at(5), req(125, bytes({0, 0, 0, 0})));
+}
+
+QTEST_GUILESS_MAIN(TestPayout)
+#include "tst_payout.moc"
