@@ -172,7 +172,7 @@ QString SelfcheckResp::getError() const
     case 50:
         return QStringLiteral("Необходима замена батареи, разряжена");
     case 51:
-        // The door text spells "подьемника", unlike the motor texts; operators know it so.
+        // The door text is spelt "подьемника", unlike the motor texts; both are kept as operators see them.
         if (extra == 1)
             return QStringLiteral("Открыта дверь в устройстве поштучной подачи");
         if (extra == 2)

@@ -20,7 +20,7 @@ class ReqErrorStatusResp : public Response
 {
 public:
     // Anything but CoinAcceptor and Cashbox is taken as a hopper.
-    enum DeviceType { Hopper = 0, CoinAcceptor = 1, Cashbox = 2 };
+    enum DeviceType : int { Hopper = 0, CoinAcceptor = 1, Cashbox = 2 };
 
     ReqErrorStatusResp(const Response& response = Response());
 

@@ -2,6 +2,8 @@
 
 #include <QMetaEnum>
 
+#include <limits>
+
 namespace CcTalk {
 
 namespace {
@@ -120,9 +122,10 @@ void Request::setAddress(unsigned char address) const
 void Request::setUint(unsigned int value, int pos, int count)
 {
     for (int i = 0; i < count; ++i) {
-        const int at = pos + i;
-        if (at < 0)
+        const qint64 wide = qint64(pos) + i;
+        if (wide < 0 || wide >= std::numeric_limits<int>::max())
             continue;
+        const int at = int(wide);
         if (at >= data.size())
             data.append(QByteArray(at - data.size() + 1, '\0'));
         data[at] = char(i < 4 ? (value >> (8 * i)) & 0xFF : 0);
@@ -211,11 +214,11 @@ bool Response::isBUSY() const
 
 unsigned int Response::getUint(int pos, int count) const
 {
-    const int n = qMin(count, data.size() - pos);
+    const qint64 n = qMin(qint64(count), qint64(data.size()) - pos);
     unsigned int result = 0;
     // Bytes beyond the fourth do not fit the result.
     for (int i = 0; i < n && i < 4; ++i)
-        result += unsigned(getByte(pos + i)) << (8 * i);
+        result += unsigned(getByte(int(qint64(pos) + i))) << (8 * i);
     return result;
 }
 

@@ -10,7 +10,7 @@ namespace CcTalk {
 class SetChangeAlgorithm : public Request
 {
 public:
-    enum Algorithm { LargestFirst = 0, Balanced = 2 };
+    enum Algorithm : int { LargestFirst = 0, Balanced = 2 };
 
     explicit SetChangeAlgorithm(Algorithm a);
 };

@@ -16,7 +16,7 @@ class ReqActivityRegResp : public Response
 {
 public:
     // Bits of the 16-bit activity register.
-    enum State {
+    enum State : int {
         CoinAcceptance = 4,
         Payout = 8,
         Fault = 16,
@@ -34,9 +34,9 @@ public:
 class ReqUnitInfo : public Request
 {
 public:
-    // Hopper h is Unit(h + 2).
-    enum Unit { CoinAcceptor = 2 };
-    enum InfoType { Enabled = 0, Firmware = 1, Model = 4, SerialNumber = 5, Capacity = 8 };
+    // Hopper h is Unit(h + 2); the fixed underlying type makes every such value valid.
+    enum Unit : int { CoinAcceptor = 2 };
+    enum InfoType : int { Enabled = 0, Firmware = 1, Model = 4, SerialNumber = 5, Capacity = 8 };
 
     ReqUnitInfo(Unit unit, InfoType info);
 };

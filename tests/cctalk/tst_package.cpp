@@ -3,6 +3,8 @@
 
 #include <QtTest>
 
+#include <limits>
+
 using testsupport::frame;
 using testsupport::hex;
 using testsupport::reply;
@@ -261,6 +263,8 @@ private slots:
         QTest::newRow("overwrites") << hex("aabbccdd") << 0x0102u << 1 << 2 << hex("aa0201dd");
         QTest::newRow("overwrites and grows") << hex("aabb") << 0x030201u << 1 << 3 << hex("aa010203");
         QTest::newRow("max") << QByteArray() << 0xffffffffu << 0 << 4 << hex("ffffffff");
+        QTest::newRow("negative position skipped") << hex("aa") << 0x0201u << -1 << 2 << hex("02");
+        QTest::newRow("count 0") << hex("aa") << 0x0201u << 0 << 0 << hex("aa");
     }
 
     void setUint()
@@ -295,6 +299,10 @@ private slots:
         QTest::newRow("16-bit count") << hex("5255303130412c01") << 6 << 2 << 300u;
         QTest::newRow("negative position stays in range") << hex("0102") << -1 << 2 << 0x0100u;
         QTest::newRow("far negative position") << hex("0102") << -10 << 4 << 0u;
+        QTest::newRow("most negative position") << hex("0102") << std::numeric_limits<int>::min() << 4 << 0u;
+        QTest::newRow("largest position") << hex("0102") << std::numeric_limits<int>::max() << 4 << 0u;
+        QTest::newRow("largest count") << hex("0102") << 0 << std::numeric_limits<int>::max() << 0x0201u;
+        QTest::newRow("count beyond 4 bytes") << hex("0102030405") << 0 << 5 << 0x04030201u;
     }
 
     void getUint()
