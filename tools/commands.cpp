@@ -285,10 +285,11 @@ SumDetailed Runner::acceptSession(bool fast, const QSet<unsigned int>& excluded,
         }
         console.out(QStringLiteral("%1Accepting %2%3%4%5\n")
                         .arg(verbose ? QStringLiteral("  ") : QString(), denomList(accepted),
-                             fast ? QStringLiteral(" (fast)") : QString(), coins,
+                             fast ? QStringLiteral(" (fast)") : QString(),
                              seconds >= 0    ? QStringLiteral(" for %1 s").arg(seconds)
                              : stopWhenAllIn ? QString()
-                                             : QStringLiteral(" until Ctrl+C")));
+                                             : QStringLiteral(" until Ctrl+C"),
+                             coins));
     }
 
     for (int i = 0; i < coinPositions.size(); ++i) {
@@ -387,7 +388,10 @@ CashControlUnit Runner::requireUnit(const QString& name, int operation)
     }
     if (operation != 0 && (unit->operations & operation) == 0)
         throw UsageError{QStringLiteral("unit %1 does not support %2 (%3)")
-                             .arg(name, operationKey(operation), ECashControl::operationName(operation))};
+                             .arg(name,
+                                  operation == ECashControl::Maintenance ? QStringLiteral("maintenance")
+                                                                         : operationKey(operation),
+                                  ECashControl::operationName(operation))};
     const bool countsCoins = operation == ECashControl::ManualLoad ||
                              operation == ECashControl::ManualPickupSum ||
                              operation == ECashControl::DispensePickupSum;
@@ -561,9 +565,12 @@ int Runner::demo()
         console.out(QStringLiteral("\n== %1\n").arg(title));
     };
 
-    console.out(QStringLiteral("cpibcr demo: the driver plug-in runs a simulated CPI BCR coin recycler\n"
-                               "plug-in %1\nport    %2 (built-in simulator)\n")
-                    .arg(host.pluginPath(), host.portPath()));
+    console.out(
+        QStringLiteral("cpibcr demo: a POS host's session with the CPI BCR coin recycler driver.\n"
+                       "The recycler is simulated on a pseudo-terminal; the plug-in speaks ccTalk to it\n"
+                       "exactly as it would to the real device over a serial line.\n"
+                       "plug-in %1\nport    %2 (built-in simulator)\n")
+            .arg(host.pluginPath(), host.portPath()));
 
     heading(QStringLiteral("1. Connect and check the device"));
     connectDevice();
@@ -574,7 +581,7 @@ int Runner::demo()
     heading(QStringLiteral("2. Cash units"));
     console.out(unitsTable(driver().getUnits()));
 
-    heading(QStringLiteral("3. Accept coins"));
+    heading(QStringLiteral("3. Accept coins (each lands in the hopper of its denomination)"));
     QList<int> coins;
     for (const long long amount : {1000LL, 500LL, 200LL, 200LL})
         if (const int position = simulatorCoinPosition(*simConfig, amount))
@@ -584,7 +591,8 @@ int Runner::demo()
         QStringLiteral("  accepted %1  (%2)\n").arg(formatAmount(accepted.sum()), sumBreakdown(accepted)));
 
     const long long change = 1300;
-    heading(QStringLiteral("4. Pay %1 of change").arg(formatAmount(change)));
+    heading(QStringLiteral("4. Pay %1 of change (optimal mode: fuller hoppers pay first)")
+                .arg(formatAmount(change)));
     const bool payable = driver().cashOutCheck(ECashControl::Optimal, change);
     console.out(QStringLiteral("  can %1 be paid? %2\n")
                     .arg(formatAmount(change), payable ? QStringLiteral("yes") : QStringLiteral("no")));

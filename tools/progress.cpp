@@ -34,6 +34,9 @@ void Progress::run()
     static const char frames[] = {'|', '/', '-', '\\'};
     const auto start = std::chrono::steady_clock::now();
     std::unique_lock<std::mutex> lock(mutex);
+    // Quick calls finish without a flicker on the terminal.
+    if (wake.wait_for(lock, std::chrono::milliseconds(250), [this] { return stopping; }))
+        return;
     for (int tick = 0; !stopping; ++tick) {
         const auto elapsed =
             std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start)

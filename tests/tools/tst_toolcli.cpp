@@ -255,7 +255,7 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves_data()
         << "amount 3.00 is not a whole number of 10.00 coins of hopper1";
     QTest::newRow("cashbox has no maintenance")
         << QStringList{"maintenance", "cashbox", "--done"}
-        << "unit cashbox does not support 0x8000000 (техобслуживание модуля)";
+        << "unit cashbox does not support maintenance (техобслуживание модуля)";
 }
 
 void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves()
