@@ -159,6 +159,8 @@ private slots:
     void deviceFaultFailsWithDriverMessage();
     void payJsonMatchesSimulator();
     void payImpossibleLeavesHoppersAlone();
+    void driverRefusalsMoveNothing_data();
+    void driverRefusalsMoveNothing();
     void loanManualLoad();
     void loanOtherOperationChangesNothing();
     void pickupCashbox();
@@ -475,6 +477,32 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
                                               {QStringLiteral("error"),
                                                QStringLiteral("Монетоприемник: Невозможно выдать сумму")},
                                               {QStringLiteral("exitStatus"), 1}}));
+    QCOMPARE(moneyCommands(*s), 0);
+    QCOMPARE(hopperCounts(*s), before);
+}
+
+void TestToolCli::driverRefusalsMoveNothing_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("message");
+    // 400 coins in the hopper plus 70000 would not fit the device's 16-bit count.
+    QTest::newRow("loan beyond the hopper count field")
+        << QStringList{"loan", "hopper4", "70000"} << QStringLiteral("Монетоприемник: Некорректная сумма");
+    QTest::newRow("largest amount the tool passes")
+        << QStringList{"pay", "42949672.95"} << QStringLiteral("Монетоприемник: Невозможно выдать сумму");
+}
+
+void TestToolCli::driverRefusalsMoveNothing()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, message);
+    auto s = startSimulator();
+    QVERIFY(s);
+    const QList<int> before = hopperCounts(*s);
+    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    QCOMPARE(r.status, 1);
+    QVERIFY2(r.err.endsWith((QStringLiteral("\n") + message + QStringLiteral("\n")).toUtf8()),
+             r.err.constData());
     QCOMPARE(moneyCommands(*s), 0);
     QCOMPARE(hopperCounts(*s), before);
 }
