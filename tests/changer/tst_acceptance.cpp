@@ -29,10 +29,10 @@ QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsig
     return QMap<unsigned int, long long>(items);
 }
 
-// Positions 1..4: 1.00, 2.00, 2.00, 10.00; hoppers for 1.00, 2.00 and 10.00.
+// Positions 1..4: 1.00, 10.00, 2.00, 2.00; hoppers for 1.00, 2.00 and 10.00.
 void standard(Rig& rig)
 {
-    rig.model.recycler({"RU100A", "RU200A", "RU200A", "RU1K0A"},
+    rig.model.recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
                        {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
     rig.discover();
     rig.model.setActivity(0);
@@ -156,7 +156,7 @@ void TestAcceptance::firstPollComparesWithZero()
     standard(rig);
     rig.changer.cashInStart(false, {});
     rig.serial.writes.clear();
-    rig.model.setCoinsIn({{4, 2}, {1, 1}});
+    rig.model.setCoinsIn({{2, 2}, {1, 1}});
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     testsupport::LogCapture log;
@@ -173,7 +173,7 @@ void TestAcceptance::firstPollComparesWithZero()
     QCOMPARE(errors.size(), 0);
     QVERIFY(rig.changer.timer()->isActive());
     QCOMPARE(rig.changer.lastCounts().size(), 16);
-    QCOMPARE(rig.changer.lastCounts().value(4), 2u);
+    QCOMPARE(rig.changer.lastCounts().value(2), 2u);
 }
 
 void TestAcceptance::unchangedCountersReportNothing()
@@ -199,7 +199,7 @@ void TestAcceptance::positionsOfOneDenominationAddUp()
     Rig rig;
     standard(rig);
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{2, 10}, {3, 20}}, {{2, 11}, {3, 22}}});
+    rig.model.setCoinsInSequence({{{3, 10}, {4, 20}}, {{3, 11}, {4, 22}}});
     rig.changer.checkMoneyIn();
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
@@ -260,7 +260,7 @@ void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
     Rig rig;
     standard(rig);
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{1, 1}}, {{1, 1}, {4, 1}}});
+    rig.model.setCoinsInSequence({{{1, 1}}, {{1, 1}, {2, 1}}});
     rig.changer.checkMoneyIn();
     QVERIFY(rig.changer.timer()->isActive());
     rig.serial.writes.clear();
@@ -338,7 +338,7 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
     Rig rig;
     standard(rig);
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{2, 1}});
+    rig.model.setCoinsIn({{3, 1}});
     rig.model.setActivity(16);
     rig.model.setErrorStatus(3, 2);
     rig.model.setSelfcheck(0, 0);
@@ -355,7 +355,7 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Принято: 2.00. номиналы: 2.00 x 1"),
                                             QStringLiteral("ERROR Хоппер 3, заклинивание")}));
     QVERIFY(!rig.changer.timer()->isActive());
-    QCOMPARE(rig.changer.lastCounts().value(2), 1u);
+    QCOMPARE(rig.changer.lastCounts().value(3), 1u);
     QVERIFY(TestChanger::resetPending());
 }
 
@@ -395,7 +395,7 @@ void TestAcceptance::receivedCanBeQueued()
     Rig rig;
     standard(rig);
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{4, 1}});
+    rig.model.setCoinsIn({{2, 1}});
     QList<SumDetailed> delivered;
     QObject::connect(
         &rig.changer, &CcTalk::Changer::received, &rig.changer, [&](SumDetailed sum) { delivered << sum; },
