@@ -16,9 +16,10 @@ class Timer;
 namespace CcTalk {
 
 // The CPI BCR coin recycler as a whole: a coin acceptor with up to 16 coin positions,
-// hoppers of one denomination each, and a cashbox. Waits for the device poll its
-// activity register once a second; coin acceptance is polled every 200 ms by a
-// single-shot timer that is re-armed only after a poll that ended normally.
+// hoppers of one denomination each, and a cashbox. Waiting for the device means
+// polling its activity register once a second; coin acceptance is polled every
+// 200 ms by a single-shot timer that is re-armed only after a poll that ended
+// normally.
 class Changer : public Device
 {
     Q_OBJECT

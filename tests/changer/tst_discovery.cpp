@@ -8,6 +8,9 @@
 #include <QMetaMethod>
 #include <QtTest>
 
+#include <cstddef>
+#include <cstring>
+
 using namespace changertest;
 using Hopper = DeviceModel::Hopper;
 
@@ -90,6 +93,7 @@ private slots:
     void initTestCase();
 
     void metaObject();
+    void virtualOperationsInSlotOrder();
     void constructorState();
     void timerRunsThePollVirtually();
     void initCallsItsStepsInOrderVirtually();
@@ -148,6 +152,64 @@ void TestDiscovery::metaObject()
     QVERIFY(changer.qt_metacast("CcTalk::Changer") == &changer);
     QVERIFY(changer.qt_metacast("QObject") != nullptr);
     QVERIFY(changer.qt_metacast("CcTalk::Device") == nullptr);
+}
+
+namespace {
+
+// Index of a virtual function in the table: under the Itanium C++ ABI a pointer to
+// a virtual member holds 1 + its byte offset in the table.
+template <class F> long long slotOf(F member)
+{
+    static_assert(sizeof(F) == 2 * sizeof(std::ptrdiff_t), "Itanium member pointer");
+    std::ptrdiff_t words[2];
+    std::memcpy(words, &member, sizeof words);
+    if ((words[0] & 1) == 0)
+        return -1;
+    return static_cast<long long>((words[0] - 1) / std::ptrdiff_t(sizeof(void*)));
+}
+
+} // namespace
+
+void TestDiscovery::virtualOperationsInSlotOrder()
+{
+    using C = CcTalk::Changer;
+    const QList<long long> order{
+        slotOf(&C::commonInit),
+        slotOf(&C::checkState),
+        slotOf(static_cast<void (C::*)()>(&C::connect)),
+        slotOf(&C::exec),
+        slotOf(&C::sleep),
+        slotOf(&C::init),
+        slotOf(&C::getUnits),
+        slotOf(&C::setHopperCount),
+        slotOf(&C::setCashboxSum),
+        slotOf(&C::getUnit),
+        slotOf(&C::getAcceptableDenoms),
+        slotOf(&C::cashInStart),
+        slotOf(&C::cashInStop),
+        slotOf(static_cast<SumDetailed (C::*)(ECashControl::ChangeMode, long long)>(&C::cashOut)),
+        slotOf(static_cast<SumDetailed (C::*)(SumDetailed)>(&C::cashOut)),
+        slotOf(static_cast<SumDetailed (C::*)(unsigned char, unsigned int)>(&C::cashOut)),
+        slotOf(&C::getLastCashOut),
+        slotOf(&C::getAcceptedCounters),
+        slotOf(&C::getDispensedCounters),
+        slotOf(&C::checkError),
+        slotOf(&C::purge),
+        slotOf(&C::maintanenceInfo),
+        slotOf(&C::maintanenceDone),
+        slotOf(&TestChanger::checkMoneyIn),
+        slotOf(&C::loadCashUnits),
+        slotOf(&C::getHoppersCounters),
+        slotOf(&C::resetIfNeeded),
+        slotOf(&C::setTime),
+        slotOf(&C::waitNotState),
+    };
+    QVERIFY(order.first() > 0);
+    for (int i = 1; i < order.size(); ++i)
+        QCOMPARE(order.at(i), order.first() + i);
+    // the first five are those of the bus device
+    QCOMPARE(slotOf(&CcTalk::Device::commonInit), order.first());
+    QCOMPARE(slotOf(&CcTalk::Device::sleep), order.first() + 4);
 }
 
 void TestDiscovery::constructorState()
