@@ -2,6 +2,10 @@
 
 #include <log4cxx/consoleappender.h>
 #include <log4cxx/file.h>
+#include <log4cxx/helpers/bytebuffer.h>
+#include <log4cxx/helpers/charsetencoder.h>
+#include <log4cxx/helpers/outputstream.h>
+#include <log4cxx/helpers/outputstreamwriter.h>
 #include <log4cxx/helpers/pool.h>
 #include <log4cxx/logmanager.h>
 #include <log4cxx/patternlayout.h>
@@ -9,6 +13,9 @@
 #include <log4cxx/writerappender.h>
 
 #include <QFileInfo>
+
+#include <cerrno>
+#include <unistd.h>
 
 namespace logging {
 
@@ -22,11 +29,52 @@ void write(const LoggerPtr& logger, const log4cxx::LevelPtr& level, const QStrin
         logger->forcedLogLS(level, toLogString(text), log4cxx::spi::LocationInfo::getLocationUnavailable());
 }
 
+// log4cxx's console appender encodes with the C library's locale whatever
+// encoding it is given, so console output gets its own byte stream to the
+// file descriptor behind a UTF-8 writer.
+class DescriptorStream : public log4cxx::helpers::OutputStream
+{
+public:
+    explicit DescriptorStream(int descriptor) : fd(descriptor) {}
+    void close(log4cxx::helpers::Pool&) override {}
+    void flush(log4cxx::helpers::Pool&) override {}
+    void write(log4cxx::helpers::ByteBuffer& buf, log4cxx::helpers::Pool&) override
+    {
+        const char* data = buf.current();
+        size_t left = buf.remaining();
+        while (left > 0) {
+            const ssize_t n = ::write(fd, data, left);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                break;
+            data += n;
+            left -= size_t(n);
+        }
+        buf.position(buf.limit());
+    }
+
+private:
+    const int fd;
+};
+
+log4cxx::helpers::WriterPtr utf8Writer(int fd)
+{
+    log4cxx::helpers::OutputStreamPtr stream = std::make_shared<DescriptorStream>(fd);
+    log4cxx::helpers::CharsetEncoderPtr encoder = log4cxx::helpers::CharsetEncoder::getUTF8Encoder();
+    return std::make_shared<log4cxx::helpers::OutputStreamWriter>(stream, encoder);
+}
+
 void forceUtf8(const LoggerPtr& logger, log4cxx::helpers::Pool& pool)
 {
     if (!logger)
         return;
     for (const auto& appender : logger->getAllAppenders()) {
+        if (auto console = log4cxx::cast<log4cxx::ConsoleAppender>(appender)) {
+            const bool toStdout = console->getTarget() == log4cxx::ConsoleAppender::getSystemOut();
+            console->setWriter(utf8Writer(toStdout ? STDOUT_FILENO : STDERR_FILENO));
+            continue;
+        }
         auto writer = log4cxx::cast<log4cxx::WriterAppender>(appender);
         if (writer && writer->getEncoding().empty()) {
             writer->setEncoding(utf8Encoding);
@@ -123,12 +171,11 @@ bool configureConsole(const QString& level, QString* error)
     }
     log4cxx::LogManager::resetConfiguration();
     auto layout = std::make_shared<log4cxx::PatternLayout>(LOG4CXX_STR("%d{HH:mm:ss,SSS} %-5p %c - %m%n"));
-    auto appender = std::make_shared<log4cxx::ConsoleAppender>();
+    auto appender = std::make_shared<log4cxx::WriterAppender>();
+    appender->setName(LOG4CXX_STR("stderr"));
     appender->setLayout(layout);
-    appender->setTarget(log4cxx::ConsoleAppender::getSystemErr());
-    appender->setEncoding(utf8Encoding);
-    log4cxx::helpers::Pool pool;
-    appender->activateOptions(pool);
+    appender->setWriter(utf8Writer(STDERR_FILENO));
+    appender->setImmediateFlush(true);
 
     auto root = rootLogger();
     root->addAppender(appender);

@@ -31,8 +31,9 @@ log4cxx::LevelPtr levelFromName(const QString& name);
 // and "cctalk" loggers at the given level, everything else at warn.
 bool configureConsole(const QString& level, QString* error = nullptr);
 
-// Loads a log4cxx properties file. Writer appenders that name no encoding are
-// switched to UTF-8, so the file cannot make Cyrillic depend on the locale.
+// Loads a log4cxx properties file. Console appenders and writer appenders that
+// name no encoding are switched to UTF-8, so the file cannot make Cyrillic
+// depend on the locale.
 bool configureFromFile(const QString& path, QString* error = nullptr);
 
 } // namespace logging

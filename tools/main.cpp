@@ -13,9 +13,7 @@
 #include <QJsonObject>
 #include <QTextCodec>
 
-#include <clocale>
 #include <exception>
-#include <langinfo.h>
 #include <memory>
 
 namespace {
@@ -67,11 +65,8 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("cpibcr"));
-    // The host's C-string codec is UTF-8; Cyrillic must not depend on LANG. The C library's
-    // character type matters too: log4cxx's console writer encodes through it.
+    // The host's C-string codec is UTF-8; Cyrillic must not depend on LANG.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    if (!QByteArray(nl_langinfo(CODESET)).contains("UTF-8"))
-        std::setlocale(LC_CTYPE, "C.UTF-8");
 
     QStringList arguments;
     for (int i = 1; i < argc; ++i)

@@ -8,8 +8,38 @@
 #include <QtTest>
 
 #include <clocale>
+#include <fcntl.h>
+#include <unistd.h>
 
 using testsupport::LogCapture;
+
+namespace {
+
+// Runs body with fd 2 redirected to a file and returns what was written there.
+template <class Body> QByteArray capturedStderr(Body body)
+{
+    QTemporaryDir dir;
+    const QByteArray path = QFile::encodeName(dir.filePath(QStringLiteral("stderr.txt")));
+    const int file = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (file < 0)
+        return QByteArray("cannot open capture file");
+    const int saved = ::dup(STDERR_FILENO);
+    ::dup2(file, STDERR_FILENO);
+    ::close(file);
+    body();
+    log4cxx::LogManager::resetConfiguration();
+    ::dup2(saved, STDERR_FILENO);
+    ::close(saved);
+    QFile out(QString::fromLocal8Bit(path));
+    out.open(QIODevice::ReadOnly);
+    return out.readAll();
+}
+
+const char startLine[] =
+    "\xD0\xA1\xD1\x82\xD0\xB0\xD1\x80\xD1\x82 \xD0\xBF\xD1\x80\xD0\xB8\xD0\xB5\xD0\xBC\xD0\xB0 "
+    "\xD0\xBC\xD0\xBE\xD0\xBD\xD0\xB5\xD1\x82";
+
+} // namespace
 
 class TestLogging : public QObject
 {
@@ -103,6 +133,42 @@ private slots:
         QFile out(logPath);
         QVERIFY(out.open(QIODevice::ReadOnly));
         QCOMPARE(out.readAll(), QByteArray("\xD0\x92\xD1\x8B\xD0\xB4\xD0\xB0\xD0\xBD\xD0\xBE 15.50\n"));
+    }
+
+    // The console configuration of the tools writes UTF-8 to stderr under the C locale.
+    void consoleWritesUtf8ToStderr()
+    {
+        bool configured = false;
+        const QByteArray text = capturedStderr([&] {
+            configured = logging::configureConsole(QStringLiteral("info"));
+            logging::info(logging::logger("cpibcr"), QStringLiteral("Старт приема монет"));
+            logging::debug(logging::logger("cpibcr"), QStringLiteral("скрыто"));
+        });
+        QVERIFY(configured);
+        QVERIFY2(text.endsWith(QByteArray(" INFO  cpibcr - ") + startLine + '\n'), text.constData());
+        QCOMPARE(text.count('\n'), 1);
+    }
+
+    // A console appender declared in a properties file is made UTF-8 as well.
+    void configuredConsoleAppenderWritesUtf8()
+    {
+        QTemporaryDir dir;
+        const QString configPath = dir.filePath(QStringLiteral("console.properties"));
+        QFile config(configPath);
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write("log4j.rootLogger=INFO, C\n"
+                     "log4j.appender.C=org.apache.log4j.ConsoleAppender\n"
+                     "log4j.appender.C.Target=System.err\n"
+                     "log4j.appender.C.layout=org.apache.log4j.PatternLayout\n"
+                     "log4j.appender.C.layout.ConversionPattern=%m%n\n");
+        config.close();
+        bool configured = false;
+        const QByteArray text = capturedStderr([&] {
+            configured = logging::configureFromFile(configPath);
+            logging::info(logging::logger("cpibcr"), QStringLiteral("Старт приема монет"));
+        });
+        QVERIFY(configured);
+        QCOMPARE(text, QByteArray(startLine) + '\n');
     }
 
     void missingConfigFileIsRefused()
