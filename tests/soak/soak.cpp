@@ -1,0 +1,1503 @@
+#include "soak.h"
+
+#include "soakdriver.h"
+
+#include "cashcontrol/cashcontrolexc.h"
+#include "cashcontrol/ecashcontrol.h"
+#include "host/serialport.h"
+#include "sim/device.h"
+#include "sim/simulator.h"
+#include "support/logcapture.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QThread>
+#include <QTimer>
+
+#include <algorithm>
+#include <random>
+
+namespace soak {
+
+namespace {
+
+const QString driverName = QStringLiteral("Монетоприемник: ");
+const QString noLink = QStringLiteral("Нет связи");
+
+// Headers of the commands that pay coins out, and of those that set a balance.
+const QSet<int> payoutHeaders = {85, 121, 125};
+const QSet<int> balanceHeaders = {118, 120};
+const int busyHeader = 6;
+const int hoppers = 4;
+const unsigned int hopperDenoms[hoppers] = {1000, 500, 200, 100};
+
+// Hard ceiling of one host call; the computed bound of each call is checked too.
+const qint64 ceilingMsecs = 30000;
+// What a call may spend besides its pauses and lost answers: a few dozen commands.
+const qint64 baseBoundMsecs = 5000;
+// A pause of the changer, the commands around it included.
+const qint64 perPauseMsecs = 45;
+// Bound of one receive attempt while the line babbles (the driver's own cap is 5 s).
+const qint64 babbleAttemptMsecs = 5300;
+
+struct Violation
+{
+};
+
+quint64 splitMix(quint64 x)
+{
+    x += 0x9E3779B97F4A7C15ULL;
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
+    return x ^ (x >> 31);
+}
+
+// Draws from the step's generator without the standard distributions, whose
+// algorithms differ between libraries: a plan is the same wherever it is drawn.
+class Draw
+{
+public:
+    explicit Draw(quint64 seed) : rng(seed) {}
+
+    int uniform(int lo, int hi) { return lo + static_cast<int>(rng() % static_cast<quint64>(hi - lo + 1)); }
+    bool chance(double p) { return static_cast<double>(rng() >> 11) * (1.0 / 9007199254740992.0) < p; }
+
+private:
+    std::mt19937_64 rng;
+};
+
+sim::Config fastConfig()
+{
+    sim::Config c = sim::Config::defaults();
+    c.coinAcceptMs = 8;
+    c.coinAcceptFastMs = 4;
+    c.payoutMsPerCoin = 1;
+    c.resetInitMs = 30;
+    c.answerDelayMs = 1;
+    c.interByteTimeoutMs = 20;
+    return c;
+}
+
+QString hopperName(int h)
+{
+    return QStringLiteral("hopper%1").arg(h);
+}
+
+int hopperOf(const QString& unitName)
+{
+    return QString(unitName).remove(QStringLiteral("hopper")).toInt();
+}
+
+unsigned int plannedDenom(const QString& unitName)
+{
+    const int h = hopperOf(unitName);
+    return h >= 1 && h <= hoppers ? hopperDenoms[h - 1] : 100;
+}
+
+long long payAmount(Draw& d)
+{
+    const int r = d.uniform(0, 99);
+    if (r < 5)
+        return 0;
+    long long amount = 0;
+    for (int k = d.uniform(1, 12); k > 0; --k)
+        amount += hopperDenoms[d.uniform(0, hoppers - 1)];
+    // No hopper pays 50 kopecks, and the hoppers hold far less than 10000 roubles.
+    if (r < 13)
+        return amount + 50;
+    if (r < 16)
+        return amount + 1000000;
+    return amount;
+}
+
+LineFault lineFault(Draw& d, Op op)
+{
+    LineFault f;
+    const int w = d.uniform(0, 99);
+    if (w < 22) {
+        f.kind = LineFault::LostAnswers;
+        const int c = d.uniform(0, 99);
+        f.count = c < 55 ? 1 : c < 80 ? 2 : c < 88 ? 3 : c < 94 ? 4 : 5;
+    } else if (w < 38) {
+        f.kind = LineFault::Busy;
+        f.count = d.chance(0.1) ? d.uniform(4, 10) : d.uniform(1, 3);
+    } else if (w < 52) {
+        f.kind = LineFault::Nak;
+        f.count = 1;
+    } else if (w < 64) {
+        f.kind = LineFault::BadChecksum;
+        f.count = d.chance(0.05) ? 5 : d.uniform(1, 2);
+    } else if (w < 78) {
+        f.kind = LineFault::Garbage;
+        for (int n = d.uniform(1, 12); n > 0; --n)
+            f.garbage.append(static_cast<char>(d.uniform(0, 255)));
+    } else if (w < 92) {
+        f.kind = LineFault::Split;
+        f.pieces = d.uniform(2, 6);
+        f.pauseMs = d.uniform(0, 4);
+    } else if (w < 95) {
+        f.kind = LineFault::Silence;
+    } else {
+        f.kind = LineFault::Babble;
+    }
+
+    QList<int> headers;
+    int frames = 10;
+    switch (op) {
+    case Op::Accept:
+        headers = {82, 231, 165, 123};
+        frames = 80;
+        break;
+    case Op::CashOut:
+        headers = {85, 86};
+        frames = 70;
+        break;
+    case Op::Pickup:
+        headers = {85, 121, 120, 118};
+        frames = 30;
+        break;
+    case Op::Loan:
+        headers = {120};
+        break;
+    case Op::Connect:
+        headers = {1, 116, 247};
+        frames = 60;
+        break;
+    case Op::CashOutCheck:
+        frames = 45;
+        break;
+    case Op::Units:
+        frames = 40;
+        break;
+    case Op::Counter:
+        frames = 25;
+        break;
+    default:
+        break;
+    }
+    if (!headers.isEmpty() && d.chance(0.4))
+        f.atHeader = headers.at(d.uniform(0, headers.size() - 1));
+    else
+        f.atFrame = d.uniform(0, frames);
+    return f;
+}
+
+// The last frame of an answer as the simulator put it on the line (garbage may
+// precede it); -1 when there is none with a valid checksum.
+int answerHeader(const QByteArray& answer)
+{
+    for (int i = 0; i + 5 <= answer.size(); ++i) {
+        const auto length = static_cast<unsigned char>(answer.at(i + 1));
+        if (answer.at(i) != 1 || i + 5 + length != answer.size() || answer.at(i + 2) != 55)
+            continue;
+        unsigned int sum = 0;
+        for (int j = i; j < answer.size(); ++j)
+            sum += static_cast<unsigned char>(answer.at(j));
+        if ((sum & 0xFF) == 0)
+            return static_cast<unsigned char>(answer.at(i + 3));
+    }
+    return -1;
+}
+
+bool hasCyrillic(const QString& text)
+{
+    return std::any_of(text.cbegin(), text.cend(),
+                       [](QChar c) { return c.unicode() >= 0x0410 && c.unicode() <= 0x044F; });
+}
+
+QString sumText(const QMap<unsigned int, long long>& denoms)
+{
+    QStringList parts;
+    for (auto it = denoms.cbegin(); it != denoms.cend(); ++it)
+        parts << QStringLiteral("%1x%2").arg(it.key()).arg(it.value());
+    return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
+}
+
+QString hex(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toHex(' ').toUpper());
+}
+
+} // namespace
+
+QString opName(Op op)
+{
+    switch (op) {
+    case Op::Accept:
+        return QStringLiteral("accept");
+    case Op::CashOut:
+        return QStringLiteral("cashOut");
+    case Op::CashOutCheck:
+        return QStringLiteral("cashOutCheck");
+    case Op::Pickup:
+        return QStringLiteral("pickup");
+    case Op::Loan:
+        return QStringLiteral("loan");
+    case Op::Counter:
+        return QStringLiteral("getCounter");
+    case Op::Units:
+        return QStringLiteral("getUnits");
+    case Op::CheckState:
+        return QStringLiteral("checkState");
+    case Op::Maintenance:
+        return QStringLiteral("maintenanceInfo");
+    case Op::Connect:
+        return QStringLiteral("connect");
+    case Op::AsyncCheck:
+        return QStringLiteral("enableAsyncCheck");
+    }
+    return QString();
+}
+
+Options Options::fromEnvironment(Options defaults)
+{
+    bool ok = false;
+    const quint64 seed = qEnvironmentVariable("CPIBCR_SOAK_SEED").toULongLong(&ok, 0);
+    if (ok)
+        defaults.seed = seed;
+    const int steps = qEnvironmentVariable("CPIBCR_SOAK_STEPS").toInt(&ok);
+    if (ok && steps >= 0)
+        defaults.steps = steps;
+    const int wait = qEnvironmentVariable("CPIBCR_SOAK_WAIT_MS").toInt(&ok);
+    if (ok && wait > 0)
+        defaults.waitCapMsecs = std::min(wait, 1000);
+    if (qEnvironmentVariableIntValue("CPIBCR_SOAK_VERBOSE") > 0)
+        defaults.verbose = true;
+    return defaults;
+}
+
+StepPlan planStep(quint64 seed, int step)
+{
+    Draw d(splitMix(seed ^ splitMix(static_cast<quint64>(step) + 1)));
+    StepPlan p;
+    p.step = step;
+
+    p.openDoor = d.chance(0.02);
+    p.closeDoor = d.chance(0.3);
+    p.jamHopper = d.chance(0.02) ? d.uniform(1, hoppers) : 0;
+    p.unjam = d.chance(0.3);
+    p.emptyHopper = d.chance(0.015) ? d.uniform(1, hoppers) : 0;
+    p.acceptorFault = d.chance(0.01);
+    p.acceptorClear = d.chance(0.35);
+    p.refill = d.chance(0.5);
+    p.refillCount = d.uniform(120, 400);
+
+    const int r = d.uniform(0, 99);
+    p.op = r < 28   ? Op::Accept
+           : r < 46 ? Op::CashOut
+           : r < 53 ? Op::CashOutCheck
+           : r < 63 ? Op::Pickup
+           : r < 70 ? Op::Loan
+           : r < 80 ? Op::Counter
+           : r < 87 ? Op::Units
+           : r < 92 ? Op::CheckState
+           : r < 95 ? Op::Maintenance
+           : r < 97 ? Op::Connect
+                    : Op::AsyncCheck;
+
+    switch (p.op) {
+    case Op::Accept: {
+        p.fast = d.chance(0.3);
+        for (unsigned int denom : {100u, 200u, 500u, 1000u}) {
+            if (d.chance(0.12))
+                p.excluded.insert(denom);
+        }
+        if (d.chance(0.05))
+            p.excluded.insert(50);
+        const int coins = d.chance(0.1) ? 0 : d.uniform(1, 8);
+        p.pumpMsecs = d.uniform(60, 700);
+        for (int i = 0; i < coins; ++i) {
+            const int at = d.uniform(0, p.pumpMsecs - 1);
+            p.coins.append(qMakePair(at, d.uniform(1, 8)));
+        }
+        std::stable_sort(
+            p.coins.begin(), p.coins.end(),
+            [](const QPair<int, int>& a, const QPair<int, int>& b) { return a.first < b.first; });
+        p.doorAtMsecs = d.chance(0.06) ? d.uniform(0, p.pumpMsecs - 1) : -1;
+        break;
+    }
+    case Op::CashOut:
+    case Op::CashOutCheck:
+        p.mode = d.uniform(0, 1);
+        p.amount = payAmount(d);
+        break;
+    case Op::Pickup: {
+        const int u = d.uniform(0, 99);
+        p.unit = u < 80   ? hopperName(d.uniform(1, hoppers))
+                 : u < 90 ? QStringLiteral("cashbox")
+                 : u < 95 ? QStringLiteral("hopper5")
+                          : QStringLiteral("hopper9");
+        const int o = d.uniform(0, 99);
+        p.operation = o < 15   ? ECashControl::ManualPickupAll
+                      : o < 35 ? ECashControl::ManualPickupSum
+                      : o < 47 ? ECashControl::DispensePickupAll
+                      : o < 90 ? ECashControl::DispensePickupSum
+                               : ECashControl::PickupSumToCashbox;
+        p.amount = plannedDenom(p.unit) * d.uniform(0, 40) + (d.chance(0.1) ? 50 : 0);
+        p.refreshUnits = d.chance(0.7);
+        break;
+    }
+    case Op::Loan: {
+        const int u = d.uniform(0, 99);
+        p.unit = u < 85   ? hopperName(d.uniform(1, hoppers))
+                 : u < 93 ? QStringLiteral("cashbox")
+                          : QStringLiteral("hopper9");
+        const int o = d.uniform(0, 99);
+        p.operation = o < 75   ? ECashControl::ManualLoad
+                      : o < 84 ? ECashControl::LoadMainAcceptor
+                      : o < 92 ? ECashControl::LoadLoader
+                               : ECashControl::PickupAllToCashbox;
+        p.amount = plannedDenom(p.unit) * d.uniform(0, 150) + (d.chance(0.1) ? 50 : 0);
+        p.refreshUnits = d.chance(0.7);
+        break;
+    }
+    case Op::Counter:
+        p.counter = d.chance(0.1) ? 2 : d.uniform(0, 1);
+        break;
+    case Op::Maintenance:
+        p.unit = d.chance(0.2) ? QStringLiteral("cashbox") : hopperName(d.uniform(1, hoppers));
+        break;
+    default:
+        break;
+    }
+
+    if (d.chance(0.4)) {
+        p.faults << lineFault(d, p.op);
+        if (d.chance(0.15))
+            p.faults << lineFault(d, p.op);
+    }
+    return p;
+}
+
+QString StepPlan::describe() const
+{
+    QStringList parts;
+    parts << QStringLiteral("step %1: %2").arg(step).arg(opName(op));
+    switch (op) {
+    case Op::Accept: {
+        QStringList excl;
+        QList<unsigned int> sorted(excluded.cbegin(), excluded.cend());
+        std::sort(sorted.begin(), sorted.end());
+        for (unsigned int d : sorted)
+            excl << QString::number(d);
+        QStringList coinList;
+        for (const auto& c : coins)
+            coinList << QStringLiteral("%1@%2ms").arg(c.second).arg(c.first);
+        parts << QStringLiteral("fast=%1 excluded={%2} coins=[%3] for %4 ms")
+                     .arg(fast ? 1 : 0)
+                     .arg(excl.join(QLatin1Char(',')), coinList.join(QLatin1Char(' ')))
+                     .arg(pumpMsecs);
+        if (doorAtMsecs >= 0)
+            parts << QStringLiteral("door opens at %1 ms").arg(doorAtMsecs);
+        break;
+    }
+    case Op::CashOut:
+    case Op::CashOutCheck:
+        parts << QStringLiteral("mode=%1 amount=%2").arg(mode).arg(amount);
+        break;
+    case Op::Pickup:
+    case Op::Loan:
+        parts << QStringLiteral("%1 op=0x%2 amount=%3%4")
+                     .arg(unit, QString::number(operation, 16))
+                     .arg(amount)
+                     .arg(refreshUnits ? QStringLiteral(" after getUnits") : QString());
+        break;
+    case Op::Counter:
+        parts << QStringLiteral("type=%1").arg(counter);
+        break;
+    case Op::Maintenance:
+        parts << unit;
+        break;
+    default:
+        break;
+    }
+    QStringList device;
+    if (openDoor)
+        device << QStringLiteral("open door");
+    if (closeDoor)
+        device << QStringLiteral("close door");
+    if (jamHopper)
+        device << QStringLiteral("jam hopper%1").arg(jamHopper);
+    if (unjam)
+        device << QStringLiteral("free jams");
+    if (emptyHopper)
+        device << QStringLiteral("empty hopper%1").arg(emptyHopper);
+    if (acceptorFault)
+        device << QStringLiteral("acceptor fault");
+    if (acceptorClear)
+        device << QStringLiteral("clear acceptor fault");
+    if (refill)
+        device << QStringLiteral("refill low hoppers to %1").arg(refillCount);
+    if (!device.isEmpty())
+        parts << QStringLiteral("device: ") + device.join(QStringLiteral(", "));
+    QStringList line;
+    for (const LineFault& f : faults)
+        line << f.describe();
+    if (!line.isEmpty())
+        parts << QStringLiteral("line: ") + line.join(QStringLiteral(", "));
+    return parts.join(QStringLiteral("; "));
+}
+
+QString Figures::toText() const
+{
+    QStringList out;
+    out << QStringLiteral("steps run: %1, wall time: %2 s, invariant checks: %3")
+               .arg(stepsRun)
+               .arg(wallMsecs / 1000.0, 0, 'f', 1)
+               .arg(invariantChecks);
+    QStringList ops;
+    for (auto it = stepsByOp.cbegin(); it != stepsByOp.cend(); ++it)
+        ops << QStringLiteral("%1 %2").arg(it.key()).arg(it.value());
+    out << QStringLiteral("steps by operation: ") + ops.join(QStringLiteral(", "));
+    out << QStringLiteral("host calls (calls / failed / max ms / bound of that call ms):");
+    for (auto it = calls.cbegin(); it != calls.cend(); ++it)
+        out << QStringLiteral("  %1: %2 / %3 / %4 / %5")
+                   .arg(it.key())
+                   .arg(it.value().calls)
+                   .arg(it.value().failed)
+                   .arg(it.value().maxMsecs)
+                   .arg(it.value().maxBoundMsecs);
+    out << QStringLiteral("longest call: %1 ms (%2); largest share of its bound: %3")
+               .arg(maxCallMsecs)
+               .arg(maxCallOp)
+               .arg(maxBoundShare, 0, 'f', 3);
+    QStringList planned;
+    for (auto it = lineFaultsPlanned.cbegin(); it != lineFaultsPlanned.cend(); ++it)
+        planned
+            << QStringLiteral("%1 %2/%3").arg(it.key()).arg(lineFaultsFired.value(it.key())).arg(it.value());
+    out << QStringLiteral("line faults injected/planned: ") + planned.join(QStringLiteral(", "));
+    QStringList device;
+    for (auto it = deviceFaults.cbegin(); it != deviceFaults.cend(); ++it)
+        device << QStringLiteral("%1 %2").arg(it.key()).arg(it.value());
+    out << QStringLiteral("device faults and operator actions: ") + device.join(QStringLiteral(", "));
+    out << QStringLiteral(
+               "requests written: %1, lost-answer waits: %2, device resets: %3, BUSY budget left: %4")
+               .arg(framesWritten)
+               .arg(lostAnswerWaits)
+               .arg(resets)
+               .arg(busyBudgetLeft);
+    out << QStringLiteral("payout calls: %1 (%2 failed), payout commands carried out: %3 (+%4 answered BUSY "
+                          "and sent again), value paid out: %5, of it by failed calls: %6 (%7 failed payouts "
+                          "reconciled)")
+               .arg(payoutCalls)
+               .arg(payoutCallsFailed)
+               .arg(payoutCommandsCarriedOut)
+               .arg(payoutCommandsBusy)
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valuePaidOut)))
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valuePaidByFailedCalls)))
+               .arg(failedPayoutsReconciled);
+    out << QStringLiteral(
+               "acceptance: %1 sessions (%2 started, %3 clean, %4 stalled by a poll failure), %5 coins "
+               "inserted, accepted %6, reported %7, unreported %8 in %9 sessions")
+               .arg(sessions)
+               .arg(sessionsStarted)
+               .arg(cleanSessions)
+               .arg(stalledSessions)
+               .arg(coinsInserted)
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valueAccepted)))
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valueReported)))
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valueUnreported)))
+               .arg(sessionsShort);
+    out << QStringLiteral(
+               "unit list seen stale before a manual operation: %1, partial after a failed discovery: %2")
+               .arg(staleUnitCache)
+               .arg(partialUnitCache);
+    out << QStringLiteral("error signals: %1; failures seen by the host:").arg(errorSignals);
+    QList<QPair<int, QString>> sorted;
+    for (auto it = failures.cbegin(); it != failures.cend(); ++it)
+        sorted << qMakePair(it.value(), it.key());
+    std::sort(sorted.begin(), sorted.end(),
+              [](const QPair<int, QString>& a, const QPair<int, QString>& b) { return a.first > b.first; });
+    for (const auto& f : sorted)
+        out << QStringLiteral("  %1  %2").arg(f.first, 5).arg(f.second);
+    return out.join(QLatin1Char('\n'));
+}
+
+Soak::Soak(const Options& options) : opts(options) {}
+
+Soak::~Soak()
+{
+    // The driver goes first: it talks through the port, which talks to the simulator.
+    driver.reset();
+    port.reset();
+    serial.reset();
+    simulator.reset();
+}
+
+bool Soak::run()
+{
+    QElapsedTimer wall;
+    wall.start();
+    bool ok = true;
+    try {
+        setUp();
+        for (int step = 0; step < opts.steps; ++step) {
+            runStep(planStep(opts.seed, step));
+            if (output && !opts.verbose && (step + 1) % 250 == 0)
+                output(QStringLiteral("soak: %1/%2 steps, %3 s")
+                           .arg(step + 1)
+                           .arg(opts.steps)
+                           .arg(wall.elapsed() / 1000));
+        }
+    } catch (const Violation&) {
+        ok = false;
+    }
+    fig.wallMsecs = wall.elapsed();
+    if (simulator)
+        simulator->withDevice([this](sim::Device& device) { fig.resets = device.resets(); });
+    if (changer)
+        fig.busyBudgetLeft = changer->getBusyRetries();
+    if (port) {
+        fig.framesWritten = port->framesWritten;
+        fig.lostAnswerWaits = port->waitsTimedOut;
+    }
+    return ok;
+}
+
+void Soak::setUp()
+{
+    SoakChanger::clearResetRequest();
+    log = std::make_unique<testsupport::LogCapture>();
+    simulator = std::make_unique<sim::Simulator>(fastConfig());
+    QString error;
+    if (!simulator->openPty(&error))
+        violation(QStringLiteral("the simulator cannot open a pseudo-terminal: ") + error);
+    serial = std::make_unique<hw::SerialPort>();
+    if (!serial->open(simulator->portPath()))
+        violation(QStringLiteral("the serial port cannot open the pseudo-terminal: ") +
+                  serial->errorString());
+    port = std::make_unique<SoakPort>(serial.get(), simulator.get(), opts.waitCapMsecs);
+
+    changer = new SoakChanger;
+    driver = std::make_unique<SoakDriver>(changer);
+    QObject::connect(
+        driver.get(), &hw::BasicCashControl::received, driver.get(), [this](const SumDetailed& sum) {
+            if (inSession)
+                receivedInSession << sum;
+            else
+                pendingViolations << QStringLiteral("coins reported while no acceptance runs: ") +
+                                         sum.toString();
+        });
+    QObject::connect(
+        driver.get(), &hw::BasicCashControl::error, driver.get(), [this](const QString& message) {
+            ++fig.errorSignals;
+            ++fig.failures[message];
+            if (!message.startsWith(driverName) || !hasCyrillic(message.mid(driverName.size())))
+                pendingViolations << QStringLiteral(
+                                         "error signal without a Russian message after the driver's "
+                                         "name: \"%1\"")
+                                         .arg(message);
+        });
+    QObject::connect(changer, &CcTalk::Changer::error, driver.get(),
+                     [this](const QString& message) { pollErrors << message; });
+
+    driver->setProperty("serialObj", QVariant::fromValue<QObject*>(port.get()));
+    driver->init();
+    check(port->settings == QStringList({QStringLiteral("baud 115200"), QStringLiteral("data 8"),
+                                         QStringLiteral("parity None"), QStringLiteral("stop 1"),
+                                         QStringLiteral("flow Disable")}),
+          QStringLiteral("init() configured the line as ") + port->settings.join(QStringLiteral(", ")));
+
+    const Call connected = hostCall(QStringLiteral("connect"), Allowed(), [this] { driver->connect(); });
+    check(connected.ok, QStringLiteral("the first connect on a clean line failed: ") + connected.error);
+    const Call async =
+        hostCall(QStringLiteral("enableAsyncCheck"), Allowed(), [this] { driver->enableAsyncCheck(true); });
+    check(async.ok, QStringLiteral("enableAsyncCheck threw: ") + async.error);
+    paidOutAfterLastStep = simulator->coinsPaidOut();
+    log->clear();
+}
+
+void Soak::runStep(const StepPlan& plan)
+{
+    current = plan;
+    simulator->clearTransactions();
+    ++fig.stepsByOp[opName(plan.op)];
+    for (const LineFault& f : plan.faults)
+        ++fig.lineFaultsPlanned[LineFault::kindName(f.kind)];
+    applyDeviceFaults(plan);
+    lastCall = Call();
+
+    switch (plan.op) {
+    case Op::Accept:
+        accept(plan);
+        break;
+    case Op::CashOut:
+        cashOut(plan);
+        break;
+    case Op::CashOutCheck:
+        cashOutCheck(plan);
+        break;
+    case Op::Pickup:
+        pickup(plan);
+        break;
+    case Op::Loan:
+        loan(plan);
+        break;
+    case Op::Counter:
+        counter(plan);
+        break;
+    case Op::Units:
+        units();
+        break;
+    case Op::Maintenance:
+        maintenance(plan);
+        break;
+    case Op::CheckState:
+    case Op::Connect:
+    case Op::AsyncCheck:
+        simple(plan);
+        break;
+    }
+    afterStep();
+}
+
+void Soak::applyDeviceFaults(const StepPlan& plan)
+{
+    if (doorOpen && plan.closeDoor) {
+        simulator->openDoor(false);
+        doorOpen = false;
+    } else if (!doorOpen && plan.openDoor) {
+        simulator->openDoor(true);
+        doorOpen = true;
+        ++fig.deviceFaults[QStringLiteral("door open")];
+    }
+    if (plan.unjam && !jammed.isEmpty()) {
+        for (int h : qAsConst(jammed))
+            simulator->jamHopper(h, false);
+        jammed.clear();
+    }
+    if (plan.jamHopper && !jammed.contains(plan.jamHopper)) {
+        simulator->jamHopper(plan.jamHopper);
+        jammed.insert(plan.jamHopper);
+        ++fig.deviceFaults[QStringLiteral("hopper jam")];
+    }
+    if (plan.emptyHopper) {
+        simulator->emptyHopper(plan.emptyHopper);
+        emptiedHoppers.insert(plan.emptyHopper);
+        ++fig.deviceFaults[QStringLiteral("hopper emptied behind the device")];
+    }
+    if (acceptorFaulty && plan.acceptorClear) {
+        simulator->setErrorStatus(0, 0);
+        simulator->setSelfCheck(0, 0);
+        simulator->setActivityBits(0);
+        acceptorFaulty = false;
+    } else if (!acceptorFaulty && plan.acceptorFault) {
+        // Acceptor jam: fatal in the error status, delayed in the self-check.
+        simulator->setErrorStatus(0, 101);
+        simulator->setSelfCheck(35, 1);
+        simulator->setActivityBits(16);
+        acceptorFaulty = true;
+        ++fig.deviceFaults[QStringLiteral("acceptor jam (delayed self-check error)")];
+    }
+    if (plan.refill) {
+        for (int h = 1; h <= hoppers; ++h) {
+            if (simulator->hopperCount(h) < 40) {
+                simulator->setHopperCount(h, plan.refillCount);
+                emptiedHoppers.remove(h);
+                ++fig.deviceFaults[QStringLiteral("operator refill")];
+            }
+        }
+    }
+}
+
+void Soak::afterStep()
+{
+    settle();
+    check(!(simulator->activityRegister() & 8), QStringLiteral("the device still pays after the step"));
+    if (current.op != Op::CashOut && current.op != Op::Pickup)
+        check(simulator->coinsPaidOut() == paidOutAfterLastStep,
+              QStringLiteral("coins left the hoppers in a step that pays nothing"));
+    paidOutAfterLastStep = simulator->coinsPaidOut();
+    if (current.op != Op::CashOut && current.op != Op::Pickup) {
+        for (const sim::Transaction& t : simulator->transactions())
+            check(!payoutHeaders.contains(t.header),
+                  QStringLiteral("payout command %1 in a step that pays nothing").arg(t.header));
+    }
+    for (int h : QSet<int>(emptiedHoppers)) {
+        if (simulator->hopperCount(h) == 0)
+            emptiedHoppers.remove(h);
+    }
+    if (!pendingViolations.isEmpty())
+        violation(pendingViolations.join(QStringLiteral("; ")));
+
+    QString summary = current.describe() + QStringLiteral(" -> ");
+    if (!sessionNote.isEmpty())
+        summary += sessionNote + QStringLiteral("; ");
+    summary += lastCall.op.isEmpty() ? QStringLiteral("-")
+                                     : lastCall.op + QStringLiteral(" ") +
+                                           (lastCall.ok ? QStringLiteral("ok") : lastCall.error) +
+                                           QStringLiteral(" (%1 ms)").arg(lastCall.msecs);
+    sessionNote.clear();
+    recentSteps << summary;
+    while (recentSteps.size() > 25)
+        recentSteps.removeFirst();
+    if (opts.verbose && output)
+        output(summary);
+    log->clear();
+    ++fig.stepsRun;
+}
+
+Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::function<void()>& body,
+                          bool arm)
+{
+    Call call;
+    call.op = op;
+    call.firstTransaction = simulator->transactions().size();
+    const int logStart = log->lines().size();
+    const long long pausesBefore = changer->pauses;
+    if (arm)
+        armFaults();
+    const bool babble = std::any_of(current.faults.cbegin(), current.faults.cend(),
+                                    [](const LineFault& f) { return f.kind == LineFault::Babble; });
+    QElapsedTimer timer;
+    timer.start();
+    try {
+        body();
+        call.ok = true;
+    } catch (const CashControlExc& e) {
+        call.error = QString::fromUtf8(e.what());
+    } catch (const std::exception& e) {
+        call.msecs = timer.elapsed();
+        lastCall = call;
+        violation(op + QStringLiteral(" threw an exception that is not CashControlExc: ") +
+                  QString::fromUtf8(e.what()));
+    }
+    call.msecs = timer.elapsed();
+    if (arm)
+        disarmFaults();
+    call.transactions = simulator->transactions().mid(call.firstTransaction);
+    lastCall = call;
+
+    OpFigures& f = fig.calls[op];
+    ++f.calls;
+    if (!call.ok) {
+        ++f.failed;
+        ++fig.failures[call.error];
+        check(call.error.startsWith(driverName) && hasCyrillic(call.error.mid(driverName.size())),
+              QStringLiteral("%1 failed without a Russian message after the driver's name: \"%2\"")
+                  .arg(op, call.error));
+    }
+
+    for (const sim::Transaction& t : call.transactions) {
+        if (payoutHeaders.contains(t.header)) {
+            // A BUSY answer means the device did not carry the command out.
+            if (answerHeader(t.answer) == busyHeader) {
+                ++fig.payoutCommandsBusy;
+            } else {
+                ++call.payoutCommands;
+                call.payoutHeaders.insert(t.header);
+            }
+        }
+        if (balanceHeaders.contains(t.header))
+            call.balanceHeaders.insert(t.header);
+    }
+    fig.payoutCommandsCarriedOut += call.payoutCommands;
+    check(call.payoutCommands <= 1,
+          QStringLiteral("%1: payout commands reached the device %2 times for one request")
+              .arg(op)
+              .arg(call.payoutCommands));
+    for (int h : qAsConst(call.payoutHeaders))
+        check(allowed.payout.contains(h), QStringLiteral("%1 sent payout command %2").arg(op).arg(h));
+    for (int h : qAsConst(call.balanceHeaders))
+        check(allowed.balance.contains(h), QStringLiteral("%1 set a balance with command %2").arg(op).arg(h));
+
+    int lostAnswers = 0;
+    const QList<testsupport::LogLine>& lines = log->lines();
+    for (int i = logStart; i < lines.size(); ++i) {
+        if (lines.at(i).level == QLatin1String("ERROR") && lines.at(i).text == noLink)
+            ++lostAnswers;
+    }
+    const long long pauses = changer->pauses - pausesBefore;
+    call.boundMsecs = baseBoundMsecs + pauses * perPauseMsecs +
+                      lostAnswers * (babble ? babbleAttemptMsecs : opts.waitCapMsecs + 300);
+    check(call.msecs <= call.boundMsecs,
+          QStringLiteral("%1 took %2 ms, over its bound of %3 ms (%4 pauses, %5 lost answers)")
+              .arg(op)
+              .arg(call.msecs)
+              .arg(call.boundMsecs)
+              .arg(pauses)
+              .arg(lostAnswers));
+    check(call.msecs <= ceilingMsecs, QStringLiteral("%1 took %2 ms").arg(op).arg(call.msecs));
+    if (call.msecs > f.maxMsecs) {
+        f.maxMsecs = call.msecs;
+        f.maxBoundMsecs = call.boundMsecs;
+    }
+    if (call.msecs > fig.maxCallMsecs) {
+        fig.maxCallMsecs = call.msecs;
+        fig.maxCallOp = op;
+    }
+    fig.maxBoundShare = std::max(fig.maxBoundShare, double(call.msecs) / double(call.boundMsecs));
+    if (!pendingViolations.isEmpty())
+        violation(pendingViolations.join(QStringLiteral("; ")));
+    return call;
+}
+
+void Soak::armFaults()
+{
+    port->arm(current.faults);
+}
+
+void Soak::disarmFaults()
+{
+    for (const LineFault& f : port->disarm())
+        ++fig.lineFaultsFired[LineFault::kindName(f.kind)];
+    simulator->clearLineFaults();
+}
+
+void Soak::settle()
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (simulator->activityRegister() & 8) {
+        if (timer.elapsed() > 10000)
+            violation(QStringLiteral("the device still pays 10 s after the host call ended"));
+        QThread::msleep(2);
+    }
+}
+
+Soak::Audit Soak::audit() const
+{
+    Audit a;
+    for (int h = 1; h <= hoppers; ++h) {
+        a.dispensed[h] = simulator->auditCounter(80, static_cast<quint8>(h)) +
+                         simulator->auditCounter(87, static_cast<quint8>(h));
+        a.counts[h] = simulator->hopperCount(h);
+    }
+    a.paidOut = simulator->coinsPaidOut();
+    a.accepted = simulator->valueAccepted();
+    a.cashbox = simulator->cashbox();
+    return a;
+}
+
+QMap<unsigned int, long long> Soak::dispensedSince(const Audit& before, const Audit& after) const
+{
+    QMap<unsigned int, long long> moved;
+    for (int h = 1; h <= hoppers; ++h) {
+        const long long coins = static_cast<long long>(after.dispensed.value(h)) - before.dispensed.value(h);
+        if (coins != 0)
+            moved[hopperDenom(h)] += coins;
+    }
+    return moved;
+}
+
+void Soak::checkPaid(const Call& call, const SumDetailed& reported, const Audit& before)
+{
+    const Audit after = audit();
+    const QMap<unsigned int, long long> moved = dispensedSince(before, after);
+    QSet<unsigned int> denoms(moved.keyBegin(), moved.keyEnd());
+    for (auto it = reported.denoms.cbegin(); it != reported.denoms.cend(); ++it)
+        denoms.insert(it.key());
+    quint64 value = 0;
+    for (unsigned int d : qAsConst(denoms)) {
+        check(reported.denoms.value(d) == moved.value(d),
+              QStringLiteral("%1 reported %2 but the hoppers paid %3")
+                  .arg(call.op, sumText(reported.denoms), sumText(moved)));
+        value += static_cast<quint64>(moved.value(d)) * d;
+    }
+    check(reported.rest == 0, QStringLiteral("%1 reported a rest of %2").arg(call.op).arg(reported.rest));
+    check(value == after.paidOut - before.paidOut,
+          QStringLiteral("%1: the value that left the hoppers is %2, the coins counted out are worth %3")
+              .arg(call.op)
+              .arg(after.paidOut - before.paidOut)
+              .arg(value));
+    fig.valuePaidOut += value;
+}
+
+void Soak::reconcileFailedPayout(const Call& call, const Audit& before)
+{
+    const Audit after = audit();
+    const QMap<unsigned int, long long> moved = dispensedSince(before, after);
+    if (call.payoutCommands == 0) {
+        check(moved.isEmpty() && after.paidOut == before.paidOut,
+              QStringLiteral("%1 failed before its payout command, yet the hoppers paid %2")
+                  .arg(call.op, sumText(moved)));
+        return;
+    }
+    fig.valuePaidByFailedCalls += after.paidOut - before.paidOut;
+    // What the payout paid before it failed: the driver measures it against the
+    // snapshot it took before sending the command.
+    SumDetailed measured;
+    try {
+        measured = changer->getLastCashOut();
+    } catch (const CcTalk::Exception& e) {
+        violation(QStringLiteral("the counters of a failed payout cannot be read on a clean line: ") +
+                  QString::fromUtf8(e.what()));
+    }
+    for (auto it = measured.denoms.cbegin(); it != measured.denoms.cend(); ++it)
+        check(it.value() == moved.value(it.key()),
+              QStringLiteral("%1 failed (%2); the driver measures %3 paid, the hoppers paid %4")
+                  .arg(call.op, call.error, sumText(measured.denoms), sumText(moved)));
+    for (auto it = moved.cbegin(); it != moved.cend(); ++it)
+        check(measured.denoms.contains(it.key()),
+              QStringLiteral("%1 failed; coins of %2 left but the driver's counters do not cover them")
+                  .arg(call.op)
+                  .arg(it.key()));
+    ++fig.failedPayoutsReconciled;
+}
+
+void Soak::accept(const StepPlan& plan)
+{
+    ++fig.sessions;
+    const Audit before = audit();
+    QMap<int, quint32> acceptedBefore;
+    for (int p = 1; p <= 16; ++p)
+        acceptedBefore[p] = simulator->auditCounter(70, static_cast<quint8>(p));
+    QMap<int, quint16> countsBefore;
+    simulator->withDevice([&](sim::Device& device) {
+        for (int p = 1; p <= 16; ++p)
+            countsBefore[p] = device.coinsInByType(p);
+    });
+    receivedInSession.clear();
+    pollErrors.clear();
+    inSession = true;
+
+    armFaults();
+    const Call start = hostCall(QStringLiteral("cashInStart"), Allowed(),
+                                [&] { driver->cashInStart(plan.fast, plan.excluded); });
+    quint16 mask = 0;
+    if (start.ok) {
+        ++fig.sessionsStarted;
+        check(changer->isAccepting() && changer->isPolling(),
+              QStringLiteral("cashInStart returned but the changer does not poll"));
+        // Enabled: the positions of the recyclable denominations the host did not exclude.
+        QSet<unsigned int> wanted = changer->cachedAcceptable();
+        wanted.subtract(plan.excluded);
+        const QMap<unsigned char, unsigned int> positions = changer->positions();
+        for (auto it = positions.cbegin(); it != positions.cend(); ++it) {
+            if (it.key() >= 1 && it.key() <= 16 && wanted.contains(it.value()))
+                mask |= static_cast<quint16>(1u << (it.key() - 1));
+        }
+        check(simulator->inhibitMask() == mask,
+              QStringLiteral("the acceptor enables mask 0x%1, expected 0x%2")
+                  .arg(simulator->inhibitMask(), 4, 16, QLatin1Char('0'))
+                  .arg(mask, 4, 16, QLatin1Char('0')));
+
+        QEventLoop loop;
+        QObject timers;
+        for (const auto& coin : plan.coins) {
+            const int position = coin.second;
+            QTimer::singleShot(coin.first, &timers, [this, position] {
+                simulator->insertCoin(position);
+                ++fig.coinsInserted;
+            });
+        }
+        if (plan.doorAtMsecs >= 0) {
+            QTimer::singleShot(plan.doorAtMsecs, &timers, [this] {
+                if (!doorOpen) {
+                    simulator->openDoor(true);
+                    doorOpen = true;
+                    ++fig.deviceFaults[QStringLiteral("door opened while accepting")];
+                }
+            });
+        }
+        QTimer::singleShot(plan.pumpMsecs, &timers, [&loop] { loop.quit(); });
+        loop.exec();
+    }
+
+    // The host closes the acceptor whatever happened, and tries again on a clean line.
+    bool stopped = false;
+    bool finalPoll = false;
+    bool stopFailed = false;
+    for (int attempt = 0; attempt < 20 && !stopped; ++attempt) {
+        const bool polling = changer->isPolling();
+        const Call stop = hostCall(QStringLiteral("cashInStop"), Allowed(), [this] { driver->cashInStop(); });
+        if (attempt == 0)
+            disarmFaults();
+        if (stop.ok) {
+            stopped = true;
+            finalPoll = polling;
+        } else {
+            stopFailed = true;
+            pump(40);
+        }
+    }
+    inSession = false;
+    check(stopped, QStringLiteral("cashInStop failed 20 times, 19 of them on a clean line"));
+    check(!changer->isAccepting() && !changer->isPolling(),
+          QStringLiteral("the changer still accepts or polls after cashInStop"));
+    check(simulator->inhibitMask() == 0, QStringLiteral("the acceptor is still open after cashInStop"));
+
+    const Audit after = audit();
+    const quint64 accepted = after.accepted - before.accepted;
+    fig.valueAccepted += accepted;
+
+    // Coins that landed in this session, by denomination, from the lifetime counters.
+    const QMap<unsigned char, unsigned int> positions = changer->positions();
+    const sim::Config config = fastConfig();
+    QMap<unsigned int, long long> landed;
+    quint64 landedValue = 0;
+    for (int p = 1; p <= 16; ++p) {
+        const long long coins = static_cast<long long>(simulator->auditCounter(70, static_cast<quint8>(p))) -
+                                acceptedBefore.value(p);
+        if (coins == 0)
+            continue;
+        const unsigned int value = sim::coinValue(config.coinIds.value(p));
+        landed[value] += coins;
+        landedValue += static_cast<quint64>(coins) * value;
+    }
+    check(landedValue == accepted, QStringLiteral("the device's accepted counters disagree with its value"));
+
+    QMap<unsigned int, long long> reported;
+    const auto note = [&] {
+        sessionNote = QStringLiteral("cashInStart %1, mask 0x%2, landed %3, reported %4%5")
+                          .arg(start.ok ? QStringLiteral("ok") : start.error)
+                          .arg(mask, 4, 16, QLatin1Char('0'))
+                          .arg(sumText(landed), sumText(reported))
+                          .arg(pollErrors.isEmpty() ? QString()
+                                                    : QStringLiteral(", poll failed: ") + pollErrors.first());
+    };
+    for (const SumDetailed& s : qAsConst(receivedInSession)) {
+        check(s.rest == 0 && s.extra == 0, QStringLiteral("received carries a rest or an extra amount"));
+        for (auto it = s.denoms.cbegin(); it != s.denoms.cend(); ++it) {
+            check(it.value() > 0,
+                  QStringLiteral("received reports %1 coins of %2").arg(it.value()).arg(it.key()));
+            reported[it.key()] += it.value();
+        }
+    }
+    quint64 reportedValue = 0;
+    for (auto it = reported.cbegin(); it != reported.cend(); ++it)
+        reportedValue += static_cast<quint64>(it.value()) * it.key();
+
+    note();
+    if (!start.ok) {
+        check(reported.isEmpty(),
+              QStringLiteral("coins reported for an acceptance that never started: ") + sumText(reported));
+        return;
+    }
+
+    // Every report is a difference of counters the driver read from the device.
+    QMap<unsigned int, long long> lastRead;
+    const QMap<unsigned char, unsigned int> last = changer->lastCounts();
+    for (auto it = last.cbegin(); it != last.cend(); ++it) {
+        if (it.value() != 0)
+            lastRead[positions.value(it.key(), 0)] += it.value();
+    }
+    check(reported == lastRead, QStringLiteral("received adds up to %1, the last counters read are %2")
+                                    .arg(sumText(reported), sumText(lastRead)));
+
+    if (mask == 0) {
+        // Nothing enabled: the device kept the counters of the last session that
+        // enabled a coin, and the first poll compares them with zero.
+        QMap<unsigned int, long long> held;
+        for (auto it = countsBefore.cbegin(); it != countsBefore.cend(); ++it) {
+            if (it.value() != 0)
+                held[sim::coinValue(config.coinIds.value(it.key()))] += it.value();
+        }
+        check(accepted == 0, QStringLiteral("coins accepted with every position inhibited"));
+        check(reported.isEmpty() || reported == held,
+              QStringLiteral("with no position enabled received reports %1, the device held %2")
+                  .arg(sumText(reported), sumText(held)));
+        if (!reported.isEmpty())
+            ++fig.deviceFaults[QStringLiteral(
+                "counters of an earlier session reported again (nothing enabled)")];
+        fig.valueReported += reportedValue;
+        return;
+    }
+
+    fig.valueReported += reportedValue;
+    // Never a coin more than landed in this session.
+    for (auto it = reported.cbegin(); it != reported.cend(); ++it)
+        check(it.value() <= landed.value(it.key()),
+              QStringLiteral("received reports %1, only %2 landed in this session")
+                  .arg(sumText(reported), sumText(landed)));
+    for (unsigned int excludedDenom : plan.excluded)
+        check(!reported.contains(excludedDenom),
+              QStringLiteral("coins of the excluded %1 reported").arg(excludedDenom));
+
+    const bool clean = pollErrors.isEmpty() && finalPoll && !stopFailed;
+    if (!pollErrors.isEmpty())
+        ++fig.stalledSessions;
+    if (clean) {
+        ++fig.cleanSessions;
+        check(reported == landed, QStringLiteral("a session without failures reported %1 of %2 landed")
+                                      .arg(sumText(reported), sumText(landed)));
+    } else if (reportedValue < accepted) {
+        // Polling ended by a failure, or the stop that succeeded found the timer
+        // already stopped: no final poll, the rest stays in the device's counters.
+        ++fig.sessionsShort;
+        fig.valueUnreported += accepted - reportedValue;
+    }
+}
+
+void Soak::cashOut(const StepPlan& plan)
+{
+    const Audit before = audit();
+    SumDetailed paid;
+    Allowed allowed;
+    allowed.payout = {85};
+    const Call call = hostCall(
+        QStringLiteral("cashOut"), allowed,
+        [&] { paid = driver->cashOut(static_cast<ECashControl::ChangeMode>(plan.mode), plan.amount); }, true);
+    ++fig.payoutCalls;
+    if (call.ok) {
+        check(paid.sum() == plan.amount,
+              QStringLiteral("cashOut of %1 returned %2").arg(plan.amount).arg(paid.sum()));
+        check(
+            call.payoutCommands == 1,
+            QStringLiteral("cashOut succeeded with %1 payout commands carried out").arg(call.payoutCommands));
+        checkPaid(call, paid, before);
+        const Audit after = audit();
+        for (int h = 1; h <= hoppers; ++h) {
+            if (!emptiedHoppers.contains(h))
+                check(before.counts.value(h) - after.counts.value(h) ==
+                          static_cast<int>(after.dispensed.value(h) - before.dispensed.value(h)),
+                      QStringLiteral("hopper%1 count fell by %2, %3 coins were counted out")
+                          .arg(h)
+                          .arg(before.counts.value(h) - after.counts.value(h))
+                          .arg(after.dispensed.value(h) - before.dispensed.value(h)));
+        }
+        return;
+    }
+    ++fig.payoutCallsFailed;
+    settle();
+    reconcileFailedPayout(call, before);
+}
+
+void Soak::cashOutCheck(const StepPlan& plan)
+{
+    bool payable = false;
+    const Call call = hostCall(
+        QStringLiteral("cashOutCheck"), Allowed(),
+        [&] {
+            payable = driver->cashOutCheck(static_cast<ECashControl::ChangeMode>(plan.mode), plan.amount);
+        },
+        true);
+    if (call.ok && plan.amount % 100 != 0)
+        check(!payable,
+              QStringLiteral("cashOutCheck says %1 can be paid without a 50-kopeck hopper").arg(plan.amount));
+    if (call.ok && plan.amount > 1000000)
+        check(!payable, QStringLiteral("cashOutCheck says %1 can be paid").arg(plan.amount));
+}
+
+bool Soak::findCachedUnit(const QString& name, CashControlUnit* unit) const
+{
+    for (const CashControlUnit& u : changer->cachedUnits()) {
+        if (u.name == name) {
+            *unit = u;
+            return true;
+        }
+    }
+    return false;
+}
+
+unsigned int Soak::hopperDenom(int hopper) const
+{
+    return hopper >= 1 && hopper <= hoppers ? hopperDenoms[hopper - 1] : 0;
+}
+
+void Soak::pickup(const StepPlan& plan)
+{
+    if (plan.refreshUnits)
+        units();
+    CashControlUnit cached;
+    const bool known = findCachedUnit(plan.unit, &cached);
+    const int h = hopperOf(plan.unit);
+    if (known && cached.type == 1 && cached.count != simulator->hopperCount(h))
+        ++fig.staleUnitCache;
+
+    const auto operation = static_cast<ECashControl::UnitOperation>(plan.operation);
+    const bool dispensing =
+        operation == ECashControl::DispensePickupAll || operation == ECashControl::DispensePickupSum;
+    Allowed allowed;
+    if (operation == ECashControl::ManualPickupAll)
+        allowed.balance = {118, 120};
+    else if (operation == ECashControl::ManualPickupSum)
+        allowed.balance = {120};
+    else if (operation == ECashControl::DispensePickupAll)
+        allowed = Allowed{{121}, {120}};
+    else if (operation == ECashControl::DispensePickupSum)
+        allowed.payout = {85};
+
+    const Audit before = audit();
+    SumDetailed result;
+    const Call call = hostCall(
+        QStringLiteral("pickup"), allowed,
+        [&] { result = driver->pickup(plan.unit, operation, plan.amount); }, true);
+    if (dispensing)
+        ++fig.payoutCalls;
+    if (!call.ok) {
+        if (dispensing) {
+            ++fig.payoutCallsFailed;
+            settle();
+            reconcileFailedPayout(call, before);
+        } else {
+            const Audit after = audit();
+            check(after.paidOut == before.paidOut, QStringLiteral("a failed manual pickup paid coins out"));
+        }
+        return;
+    }
+    check(known, QStringLiteral("pickup from %1, a unit the driver does not list, succeeded").arg(plan.unit));
+    const Audit after = audit();
+    switch (operation) {
+    case ECashControl::ManualPickupAll:
+        if (cached.type == 3) {
+            check(result.rest == cached.sum && result.denoms.isEmpty(),
+                  QStringLiteral("cashbox pickup reported %1, the unit list said %2")
+                      .arg(result.toString())
+                      .arg(cached.sum));
+            check(simulator->cashbox() == 0,
+                  QStringLiteral("the cashbox still holds %1").arg(simulator->cashbox()));
+        } else {
+            check(result.denoms == QMap<unsigned int, long long>({{cached.denom, cached.count}}) &&
+                      result.rest == 0,
+                  QStringLiteral("manual pickup of %1 reported %2, the unit list said %3 coins")
+                      .arg(plan.unit, result.toString())
+                      .arg(cached.count));
+            check(after.counts.value(h) == 0,
+                  QStringLiteral("%1 still counts %2 coins").arg(plan.unit).arg(after.counts.value(h)));
+            emptiedHoppers.remove(h);
+        }
+        check(after.paidOut == before.paidOut, QStringLiteral("a manual pickup paid coins out"));
+        break;
+    case ECashControl::ManualPickupSum: {
+        const long long taken =
+            std::min(plan.amount / static_cast<long long>(cached.denom), std::max(cached.count, 0LL));
+        check(result.denoms.value(cached.denom) == taken && result.denoms.size() == 1,
+              QStringLiteral("manual pickup of %1 from %2 reported %3, expected %4 coins")
+                  .arg(plan.amount)
+                  .arg(plan.unit, result.toString())
+                  .arg(taken));
+        check(after.counts.value(h) == cached.count - taken, QStringLiteral("%1 counts %2 coins, expected %3")
+                                                                 .arg(plan.unit)
+                                                                 .arg(after.counts.value(h))
+                                                                 .arg(cached.count - taken));
+        check(after.paidOut == before.paidOut, QStringLiteral("a manual pickup paid coins out"));
+        emptiedHoppers.remove(h);
+        break;
+    }
+    case ECashControl::DispensePickupAll:
+        check(call.payoutCommands == 1, QStringLiteral("a purge succeeded without a purge command"));
+        checkPaid(call, result, before);
+        check(after.counts.value(h) == 0, QStringLiteral("%1 still counts %2 coins after the purge")
+                                              .arg(plan.unit)
+                                              .arg(after.counts.value(h)));
+        emptiedHoppers.remove(h);
+        break;
+    case ECashControl::DispensePickupSum:
+        check(result.sum() == plan.amount, QStringLiteral("pickup of %1 through the dispenser returned %2")
+                                               .arg(plan.amount)
+                                               .arg(result.sum()));
+        check(call.payoutCommands == 1, QStringLiteral("a dispense succeeded without a dispense command"));
+        checkPaid(call, result, before);
+        break;
+    default:
+        check(result.denoms.isEmpty() && result.rest == 0 && call.balanceHeaders.isEmpty(),
+              QStringLiteral("pickup operation 0x%1 moved something").arg(plan.operation, 0, 16));
+        check(after.paidOut == before.paidOut,
+              QStringLiteral("pickup operation 0x%1 paid coins out").arg(plan.operation, 0, 16));
+        break;
+    }
+}
+
+void Soak::loan(const StepPlan& plan)
+{
+    if (plan.refreshUnits)
+        units();
+    CashControlUnit cached;
+    const bool known = findCachedUnit(plan.unit, &cached);
+    const int h = hopperOf(plan.unit);
+    if (known && cached.type == 1 && cached.count != simulator->hopperCount(h))
+        ++fig.staleUnitCache;
+    const auto operation = static_cast<ECashControl::UnitOperation>(plan.operation);
+    Allowed allowed;
+    if (operation == ECashControl::ManualLoad)
+        allowed.balance = {120};
+    const Call call = hostCall(
+        QStringLiteral("loan"), allowed, [&] { driver->loan(plan.unit, operation, plan.amount); }, true);
+    if (!call.ok)
+        return;
+    check(known, QStringLiteral("loan into %1, a unit the driver does not list, succeeded").arg(plan.unit));
+    if (operation == ECashControl::ManualLoad) {
+        check(cached.type == 1 && cached.denom > 0,
+              QStringLiteral("a manual load into %1 succeeded").arg(plan.unit));
+        const long long expected = cached.count + plan.amount / static_cast<long long>(cached.denom);
+        check(simulator->hopperCount(h) == expected,
+              QStringLiteral("%1 counts %2 coins after the load, expected %3")
+                  .arg(plan.unit)
+                  .arg(simulator->hopperCount(h))
+                  .arg(expected));
+        emptiedHoppers.remove(h);
+    } else {
+        check(call.balanceHeaders.isEmpty(),
+              QStringLiteral("loan operation 0x%1 changed a balance").arg(plan.operation, 0, 16));
+    }
+}
+
+void Soak::counter(const StepPlan& plan)
+{
+    SumDetailed result;
+    const Call call = hostCall(
+        QStringLiteral("getCounter"), Allowed(),
+        [&] { result = driver->getCounter(static_cast<ECashControl::CounterType>(plan.counter)); }, true);
+    if (!call.ok)
+        return;
+    QMap<unsigned int, long long> expected;
+    if (plan.counter == ECashControl::Accepted) {
+        const QMap<unsigned char, unsigned int> positions = changer->positions();
+        for (auto it = positions.cbegin(); it != positions.cend(); ++it)
+            expected[it.value()] += simulator->auditCounter(70, it.key());
+    } else if (plan.counter == ECashControl::Dispensed) {
+        int listed = 0;
+        for (const CashControlUnit& u : changer->cachedUnits()) {
+            if (u.type != 1)
+                continue;
+            ++listed;
+            const auto hopper = static_cast<quint8>(hopperOf(u.name));
+            expected[u.denom] += simulator->auditCounter(80, hopper) + simulator->auditCounter(87, hopper);
+        }
+        if (listed < hoppers)
+            ++fig.partialUnitCache;
+    } else {
+        check(call.transactions.isEmpty(),
+              QStringLiteral("an unsupported counter type talked to the device"));
+    }
+    check(result.denoms == expected && result.rest == 0,
+          QStringLiteral("getCounter(%1) returned %2, the device counts %3")
+              .arg(plan.counter)
+              .arg(sumText(result.denoms), sumText(expected)));
+}
+
+void Soak::units()
+{
+    QList<CashControlUnit> list;
+    const bool arm = current.op == Op::Units;
+    const Call call = hostCall(
+        QStringLiteral("getUnits"), Allowed(), [&] { list = driver->getUnits(); }, arm);
+    if (!call.ok)
+        return;
+    QStringList names;
+    for (const CashControlUnit& u : list)
+        names << u.name;
+    check(names == QStringList({hopperName(1), hopperName(2), hopperName(3), hopperName(4),
+                                QStringLiteral("cashbox")}),
+          QStringLiteral("getUnits listed ") + names.join(QStringLiteral(", ")));
+    for (int h = 1; h <= hoppers; ++h) {
+        const CashControlUnit& u = list.at(h - 1);
+        check(u.type == 1 && u.denom == hopperDenom(h) && u.count == simulator->hopperCount(h),
+              QStringLiteral("%1 listed with %2 coins of %3, the device counts %4")
+                  .arg(u.name)
+                  .arg(u.count)
+                  .arg(u.denom)
+                  .arg(simulator->hopperCount(h)));
+    }
+    check(list.at(hoppers).type == 3 && list.at(hoppers).sum == static_cast<long long>(simulator->cashbox()),
+          QStringLiteral("cashbox listed with %1, the device holds %2")
+              .arg(list.at(hoppers).sum)
+              .arg(simulator->cashbox()));
+}
+
+void Soak::simple(const StepPlan& plan)
+{
+    switch (plan.op) {
+    case Op::CheckState:
+        hostCall(
+            QStringLiteral("checkState"), Allowed(), [this] { driver->checkState(); }, true);
+        break;
+    case Op::Connect: {
+        const Call call = hostCall(
+            QStringLiteral("connect"), Allowed(), [this] { driver->connect(); }, true);
+        if (call.ok)
+            check(changer->cachedUnits().size() == hoppers + 1,
+                  QStringLiteral("connect succeeded with %1 units found").arg(changer->cachedUnits().size()));
+        break;
+    }
+    case Op::AsyncCheck: {
+        // Failures of the check reach the host only through the error signal.
+        const Call call = hostCall(
+            QStringLiteral("enableAsyncCheck"), Allowed(), [this] { driver->enableAsyncCheck(true); }, true);
+        check(call.ok, QStringLiteral("enableAsyncCheck threw: ") + call.error);
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void Soak::maintenance(const StepPlan& plan)
+{
+    hw::CcUnitMaintenanceInfo info;
+    const Call call = hostCall(
+        QStringLiteral("maintenanceInfo"), Allowed(), [&] { info = driver->maintenanceInfo(plan.unit); },
+        true);
+    if (!call.ok)
+        return;
+    if (plan.unit == QLatin1String("cashbox")) {
+        check(info.unitName.isEmpty() && info.cycles == 0,
+              QStringLiteral("maintenance of the cashbox reported \"%1\" with %2 cycles")
+                  .arg(info.unitName)
+                  .arg(info.cycles));
+        return;
+    }
+    const auto hopper = static_cast<quint8>(hopperOf(plan.unit));
+    const auto cycles = static_cast<int>(simulator->auditCounter(80, hopper));
+    check(info.unitName == plan.unit && info.cycles == cycles && info.interval == 500000 &&
+              info.status == (cycles <= 500000),
+          QStringLiteral("maintenance of %1 reported %2 cycles, the device counts %3")
+              .arg(plan.unit)
+              .arg(info.cycles)
+              .arg(cycles));
+}
+
+void Soak::pump(int msecs)
+{
+    QEventLoop loop;
+    QTimer::singleShot(msecs, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+void Soak::check(bool condition, const QString& what)
+{
+    ++fig.invariantChecks;
+    if (!condition)
+        violation(what);
+}
+
+QString Soak::transactionsText(const QList<sim::Transaction>& list, int last) const
+{
+    QStringList out;
+    for (int i = std::max(0, list.size() - last); i < list.size(); ++i) {
+        const sim::Transaction& t = list.at(i);
+        out << QStringLiteral("    %1 ms header %2: %3 -> %4")
+                   .arg(t.msecsSinceStart)
+                   .arg(t.header)
+                   .arg(hex(t.frame), t.answer.isEmpty() ? QStringLiteral("(no answer)") : hex(t.answer));
+    }
+    return out.join(QLatin1Char('\n'));
+}
+
+void Soak::violation(const QString& what)
+{
+    QStringList out;
+    out << QStringLiteral(
+               "SOAK VIOLATION at step %1 of %2, seed %3 (CPIBCR_SOAK_SEED=%3 CPIBCR_SOAK_STEPS=%2, "
+               "or scripts/soak.sh %2 %3)")
+               .arg(current.step)
+               .arg(opts.steps)
+               .arg(opts.seed);
+    out << QStringLiteral("  invariant: ") + what;
+    out << QStringLiteral("  plan: ") + current.describe();
+    if (!lastCall.op.isEmpty()) {
+        out << QStringLiteral("  call: %1 %2 in %3 ms")
+                   .arg(lastCall.op, lastCall.ok ? QStringLiteral("returned") : lastCall.error)
+                   .arg(lastCall.msecs);
+        out << QStringLiteral("  its transactions (last 40):");
+        out << transactionsText(lastCall.transactions, 40);
+    }
+    if (simulator) {
+        out << QStringLiteral("  transactions of the step (last 20):");
+        out << transactionsText(simulator->transactions(), 20);
+    }
+    out << QStringLiteral("  steps before:");
+    for (const QString& s : qAsConst(recentSteps))
+        out << QStringLiteral("    ") + s;
+    if (log) {
+        const QStringList lines = log->formatted();
+        out << QStringLiteral("  log of the step (last 80 lines):");
+        for (const QString& l : lines.mid(std::max(0, lines.size() - 80)))
+            out << QStringLiteral("    ") + l;
+    }
+    failureText = out.join(QLatin1Char('\n'));
+    throw Violation();
+}
+
+} // namespace soak

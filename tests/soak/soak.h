@@ -1,0 +1,266 @@
+#pragma once
+
+#include "soakport.h"
+
+#include "cashcontrol/cashcontrolunit.h"
+#include "cashcontrol/sumdetailed.h"
+
+#include <QElapsedTimer>
+#include <QList>
+#include <QMap>
+#include <QPair>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+namespace sim {
+class Simulator;
+struct Transaction;
+} // namespace sim
+
+namespace hw {
+class SerialPort;
+}
+
+namespace testsupport {
+class LogCapture;
+}
+
+namespace soak {
+
+class SoakChanger;
+class SoakDriver;
+
+struct Options
+{
+    quint64 seed = 20240611;
+    int steps = 200;
+    // The driver waits up to 1000 ms for an answer; the soak lets it wait this long.
+    int waitCapMsecs = 100;
+    // Prints one line per step.
+    bool verbose = false;
+
+    // CPIBCR_SOAK_SEED, CPIBCR_SOAK_STEPS, CPIBCR_SOAK_WAIT_MS and CPIBCR_SOAK_VERBOSE
+    // from the environment over the given values.
+    static Options fromEnvironment(Options defaults);
+};
+
+enum class Op {
+    Accept,
+    CashOut,
+    CashOutCheck,
+    Pickup,
+    Loan,
+    Counter,
+    Units,
+    CheckState,
+    Maintenance,
+    Connect,
+    AsyncCheck,
+};
+
+QString opName(Op op);
+
+// Everything one step does, drawn from a generator seeded by the run's seed and the
+// step's number alone: a step's plan never depends on what earlier steps did.
+struct StepPlan
+{
+    int step = 0;
+    Op op = Op::CheckState;
+
+    // Device faults and the operator, applied before the host call.
+    bool openDoor = false;
+    bool closeDoor = false;
+    int jamHopper = 0;
+    bool unjam = false;
+    int emptyHopper = 0;
+    bool acceptorFault = false;
+    bool acceptorClear = false;
+    bool refill = false;
+    int refillCount = 0;
+
+    // Coin acceptance: coins as (milliseconds after the start, coin position).
+    bool fast = false;
+    QSet<unsigned int> excluded;
+    QList<QPair<int, int>> coins;
+    int pumpMsecs = 0;
+    int doorAtMsecs = -1;
+
+    int mode = 0;
+    long long amount = 0;
+    QString unit;
+    int operation = 0;
+    bool refreshUnits = false;
+    int counter = 0;
+
+    QList<LineFault> faults;
+
+    QString describe() const;
+};
+
+StepPlan planStep(quint64 seed, int step);
+
+struct OpFigures
+{
+    int calls = 0;
+    int failed = 0;
+    qint64 maxMsecs = 0;
+    qint64 maxBoundMsecs = 0;
+};
+
+struct Figures
+{
+    int stepsRun = 0;
+    qint64 wallMsecs = 0;
+    long long invariantChecks = 0;
+
+    QMap<QString, OpFigures> calls;
+    QMap<QString, int> stepsByOp;
+    QMap<QString, int> lineFaultsPlanned;
+    QMap<QString, int> lineFaultsFired;
+    QMap<QString, int> deviceFaults;
+    QMap<QString, int> failures; // host-visible messages: exceptions and error signals
+    int errorSignals = 0;
+
+    qint64 maxCallMsecs = 0;
+    QString maxCallOp;
+    double maxBoundShare = 0; // the largest duration / bound seen
+
+    int payoutCalls = 0;
+    int payoutCallsFailed = 0;
+    int payoutCommandsCarriedOut = 0;
+    int payoutCommandsBusy = 0;
+    quint64 valuePaidOut = 0;
+    quint64 valuePaidByFailedCalls = 0;
+    int failedPayoutsReconciled = 0;
+
+    int sessions = 0;
+    int sessionsStarted = 0;
+    int cleanSessions = 0;
+    int stalledSessions = 0;
+    int coinsInserted = 0;
+    quint64 valueAccepted = 0;
+    quint64 valueReported = 0;
+    quint64 valueUnreported = 0;
+    int sessionsShort = 0;
+
+    int resets = 0;
+    int busyBudgetLeft = 0;
+    int staleUnitCache = 0;
+    int partialUnitCache = 0;
+    long long framesWritten = 0;
+    long long lostAnswerWaits = 0;
+
+    QString toText() const;
+};
+
+// The fault soak: the driver object, through the host's cash-control interface, on
+// a real pseudo-terminal through hw::SerialPort to the simulated recycler. Runs the
+// planned steps and checks the invariants after every one; stops at the first
+// violation.
+class Soak
+{
+public:
+    explicit Soak(const Options& options);
+    ~Soak();
+    Soak(const Soak&) = delete;
+    Soak& operator=(const Soak&) = delete;
+
+    // False when an invariant was violated or the rig could not start; failure() says why.
+    bool run();
+    QString failure() const { return failureText; }
+    const Figures& figures() const { return fig; }
+    const Options& options() const { return opts; }
+
+    void setOutput(std::function<void(const QString&)> sink) { output = std::move(sink); }
+
+private:
+    struct Call
+    {
+        QString op;
+        bool ok = false;
+        QString error;
+        qint64 msecs = 0;
+        qint64 boundMsecs = 0;
+        int firstTransaction = 0;
+        QList<sim::Transaction> transactions;
+        int payoutCommands = 0;
+        QSet<int> payoutHeaders;
+        QSet<int> balanceHeaders;
+    };
+    struct Allowed
+    {
+        QSet<int> payout;
+        QSet<int> balance;
+    };
+    struct Audit
+    {
+        QMap<int, quint32> dispensed; // hopper -> coins paid out and purged
+        QMap<int, int> counts;        // hopper -> coins the device believes it holds
+        quint64 paidOut = 0;
+        quint64 accepted = 0;
+        quint32 cashbox = 0;
+    };
+
+    void setUp();
+    void runStep(const StepPlan& plan);
+    void applyDeviceFaults(const StepPlan& plan);
+    void afterStep();
+
+    void accept(const StepPlan& plan);
+    void cashOut(const StepPlan& plan);
+    void cashOutCheck(const StepPlan& plan);
+    void pickup(const StepPlan& plan);
+    void loan(const StepPlan& plan);
+    void counter(const StepPlan& plan);
+    void units();
+    void simple(const StepPlan& plan);
+    void maintenance(const StepPlan& plan);
+
+    Call hostCall(const QString& op, const Allowed& allowed, const std::function<void()>& body,
+                  bool armFaults = false);
+    void armFaults();
+    void disarmFaults();
+    void settle();
+    Audit audit() const;
+    QMap<unsigned int, long long> dispensedSince(const Audit& before, const Audit& after) const;
+    void checkPaid(const Call& call, const SumDetailed& reported, const Audit& before);
+    void reconcileFailedPayout(const Call& call, const Audit& before);
+    void pump(int msecs);
+    void check(bool condition, const QString& what);
+    [[noreturn]] void violation(const QString& what);
+    bool findCachedUnit(const QString& name, CashControlUnit* unit) const;
+    unsigned int hopperDenom(int hopper) const;
+    QString transactionsText(const QList<sim::Transaction>& list, int last) const;
+
+    Options opts;
+    Figures fig;
+    QString failureText;
+    std::function<void(const QString&)> output;
+
+    std::unique_ptr<testsupport::LogCapture> log;
+    std::unique_ptr<sim::Simulator> simulator;
+    std::unique_ptr<hw::SerialPort> serial;
+    std::unique_ptr<SoakPort> port;
+    std::unique_ptr<SoakDriver> driver;
+    SoakChanger* changer = nullptr;
+
+    StepPlan current;
+    Call lastCall;
+    QStringList pendingViolations;
+    QStringList recentSteps;
+    QString sessionNote;
+    bool inSession = false;
+    QList<SumDetailed> receivedInSession;
+    QStringList pollErrors;
+    QSet<int> emptiedHoppers;
+    bool doorOpen = false;
+    QSet<int> jammed;
+    bool acceptorFaulty = false;
+    quint64 paidOutAfterLastStep = 0;
+};
+
+} // namespace soak

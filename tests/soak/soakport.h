@@ -1,0 +1,81 @@
+#pragma once
+
+#include "host/abstractserialdevice.h"
+#include "host/serialport.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+namespace sim {
+class Simulator;
+}
+
+namespace soak {
+
+// One fault of the line between host and device, applied by the simulator to the
+// request it arms on and to the ones after it.
+struct LineFault
+{
+    enum Kind { LostAnswers, Busy, Nak, BadChecksum, Garbage, Split, Silence, Babble };
+
+    Kind kind = LostAnswers;
+    int count = 1;      // answers lost, BUSY or NAK answers, corrupted checksums
+    QByteArray garbage; // bytes put on the line before the next answer
+    int pieces = 2;     // the next answer in this many writes...
+    int pauseMs = 0;    // ...this far apart
+    int atFrame = 0;    // armed on the request with this index, counted from arming
+    int atHeader = -1;  // or on the first request with this header, when not -1
+    bool fired = false;
+
+    QString describe() const;
+    static QString kindName(Kind kind);
+};
+
+// The host's serial port as the driver sees it: every transfer goes through the
+// real hw::SerialPort on the simulator's pseudo-terminal. It watches the requests
+// the driver writes to arm planned line faults exactly on their target request,
+// counts attempts and lost-answer waits, and shortens the wait for an answer to
+// waitCapMsecs, as the tests' pauses shorten the driver's sleeps.
+class SoakPort : public QObject, public hw::AbstractSerialDevice
+{
+    Q_OBJECT
+    Q_INTERFACES(hw::AbstractSerialDevice)
+public:
+    SoakPort(hw::SerialPort* port, sim::Simulator* simulator, int waitCapMsecs, QObject* parent = nullptr);
+
+    bool setBaudRate(const QString& value) override;
+    bool setDataBits(const QString& value) override;
+    bool setParity(const QString& value) override;
+    bool setStopBits(const QString& value) override;
+    bool setFlowControl(const QString& value) override;
+
+    void discardInput() override;
+    void write(const QByteArray& data) override;
+    bool waitForInput(int msecs) override;
+    QByteArray read(int maxSize) override;
+
+    // Replaces the planned faults; frame indexes count from here.
+    void arm(const QList<LineFault>& faults);
+    // Forgets the faults not reached yet and returns those that fired.
+    QList<LineFault> disarm();
+
+    int waitCap() const { return waitCapMsecs; }
+
+    long long framesWritten = 0;
+    long long attempts = 0;
+    long long waitsTimedOut = 0;
+    QList<QString> settings;
+
+private:
+    void apply(const LineFault& fault);
+
+    hw::SerialPort* port;
+    sim::Simulator* simulator;
+    int waitCapMsecs;
+    QList<LineFault> planned;
+    long long framesSinceArm = 0;
+};
+
+} // namespace soak
