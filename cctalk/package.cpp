@@ -1,6 +1,7 @@
 #include "cctalk/package.h"
 
 #include <QMetaEnum>
+#include <QVarLengthArray>
 
 #include <limits>
 
@@ -159,20 +160,33 @@ Response::~Response() = default;
 void Response::addRawData(const QByteArray& raw)
 {
     valid = false;
+    // A private buffer with room for a frame takes the following pieces without
+    // reallocating.
+    if (buffer.isEmpty())
+        buffer.reserve(qMax(raw.size(), 64));
     buffer.append(raw);
 
     // Bytes before pos are consumed; the buffer is compacted once at the end so that
-    // resynchronising over a long run of garbage stays linear.
+    // resynchronising over a long run of garbage stays linear. The checksum of a window
+    // is the difference of two running 8-bit sums, filled in as far as the scan needs.
     const char* const bytes = buffer.constData();
     const int size = buffer.size();
+    QVarLengthArray<quint8, 1024> sums(size + 1);
+    sums[0] = 0;
+    int summed = 0;
     int pos = 0;
     while (size - pos > 4) {
         const int expected = (lengthByte(buffer, pos) + 5) & 0xFF;
         if (expected > size - pos)
             break;
-        if (checksumOf(bytes + pos, expected) != 0) {
-            ++pos;
-            continue;
+        const qint8 k = qint8(quint8(expected));
+        if (k > 0) {
+            for (; summed < pos + k; ++summed)
+                sums[summed + 1] = quint8(sums[summed] + quint8(bytes[summed]));
+            if (sums[pos + k] != sums[pos]) {
+                ++pos;
+                continue;
+            }
         }
         if (quint8(bytes[pos + 2]) == 1) {
             // Our own frame heard back on the single-wire bus. A length byte of 251
@@ -182,15 +196,18 @@ void Response::addRawData(const QByteArray& raw)
             continue;
         }
         // Only the first frame is taken; what follows it is dropped with the buffer.
-        setRawData(buffer.mid(pos, 4 + lengthByte(buffer, pos)));
+        dest = quint8(bytes[pos]);
+        src = quint8(bytes[pos + 2]);
+        header = Header::Type(quint8(bytes[pos + 3]));
+        data = buffer.mid(pos + 4, lengthByte(buffer, pos));
         buffer.clear();
         valid = true;
         return;
     }
     if (pos > 0) {
-        // What is left is less than one frame; a small private buffer is reused, a
-        // large or shared one is not kept alive for it.
-        if (buffer.isDetached() && buffer.capacity() <= 4096)
+        // What is left is less than one frame; a small buffer is reused, a large one
+        // is not kept alive for it.
+        if (buffer.capacity() <= 4096)
             buffer.remove(0, pos);
         else
             buffer = buffer.mid(pos);

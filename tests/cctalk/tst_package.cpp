@@ -4,6 +4,7 @@
 #include <QtTest>
 
 #include <limits>
+#include <random>
 
 using testsupport::frame;
 using testsupport::hex;
@@ -25,6 +26,89 @@ class OpenResponse : public CcTalk::Response
 public:
     QByteArray pending() const { return buffer; }
 };
+
+// The assembly rules written out plainly, one byte removed at a time, to check the
+// driver's single-pass scan against.
+struct ReferenceAssembly
+{
+    QByteArray buffer;
+    QByteArray taken;
+    bool valid = false;
+
+    static int crc(const QByteArray& a)
+    {
+        const qint8 k = qint8(quint8(a.size() & 0xff));
+        if (k <= 0)
+            return 0;
+        quint8 sum = 0;
+        for (int i = 0; i < k; ++i)
+            sum = quint8(sum + quint8(a.at(i)));
+        return quint8(256 - sum);
+    }
+
+    void add(const QByteArray& raw)
+    {
+        valid = false;
+        buffer.append(raw);
+        for (;;) {
+            if (buffer.size() <= 4)
+                return;
+            const int e = (quint8(buffer.at(1)) + 5) & 0xff;
+            if (e > buffer.size())
+                return;
+            if (crc(buffer.left(e)) != 0) {
+                buffer.remove(0, 1);
+                continue;
+            }
+            if (quint8(buffer.at(2)) == 1) {
+                buffer.remove(0, e > 0 ? e : 1);
+                continue;
+            }
+            taken = buffer;
+            buffer.clear();
+            valid = true;
+            return;
+        }
+    }
+};
+
+QByteArray randomStream(std::mt19937& random, int size)
+{
+    QByteArray s;
+    while (s.size() < size) {
+        QByteArray data(int(random() % 8), '\0');
+        for (char& c : data)
+            c = char(random() & 0xff);
+        switch (random() % 6) {
+        case 0:
+            s += frame(55, 1, quint8(random()), data);
+            break;
+        case 1:
+            s += frame(1, 55, quint8(random() % 7), data);
+            break;
+        case 2:
+            s += data;
+            break;
+        case 3:
+            s += frame(1, 55, 0, data).left(int(random() % 6));
+            break;
+        case 4: {
+            // Length bytes from 251 on wrap the expected length.
+            QByteArray odd;
+            odd.append(char(random() % 3));
+            odd.append(char(251 + random() % 5));
+            odd.append(char(random() % 2 ? 1 : 55));
+            odd.append(data);
+            s += odd;
+            break;
+        }
+        default:
+            s += QByteArray(int(random() % 300), '\xff');
+            break;
+        }
+    }
+    return s;
+}
 
 } // namespace
 
@@ -604,6 +688,38 @@ private slots:
         assigned = done;
         QVERIFY(assigned == done);
         QCOMPARE(int(assigned.getSource()), 55);
+    }
+
+    void sameResultsAsPlainRules()
+    {
+        std::mt19937 random(7);
+        int completed = 0;
+        for (int round = 0; round < 300; ++round) {
+            const QByteArray stream = randomStream(random, 1500);
+            OpenResponse r;
+            ReferenceAssembly model;
+            const bool freshAfterAnswer = round % 2 == 0;
+            for (int at = 0; at < stream.size();) {
+                const int n = 1 + int(random() % (round % 3 == 0 ? 300 : 24));
+                const QByteArray piece = stream.mid(at, n);
+                at += n;
+                r.addRawData(piece);
+                model.add(piece);
+                QCOMPARE(r.isValid(), model.valid);
+                QCOMPARE(r.pending(), model.buffer);
+                if (!model.valid)
+                    continue;
+                ++completed;
+                CcTalk::Package expected;
+                expected.setRawData(model.taken);
+                QVERIFY(r == expected);
+                if (freshAfterAnswer) {
+                    r = OpenResponse();
+                    model = ReferenceAssembly();
+                }
+            }
+        }
+        QVERIFY(completed > 1000);
     }
 
     void fromHex_data()
