@@ -1,0 +1,157 @@
+// Answer assembly throughput: streams of 1 MiB and 4 MiB fed to CcTalk::Response in pieces of at
+// most 16 bytes, as the bus device feeds what it reads.
+//   clean    exchanges, each the echo of a request and the device's answer; every exchange
+//            starts a new response, as every command does
+//   garbage  one continuous stream, three quarters of it uniformly random line noise with
+//            the exchanges in between; a new response starts after each completed one. Noise
+//            is often taken for a frame (a length byte from 123 up announces a 128- to 255-byte
+//            frame, which passes the checksum by definition); the frames taken are counted
+//   flood    one response fed a stream that never holds a frame: every position announces a
+//            frame whose checksum then fails, the most work resynchronisation can be given
+
+#include "cctalk/package.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QByteArray>
+#include <QVector>
+
+#include <random>
+
+namespace {
+
+const int pieceSize = 16;
+const qint64 MiB = 1 << 20;
+
+QByteArray frame(quint8 dest, quint8 src, quint8 header, const QByteArray& data)
+{
+    QByteArray f;
+    f.append(char(dest));
+    f.append(char(data.size()));
+    f.append(char(src));
+    f.append(char(header));
+    f.append(data);
+    quint8 sum = 0;
+    for (char c : f)
+        sum = quint8(sum + quint8(c));
+    f.append(char(quint8(256 - sum)));
+    return f;
+}
+
+QByteArray randomBytes(std::mt19937& random, int size)
+{
+    QByteArray bytes(size, '\0');
+    for (char& c : bytes)
+        c = char(random() & 0xFF);
+    return bytes;
+}
+
+struct Exchange
+{
+    QByteArray bytes;
+    QByteArray answerData;
+};
+
+Exchange randomExchange(std::mt19937& random)
+{
+    Exchange e;
+    // The device answers with 0 to 32 data bytes: acknowledgements, counters, coin identifiers.
+    e.answerData = randomBytes(random, int(random() % 33));
+    const QByteArray request =
+        frame(55, 1, quint8(random() % 200 + 1), randomBytes(random, int(random() % 5)));
+    e.bytes = request + frame(1, 55, 0, e.answerData);
+    return e;
+}
+
+QVector<QByteArray> pieces(const QByteArray& bytes)
+{
+    QVector<QByteArray> out;
+    for (int at = 0; at < bytes.size(); at += pieceSize)
+        out << bytes.mid(at, pieceSize);
+    return out;
+}
+
+void BM_AssemblyClean(benchmark::State& state)
+{
+    std::mt19937 random(20240601);
+    QVector<QVector<QByteArray>> exchanges;
+    QVector<QByteArray> answers;
+    qint64 bytes = 0;
+    while (bytes < state.range(0)) {
+        const Exchange e = randomExchange(random);
+        exchanges << pieces(e.bytes);
+        answers << e.answerData;
+        bytes += e.bytes.size();
+    }
+    qint64 completed = 0;
+    for (auto _ : state) {
+        completed = 0;
+        for (int i = 0; i < exchanges.size(); ++i) {
+            CcTalk::Response response;
+            for (const QByteArray& piece : exchanges.at(i))
+                response.addRawData(piece);
+            if (response.isValid() && response.getData() == answers.at(i))
+                ++completed;
+        }
+        benchmark::DoNotOptimize(completed);
+    }
+    if (completed != exchanges.size())
+        state.SkipWithError("an exchange did not end with its answer");
+    state.SetBytesProcessed(state.iterations() * bytes);
+    state.counters["frames"] = double(completed);
+}
+
+void BM_AssemblyGarbage(benchmark::State& state)
+{
+    std::mt19937 random(20240602);
+    QByteArray stream;
+    qint64 exchanges = 0;
+    while (stream.size() < state.range(0)) {
+        const Exchange e = randomExchange(random);
+        stream += randomBytes(random, 3 * e.bytes.size()) + e.bytes;
+        ++exchanges;
+    }
+    const QVector<QByteArray> all = pieces(stream);
+    qint64 taken = 0;
+    for (auto _ : state) {
+        taken = 0;
+        CcTalk::Response response;
+        for (const QByteArray& piece : all) {
+            response.addRawData(piece);
+            if (response.isValid()) {
+                ++taken;
+                response = CcTalk::Response();
+            }
+        }
+        benchmark::DoNotOptimize(taken);
+    }
+    state.SetBytesProcessed(state.iterations() * stream.size());
+    state.counters["exchanges"] = double(exchanges);
+    state.counters["frames"] = double(taken);
+}
+
+void BM_AssemblyFlood(benchmark::State& state)
+{
+    // Length byte 0x70 announces 117 bytes, whose sum is never 0 modulo 256.
+    const QByteArray piece(pieceSize, char(0x70));
+    const qint64 count = state.range(0) / pieceSize;
+    bool valid = false;
+    for (auto _ : state) {
+        CcTalk::Response response;
+        for (qint64 i = 0; i < count; ++i)
+            response.addRawData(piece);
+        valid = valid || response.isValid();
+        benchmark::DoNotOptimize(response);
+    }
+    if (valid)
+        state.SkipWithError("the flood was taken for an answer");
+    state.SetBytesProcessed(state.iterations() * count * pieceSize);
+}
+
+} // namespace
+
+BENCHMARK(BM_AssemblyClean)->Arg(MiB)->Arg(4 * MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AssemblyGarbage)->Arg(MiB)->Arg(4 * MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AssemblyFlood)->Arg(MiB)->Arg(4 * MiB)->Unit(benchmark::kMillisecond);
+
+BENCHMARK_MAIN();
