@@ -144,7 +144,8 @@ def medians(name):
     for b in data["benchmarks"]:
         if b.get("error_occurred"):
             sys.exit(f"{name}: {b['name']}: {b.get('error_message')}")
-        if b.get("aggregate_name") == "median":
+        # One repetition has no aggregates: its single run stands for the median.
+        if b.get("aggregate_name") == "median" or b.get("run_type") == "iteration":
             rows[b["run_name"]] = b
     return rows
 
