@@ -46,7 +46,7 @@ SumDetailed largestFirst(const QList<CashControlUnit>& hoppers, long long amount
 
 // Count hopper j would hold at the fill ratio of hopper i, plus the margin.
 // Without a capacity of hopper i the ratio is infinite, or undefined when the
-// product is 0; an undefined value compares as not greater than any count.
+// product is 0; either way hopper j does not count as clearly fuller.
 long double equalFillCount(const CashControlUnit& j, long long countI, int capacityI)
 {
     const long double product = static_cast<long double>(j.capacity) * static_cast<long double>(countI);
@@ -80,7 +80,8 @@ SumDetailed balanced(const QList<CashControlUnit>& hoppers, long long amount)
             if (d / static_cast<long long>(next.denom) > balanceRatio) {
                 break;
             }
-            if (!(equalFillCount(next, c, hopper.capacity) > static_cast<long double>(available(next)))) {
+            // Written as "count >= t" so that an undefined t never makes hopper j fuller.
+            if (static_cast<long double>(available(next)) >= equalFillCount(next, c, hopper.capacity)) {
                 fuller = j;
                 break;
             }

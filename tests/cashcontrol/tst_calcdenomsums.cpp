@@ -168,9 +168,9 @@ private slots:
         // Without a capacity the 1000 hopper's t is infinite: the 500 hopper is not fuller.
         QTest::newRow("capacity 0 on the current hopper")
             << Units{hopper(1000, 2, 0, 0), hopper(500, 90, 100, 1)} << 2000LL << 0 << Denoms{{1000, 2}};
-        // 0 x 2 / 0 is undefined and compares as not greater than 90: fuller.
+        // 0 x 2 / 0 is undefined: the 500 hopper is not fuller either.
         QTest::newRow("capacity 0 on both hoppers")
-            << Units{hopper(1000, 2, 0, 0), hopper(500, 90, 0, 1)} << 2000LL << 0 << Denoms{{500, 4}};
+            << Units{hopper(1000, 2, 0, 0), hopper(500, 90, 0, 1)} << 2000LL << 0 << Denoms{{1000, 2}};
         QTest::newRow("capacity 0, mode 1")
             << Units{hopper(1000, 2, 0, 0), hopper(500, 90, 0, 1)} << 2000LL << 1 << Denoms{{1000, 2}};
 

@@ -295,12 +295,16 @@ void TestFront::initWithoutSerialDeviceHasNoEffect()
     LogCapture log;
     testsupport::FakeSerialDevice line;
     TestDriver driver;
+    // A device that was set and then taken away again must not be configured.
+    driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
+    QVERIFY(driver.serialDevice());
+    driver.setProperty("serialObj", QVariant());
+    QVERIFY(!driver.serialDevice());
     QVERIFY(QMetaObject::invokeMethod(&driver, "init"));
     driver.init();
     QVERIFY(line.settings.isEmpty());
     QVERIFY(line.writes.isEmpty());
     QVERIFY(log.lines().isEmpty());
-    QVERIFY(!driver.serialDevice());
 }
 
 void TestFront::initConfiguresTheLineInOrder()
