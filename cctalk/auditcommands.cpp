@@ -8,7 +8,8 @@ ReqRealTimeClockResp::ReqRealTimeClockResp(const Response& response) : Response(
 
 QDateTime ReqRealTimeClockResp::getTime() const
 {
-    return QDateTime::fromSecsSinceEpoch(qint64(getUint(0, 4)), Qt::UTC);
+    // Local time, as the operator's clock reads; the instant is the same.
+    return QDateTime::fromSecsSinceEpoch(qint64(getUint(0, 4)));
 }
 
 ModRealTimeClock::ModRealTimeClock(const QDateTime& time) : Request(Header::modRealTimeClock, QByteArray())

@@ -8,7 +8,7 @@ CoinId coinIdFromData(const Response& response)
     const int zero = text.indexOf('\0');
     if (zero >= 0)
         text.truncate(zero);
-    return CoinId(QString::fromLatin1(text));
+    return CoinId(QString::fromUtf8(text));
 }
 
 ReqCoinId::ReqCoinId(unsigned char position) : Request(Header::reqCoinId, QByteArray())

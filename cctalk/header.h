@@ -11,7 +11,7 @@ class Header : public QObject
     Q_OBJECT
     Q_ENUMS(Type)
 public:
-    enum Type {
+    enum Type : int {
         answer = 0,
         reset = 1,
         reqCommsStatusVars = 2,

@@ -358,7 +358,7 @@ private slots:
     {
         const QDateTime t = answer<CcTalk::ReqRealTimeClockResp>("40c3e165").getTime();
         QCOMPARE(t, QDateTime(QDate(2024, 3, 1), QTime(12, 0), Qt::UTC));
-        QCOMPARE(t.timeSpec(), Qt::UTC);
+        QCOMPARE(t.timeSpec(), Qt::LocalTime);
         QCOMPARE(answer<CcTalk::ReqRealTimeClockResp>("00000000").getTime(),
                  QDateTime(QDate(1970, 1, 1), QTime(0, 0), Qt::UTC));
         QCOMPARE(answer<CcTalk::ReqRealTimeClockResp>("ffffffff").getTime().toSecsSinceEpoch(),

@@ -5,6 +5,12 @@
 #include <QSet>
 #include <QtTest>
 
+#include <type_traits>
+
+// Header codes are compared as signed integers.
+static_assert(std::is_same<std::underlying_type_t<CcTalk::Header::Type>, int>::value,
+              "header codes are held as signed 32-bit integers");
+
 namespace {
 
 struct Key

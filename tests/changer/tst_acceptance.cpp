@@ -316,7 +316,10 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     QVERIFY(!rig.changer.timer()->isActive());
     QVERIFY(rig.changer.isAccepting());
-    QCoreApplication::processEvents();
+    // Longer than one poll interval: a re-armed timer would have polled again.
+    rig.serial.writes.clear();
+    QTest::qWait(250);
+    QVERIFY(rig.serial.writes.isEmpty());
     QCOMPARE(received.size(), 0);
 
     // stalled: the stop makes no final poll
