@@ -45,8 +45,10 @@ QString LineFault::describe() const
     case Split:
         what += QStringLiteral(" %1 pieces %2 ms").arg(pieces).arg(pauseMs);
         break;
-    case Silence:
     case Babble:
+        what += QStringLiteral(" for %1 requests").arg(count);
+        break;
+    case Silence:
         break;
     }
     if (atHeader >= 0)
@@ -92,6 +94,8 @@ bool SoakPort::setFlowControl(const QString& value)
 void SoakPort::discardInput()
 {
     ++attempts;
+    if (babbleUntil >= 0)
+        ++attemptsInNoise;
     port->discardInput();
 }
 
@@ -99,6 +103,10 @@ void SoakPort::write(const QByteArray& data)
 {
     // [destination][length][source][header]...: one request per write.
     const int header = data.size() >= 4 ? static_cast<unsigned char>(data.at(3)) : -1;
+    if (babbleUntil >= 0 && framesSinceArm >= babbleUntil) {
+        simulator->setBabble(false);
+        babbleUntil = -1;
+    }
     for (LineFault& fault : planned) {
         if (fault.fired)
             continue;
@@ -140,6 +148,9 @@ QList<LineFault> SoakPort::disarm()
             fired << fault;
     }
     planned.clear();
+    if (babbleUntil >= 0)
+        simulator->setBabble(false);
+    babbleUntil = -1;
     return fired;
 }
 
@@ -169,6 +180,7 @@ void SoakPort::apply(const LineFault& fault)
         break;
     case LineFault::Babble:
         simulator->setBabble(true);
+        babbleUntil = framesSinceArm + std::max(1, fault.count);
         break;
     }
 }

@@ -21,7 +21,7 @@ struct LineFault
     enum Kind { LostAnswers, Busy, Nak, BadChecksum, Garbage, Split, Silence, Babble };
 
     Kind kind = LostAnswers;
-    int count = 1;      // answers lost, BUSY or NAK answers, corrupted checksums
+    int count = 1;      // answers lost, BUSY or NAK answers, corrupted checksums; requests a babble lasts
     QByteArray garbage; // bytes put on the line before the next answer
     int pieces = 2;     // the next answer in this many writes...
     int pauseMs = 0;    // ...this far apart
@@ -66,6 +66,9 @@ public:
     long long framesWritten = 0;
     long long attempts = 0;
     long long waitsTimedOut = 0;
+    // Attempts begun while the line babbled: each may last the driver's whole 5 s
+    // receive bound, since noise keeps input arriving.
+    long long attemptsInNoise = 0;
     QList<QString> settings;
 
 private:
@@ -76,6 +79,7 @@ private:
     int waitCapMsecs;
     QList<LineFault> planned;
     long long framesSinceArm = 0;
+    long long babbleUntil = -1;
 };
 
 } // namespace soak
