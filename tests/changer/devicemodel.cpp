@@ -185,6 +185,24 @@ QByteArray req(quint8 header, const QByteArray& data)
     return testsupport::request(header, data);
 }
 
+QByteArray bytes(std::initializer_list<int> values)
+{
+    QByteArray out;
+    for (int v : values)
+        out.append(char(v));
+    return out;
+}
+
+QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
+{
+    return QMap<unsigned int, long long>(items);
+}
+
+QList<QByteArray> frames(const QList<QByteArray>& list)
+{
+    return list;
+}
+
 QList<QByteArray> discoveryRequests(int positions, const QList<DeviceModel::Hopper>& hoppers)
 {
     QList<QByteArray> frames;

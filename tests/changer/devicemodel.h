@@ -78,6 +78,11 @@ private:
 // The frame of a request from the host to the changer: header and data given.
 QByteArray req(quint8 header, const QByteArray& data = QByteArray());
 
+QByteArray bytes(std::initializer_list<int> values);
+QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items);
+// A list of expected frames, for comparison with the frames written.
+QList<QByteArray> frames(const QList<QByteArray>& list);
+
 // Frames of the discovery of DeviceModel::recycler with that many positions and
 // those hoppers (enabled or not), in the order the changer sends them.
 QList<QByteArray> discoveryRequests(int positions, const QList<DeviceModel::Hopper>& hoppers);

@@ -11,22 +11,9 @@ using Hopper = DeviceModel::Hopper;
 
 namespace {
 
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
 SumDetailed sumOf(const QVariant& value)
 {
     return value.value<SumDetailed>();
-}
-
-QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
-{
-    return QMap<unsigned int, long long>(items);
 }
 
 // Positions 1..4: 1.00, 10.00, 2.00, 2.00; hoppers for 1.00, 2.00 and 10.00.

@@ -7,28 +7,6 @@
 
 using namespace changertest;
 
-namespace {
-
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
-QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
-{
-    return QMap<unsigned int, long long>(items);
-}
-
-QList<QByteArray> frames(const QList<QByteArray>& list)
-{
-    return list;
-}
-
-} // namespace
-
 class TestCounters : public QObject
 {
     Q_OBJECT

@@ -70,14 +70,6 @@ QString messageOf(const std::exception& e)
     return QString::fromUtf8(e.what());
 }
 
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
 const QList<Hopper> threeHoppers = {
     {"RU100A", 10, 500, true},
     {"RU500A", 20, 600, false},

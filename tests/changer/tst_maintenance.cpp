@@ -11,14 +11,6 @@ using namespace changertest;
 
 namespace {
 
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
 // Looks units up in a list of its own, to show that the maintenance operations
 // ask getUnit through the virtual table.
 class LookupChanger : public TestChanger

@@ -11,19 +11,6 @@ using namespace changertest;
 
 namespace {
 
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
-QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
-{
-    return QMap<unsigned int, long long>(items);
-}
-
 SumDetailed coins(std::initializer_list<std::pair<const unsigned int, long long>> items)
 {
     SumDetailed sum;
@@ -39,11 +26,6 @@ QByteArray pattern(const QList<QPair<int, int>>& pairs)
         out.append(char(p.second));
     }
     return out;
-}
-
-QList<QByteArray> frames(const QList<QByteArray>& list)
-{
-    return list;
 }
 
 // Reads of one hopper's two dispense counters: the first pair before the payout,

@@ -9,14 +9,6 @@ using namespace changertest;
 
 namespace {
 
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
 QList<QByteArray> repeat(const QByteArray& frame, int times)
 {
     QList<QByteArray> out;
