@@ -162,6 +162,7 @@ LineFault lineFault(Draw& d, Op op)
         headers = {120};
         break;
     case Op::Connect:
+    case Op::Recreate:
         headers = {1, 116, 247};
         frames = 60;
         break;
@@ -293,6 +294,8 @@ QString opName(Op op)
         return QStringLiteral("connect");
     case Op::AsyncCheck:
         return QStringLiteral("enableAsyncCheck");
+    case Op::Recreate:
+        return QStringLiteral("new driver object");
     }
     return QString();
 }
@@ -338,7 +341,8 @@ StepPlan planStep(quint64 seed, int step)
            : r < 70 ? Op::Loan
            : r < 80 ? Op::Counter
            : r < 87 ? Op::Units
-           : r < 92 ? Op::CheckState
+           : r < 91 ? Op::CheckState
+           : r < 92 ? Op::Recreate
            : r < 95 ? Op::Maintenance
            : r < 97 ? Op::Connect
                     : Op::AsyncCheck;
@@ -537,13 +541,15 @@ QString Figures::toText() const
     out << QStringLiteral("purge commands sent again after a lost answer: %1").arg(purgeRepeats);
     out << QStringLiteral(
                "acceptance: %1 sessions (%2 started, %3 clean, %4 stalled by a poll failure), %5 coins "
-               "inserted, accepted %6, reported %7, unreported %8 in %9 sessions")
+               "inserted; accepted %6 (%7 of it in sessions with forged answers, not compared), "
+               "reported %8 (those sessions left out), unreported %9 in %10 sessions")
                .arg(sessions)
                .arg(sessionsStarted)
                .arg(cleanSessions)
                .arg(stalledSessions)
                .arg(coinsInserted)
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueAccepted)))
+               .arg(cashcontrol::formatAmount(static_cast<long long>(valueAcceptedInForgedSessions)))
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueReported)))
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueUnreported)))
                .arg(sessionsShort);
@@ -596,6 +602,11 @@ bool Soak::run()
         setUp();
         for (int step = 0; step < opts.steps; ++step) {
             runStep(planStep(opts.seed, step));
+            // Every session's coins are accounted for: reported, or counted short by a
+            // session whose polling failed; what a session reported again was not accepted.
+            check(fig.valueAccepted - fig.valueAcceptedInForgedSessions + fig.valueReReported ==
+                      fig.valueReported + fig.valueUnreported,
+                  QStringLiteral("coins accepted and reported no longer add up"));
             if (output && !opts.verbose && (step + 1) % 250 == 0)
                 output(QStringLiteral("soak: %1/%2 steps, %3 s")
                            .arg(step + 1)
@@ -631,6 +642,19 @@ void Soak::setUp()
                   serial->errorString());
     port = std::make_unique<SoakPort>(serial.get(), simulator.get(), opts.waitCapMsecs);
 
+    makeDriver();
+
+    const Call connected = hostCall(QStringLiteral("connect"), Allowed(), [this] { driver->connect(); });
+    check(connected.ok, QStringLiteral("the first connect on a clean line failed: ") + connected.error);
+    const Call async =
+        hostCall(QStringLiteral("enableAsyncCheck"), Allowed(), [this] { driver->enableAsyncCheck(true); });
+    check(async.ok, QStringLiteral("enableAsyncCheck threw: ") + async.error);
+    paidOutAfterLastStep = simulator->coinsPaidOut();
+    log->clear();
+}
+
+void Soak::makeDriver()
+{
     changer = new SoakChanger;
     driver = std::make_unique<SoakDriver>(changer);
     QObject::connect(
@@ -658,19 +682,12 @@ void Soak::setUp()
     });
 
     driver->setProperty("serialObj", QVariant::fromValue<QObject*>(port.get()));
+    port->settings.clear();
     driver->init();
     check(port->settings == QStringList({QStringLiteral("baud 115200"), QStringLiteral("data 8"),
                                          QStringLiteral("parity None"), QStringLiteral("stop 1"),
                                          QStringLiteral("flow Disable")}),
           QStringLiteral("init() configured the line as ") + port->settings.join(QStringLiteral(", ")));
-
-    const Call connected = hostCall(QStringLiteral("connect"), Allowed(), [this] { driver->connect(); });
-    check(connected.ok, QStringLiteral("the first connect on a clean line failed: ") + connected.error);
-    const Call async =
-        hostCall(QStringLiteral("enableAsyncCheck"), Allowed(), [this] { driver->enableAsyncCheck(true); });
-    check(async.ok, QStringLiteral("enableAsyncCheck threw: ") + async.error);
-    paidOutAfterLastStep = simulator->coinsPaidOut();
-    log->clear();
 }
 
 void Soak::runStep(const StepPlan& plan)
@@ -713,6 +730,9 @@ void Soak::runStep(const StepPlan& plan)
     case Op::AsyncCheck:
         simple(plan);
         break;
+    case Op::Recreate:
+        recreate();
+        break;
     }
     afterStep();
 }
@@ -749,7 +769,7 @@ void Soak::applyDeviceFaults(const StepPlan& plan)
         acceptorFaulty = false;
     } else if (!acceptorFaulty && plan.acceptorFault) {
         // Acceptor jam: fatal in the error status, delayed in the self-check.
-        simulator->setErrorStatus(0, 101);
+        simulator->setErrorStatus(1, 101);
         simulator->setSelfCheck(35, 1);
         simulator->setActivityBits(16);
         acceptorFaulty = true;
@@ -1158,6 +1178,7 @@ void Soak::accept(const StepPlan& plan)
     if (forgedAnswers() > 0) {
         // Counters decoded from line noise: nothing to compare them with.
         ++fig.sessionsWithForgedAnswers;
+        fig.valueAcceptedInForgedSessions += accepted;
         return;
     }
 
@@ -1522,6 +1543,25 @@ void Soak::simple(const StepPlan& plan)
     default:
         break;
     }
+}
+
+void Soak::recreate()
+{
+    // The host destroys the driver object and makes a new one, as after a restart of
+    // the POS program: the new object has a whole BUSY budget, the class-wide reset
+    // request carries over.
+    driver.reset();
+    changer = nullptr;
+    makeDriver();
+    const Call connected = hostCall(
+        QStringLiteral("connect"), Allowed(), [this] { driver->connect(); }, true);
+    if (connected.ok)
+        checkValue(
+            changer->cachedUnits().size() == hoppers + 1,
+            QStringLiteral("connect succeeded with %1 units found").arg(changer->cachedUnits().size()));
+    const Call async =
+        hostCall(QStringLiteral("enableAsyncCheck"), Allowed(), [this] { driver->enableAsyncCheck(true); });
+    check(async.ok, QStringLiteral("enableAsyncCheck threw: ") + async.error);
 }
 
 void Soak::maintenance(const StepPlan& plan)

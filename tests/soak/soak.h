@@ -60,6 +60,7 @@ enum class Op {
     Maintenance,
     Connect,
     AsyncCheck,
+    Recreate,
 };
 
 QString opName(Op op);
@@ -158,6 +159,7 @@ struct Figures
     int forgedAnswers = 0;
     int stepsWithForgedAnswers = 0;
     int sessionsWithForgedAnswers = 0;
+    quint64 valueAcceptedInForgedSessions = 0;
     int valueChecksExcused = 0;
     QString forgedExample;
     long long framesWritten = 0;
@@ -215,6 +217,8 @@ private:
     };
 
     void setUp();
+    void makeDriver();
+    void recreate();
     void runStep(const StepPlan& plan);
     void applyDeviceFaults(const StepPlan& plan);
     void afterStep();

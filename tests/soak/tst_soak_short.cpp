@@ -64,7 +64,7 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
             QVERIFY(coin.second >= 1 && coin.second <= 8);
         }
     }
-    QCOMPARE(ops.size(), 11);
+    QCOMPARE(ops.size(), 12);
     QCOMPARE(faults.size(), 8);
     QVERIFY(payoutTargets > 10);
     QVERIFY(doorWhileAccepting > 5);
