@@ -1195,11 +1195,13 @@ void Soak::accept(const StepPlan& plan)
     if (mask == 0) {
         ++fig.sessionsNothingEnabled;
         // Nothing enabled: the device kept the counters of the last session that
-        // enabled a coin, and the first poll compares them with zero.
+        // enabled a coin, and the first poll compares them with zero. They are reported
+        // by the driver's coin positions: a driver whose discovery never got that far
+        // reports them as denomination 0.
         QMap<unsigned int, long long> held;
         for (auto it = countsBefore.cbegin(); it != countsBefore.cend(); ++it) {
             if (it.value() != 0)
-                held[sim::coinValue(config.coinIds.value(it.key()))] += it.value();
+                held[positions.value(static_cast<unsigned char>(it.key()), 0)] += it.value();
         }
         check(accepted == 0, QStringLiteral("coins accepted with every position inhibited"));
         checkValue(reported.isEmpty() || reported == held,
