@@ -165,7 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 
     const CcTalk::ReqRealTimeClockResp clock(response);
     const QDateTime time = clock.getTime();
-    check(time.isValid() && time.timeSpec() == Qt::UTC, "clock answer is not a UTC time");
+    check(time.isValid(), "clock answer is not a valid time");
     check(time.toSecsSinceEpoch() == qint64(uintAt(data, 0, 4)), "clock seconds");
 
     const CcTalk::ReqAuditCounterResp counter(response);
