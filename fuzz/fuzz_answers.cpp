@@ -31,7 +31,8 @@ void checkCoinId(const CcTalk::CoinId& id, const QByteArray& data)
     const int zero = text.indexOf('\0');
     if (zero >= 0)
         text.truncate(zero);
-    check(id.getName() == QString::fromLatin1(text), "coin identifier text differs from the data");
+    // Device texts are read with the host's 8-bit codec, UTF-8.
+    check(id.getName() == QString::fromUtf8(text), "coin identifier text differs from the data");
     check(QString(id) == id.getName(), "coin identifier conversions differ");
     check(unsigned(id) == id.getDenom(), "denomination conversions differ");
     if (id.getName().size() != 6)

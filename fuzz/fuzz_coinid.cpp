@@ -62,10 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     QString text;
     switch (encoding % 3) {
     case 0:
-        // What the answer classes make of the data bytes.
+        // Every byte one character.
         text = QString::fromLatin1(raw);
         break;
     case 1:
+        // What the answer classes make of the data bytes.
         text = QString::fromUtf8(raw);
         break;
     default:
