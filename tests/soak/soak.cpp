@@ -578,7 +578,10 @@ QString Figures::toText() const
     std::sort(sorted.begin(), sorted.end(),
               [](const QPair<int, QString>& a, const QPair<int, QString>& b) { return a.first > b.first; });
     for (const auto& f : sorted)
-        out << QStringLiteral("  %1  %2").arg(f.first, 5).arg(f.second);
+        out << QStringLiteral("  %1  %2 (first at step %3)")
+                   .arg(f.first, 5)
+                   .arg(f.second)
+                   .arg(failureFirstStep.value(f.second));
     return out.join(QLatin1Char('\n'));
 }
 
@@ -669,6 +672,8 @@ void Soak::makeDriver()
         driver.get(), &hw::BasicCashControl::error, driver.get(), [this](const QString& message) {
             ++fig.errorSignals;
             ++fig.failures[message];
+            if (!fig.failureFirstStep.contains(message))
+                fig.failureFirstStep[message] = current.step;
             if (!message.startsWith(driverName) || !hasCyrillic(message.mid(driverName.size())))
                 pendingViolations << QStringLiteral(
                                          "error signal without a Russian message after the driver's "
@@ -869,6 +874,8 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
     if (!call.ok) {
         ++f.failed;
         ++fig.failures[call.error];
+        if (!fig.failureFirstStep.contains(call.error))
+            fig.failureFirstStep[call.error] = current.step;
         check(call.error.startsWith(driverName) && hasCyrillic(call.error.mid(driverName.size())),
               QStringLiteral("%1 failed without a Russian message after the driver's name: \"%2\"")
                   .arg(op, call.error));

@@ -124,6 +124,7 @@ struct Figures
     QMap<QString, int> lineFaultsFired;
     QMap<QString, int> deviceFaults;
     QMap<QString, int> failures; // host-visible messages: exceptions and error signals
+    QMap<QString, int> failureFirstStep;
     int errorSignals = 0;
 
     qint64 maxCallMsecs = 0;
