@@ -1,6 +1,6 @@
 #include "cctalk/coinid.h"
 
-#include <QRegularExpression>
+#include <algorithm>
 
 namespace CcTalk {
 
@@ -26,9 +26,12 @@ unsigned int CoinId::getDenom() const
     if (id.size() != 6)
         return 0;
     QString value = id.mid(2, 3);
-    static const QRegularExpression nonDigit(QStringLiteral("\\D"));
+    // The first character that is not 0 to 9 marks the fraction; a plain scan, since a
+    // regular expression finds nothing at all in text that is not valid UTF-16.
+    const auto nonDigit = std::find_if(value.cbegin(), value.cend(),
+                                       [](QChar c) { return c.unicode() < '0' || c.unicode() > '9'; });
+    const int i = nonDigit == value.cend() ? -1 : int(nonDigit - value.cbegin());
     long double multiplier = 1;
-    const int i = value.indexOf(nonDigit);
     if (i >= 0) {
         const QChar c = value.at(i);
         if (c == QLatin1Char('G'))
