@@ -49,55 +49,54 @@ QByteArray randomBytes(std::mt19937& random, int size)
 struct Exchange
 {
     QByteArray bytes;
-    QByteArray answerData;
+    int answerSize = 0;
 };
 
 Exchange randomExchange(std::mt19937& random)
 {
-    Exchange e;
     // The device answers with 0 to 32 data bytes: acknowledgements, counters, coin identifiers.
-    e.answerData = randomBytes(random, int(random() % 33));
+    const QByteArray answer = randomBytes(random, int(random() % 33));
     const QByteArray request =
         frame(55, 1, quint8(random() % 200 + 1), randomBytes(random, int(random() % 5)));
-    e.bytes = request + frame(1, 55, 0, e.answerData);
-    return e;
+    return Exchange{request + frame(1, 55, 0, answer), answer.size()};
 }
 
-QVector<QByteArray> pieces(const QByteArray& bytes)
+// A piece as a read hands it over: a new byte array each time, over bytes of the stream.
+QByteArray piece(const QByteArray& stream, int at, int end)
 {
-    QVector<QByteArray> out;
-    for (int at = 0; at < bytes.size(); at += pieceSize)
-        out << bytes.mid(at, pieceSize);
-    return out;
+    return QByteArray::fromRawData(stream.constData() + at, qMin(pieceSize, end - at));
 }
 
 void BM_AssemblyClean(benchmark::State& state)
 {
     std::mt19937 random(20240601);
-    QVector<QVector<QByteArray>> exchanges;
-    QVector<QByteArray> answers;
-    qint64 bytes = 0;
-    while (bytes < state.range(0)) {
+    QByteArray stream;
+    QVector<int> ends;
+    QVector<int> answerSizes;
+    while (stream.size() < state.range(0)) {
         const Exchange e = randomExchange(random);
-        exchanges << pieces(e.bytes);
-        answers << e.answerData;
-        bytes += e.bytes.size();
+        stream += e.bytes;
+        ends << stream.size();
+        answerSizes << e.answerSize;
     }
     qint64 completed = 0;
     for (auto _ : state) {
         completed = 0;
-        for (int i = 0; i < exchanges.size(); ++i) {
+        int at = 0;
+        for (int i = 0; i < ends.size(); ++i) {
             CcTalk::Response response;
-            for (const QByteArray& piece : exchanges.at(i))
-                response.addRawData(piece);
-            if (response.isValid() && response.getData() == answers.at(i))
+            for (; at < ends.at(i); at += pieceSize)
+                response.addRawData(piece(stream, at, ends.at(i)));
+            at = ends.at(i);
+            if (response.isValid() && response.getSource() == 55 &&
+                response.getData().size() == answerSizes.at(i))
                 ++completed;
         }
         benchmark::DoNotOptimize(completed);
     }
-    if (completed != exchanges.size())
+    if (completed != ends.size())
         state.SkipWithError("an exchange did not end with its answer");
-    state.SetBytesProcessed(state.iterations() * bytes);
+    state.SetBytesProcessed(state.iterations() * stream.size());
     state.counters["frames"] = double(completed);
 }
 
@@ -111,13 +110,12 @@ void BM_AssemblyGarbage(benchmark::State& state)
         stream += randomBytes(random, 3 * e.bytes.size()) + e.bytes;
         ++exchanges;
     }
-    const QVector<QByteArray> all = pieces(stream);
     qint64 taken = 0;
     for (auto _ : state) {
         taken = 0;
         CcTalk::Response response;
-        for (const QByteArray& piece : all) {
-            response.addRawData(piece);
+        for (int at = 0; at < stream.size(); at += pieceSize) {
+            response.addRawData(piece(stream, at, stream.size()));
             if (response.isValid()) {
                 ++taken;
                 response = CcTalk::Response();
@@ -133,19 +131,18 @@ void BM_AssemblyGarbage(benchmark::State& state)
 void BM_AssemblyFlood(benchmark::State& state)
 {
     // Length byte 0x70 announces 117 bytes, whose sum is never 0 modulo 256.
-    const QByteArray piece(pieceSize, char(0x70));
-    const qint64 count = state.range(0) / pieceSize;
+    const QByteArray stream(int(state.range(0)), char(0x70));
     bool valid = false;
     for (auto _ : state) {
         CcTalk::Response response;
-        for (qint64 i = 0; i < count; ++i)
-            response.addRawData(piece);
+        for (int at = 0; at < stream.size(); at += pieceSize)
+            response.addRawData(piece(stream, at, stream.size()));
         valid = valid || response.isValid();
         benchmark::DoNotOptimize(response);
     }
     if (valid)
         state.SkipWithError("the flood was taken for an answer");
-    state.SetBytesProcessed(state.iterations() * count * pieceSize);
+    state.SetBytesProcessed(state.iterations() * stream.size());
 }
 
 } // namespace
