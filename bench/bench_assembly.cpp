@@ -10,6 +10,7 @@
 //            frame whose checksum then fails, the most work resynchronisation can be given
 
 #include "cctalk/package.h"
+#include "support/frames.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,23 +21,10 @@
 
 namespace {
 
+using testsupport::frame;
+
 const int pieceSize = 16;
 const qint64 MiB = 1 << 20;
-
-QByteArray frame(quint8 dest, quint8 src, quint8 header, const QByteArray& data)
-{
-    QByteArray f;
-    f.append(char(dest));
-    f.append(char(data.size()));
-    f.append(char(src));
-    f.append(char(header));
-    f.append(data);
-    quint8 sum = 0;
-    for (char c : f)
-        sum = quint8(sum + quint8(c));
-    f.append(char(quint8(256 - sum)));
-    return f;
-}
 
 QByteArray randomBytes(std::mt19937& random, int size)
 {
