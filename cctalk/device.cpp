@@ -32,15 +32,28 @@ qint64 monotonicMsecs()
     return timer.elapsed();
 }
 
+void threadSleep(int msecs)
+{
+    ::usleep(useconds_t(msecs) * 1000);
+}
+
 } // namespace
 
-Device::Device(QObject* parent) : QObject(parent), logger(logging::logger("cctalk")), clock(monotonicMsecs) {}
+Device::Device(QObject* parent)
+    : QObject(parent), logger(logging::logger("cctalk")), clock(monotonicMsecs), sleeper(threadSleep)
+{
+}
 
 Device::~Device() = default;
 
 void Device::setClock(Clock value)
 {
     clock = value ? std::move(value) : Clock(monotonicMsecs);
+}
+
+void Device::setSleeper(Sleeper value)
+{
+    sleeper = value ? std::move(value) : Sleeper(threadSleep);
 }
 
 void Device::commonInit()
@@ -151,7 +164,7 @@ void Device::sleep(int msecs) const
 {
     if (msecs <= 0)
         return;
-    ::usleep(useconds_t(msecs) * 1000);
+    sleeper(msecs);
 }
 
 void Device::logDebug(const QString& text) const

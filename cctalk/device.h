@@ -19,6 +19,8 @@ class Device : public QObject
 public:
     // Milliseconds from any fixed origin, never going back.
     using Clock = std::function<qint64()>;
+    // Waits the given milliseconds (always positive).
+    using Sleeper = std::function<void(int)>;
 
     explicit Device(QObject* parent = nullptr);
     ~Device() override;
@@ -47,6 +49,9 @@ public:
     int getBusyRetries() const { return busyRetries; }
     // Time source of the receive bound; a monotonic clock unless replaced.
     void setClock(Clock value);
+    // How pauses between attempts, BUSY answers and waits are spent; the calling
+    // thread sleeps unless replaced.
+    void setSleeper(Sleeper value);
 
     // Bounds of one receive attempt: past either it ends as a lost answer.
     static constexpr int maxAttemptBytes = 1024;
@@ -75,6 +80,7 @@ private:
     hw::AbstractSerialDevice* serial = nullptr;
     logging::LoggerPtr logger;
     Clock clock;
+    Sleeper sleeper;
 };
 
 } // namespace CcTalk
