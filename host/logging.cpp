@@ -10,6 +10,7 @@
 #include <log4cxx/logmanager.h>
 #include <log4cxx/patternlayout.h>
 #include <log4cxx/propertyconfigurator.h>
+#include <log4cxx/spi/loggingevent.h>
 #include <log4cxx/writerappender.h>
 
 #include <QFileInfo>
@@ -22,12 +23,6 @@ namespace logging {
 namespace {
 
 const log4cxx::LogString utf8Encoding = LOG4CXX_STR("UTF-8");
-
-void write(const LoggerPtr& logger, const log4cxx::LevelPtr& level, const QString& text)
-{
-    if (logger && logger->isEnabledFor(level))
-        logger->forcedLogLS(level, toLogString(text), log4cxx::spi::LocationInfo::getLocationUnavailable());
-}
 
 // log4cxx's console appender encodes with the C library's locale whatever
 // encoding it is given, so console output gets its own byte stream to the
@@ -83,7 +78,54 @@ void forceUtf8(const LoggerPtr& logger, log4cxx::helpers::Pool& pool)
     }
 }
 
+// Where the driver's lines go while the host has given log4cxx no appender that
+// would receive them. Never destroyed: lines may still come during static
+// destruction, after log4cxx's own objects are gone.
+const log4cxx::AppenderPtr& fallbackAppender()
+{
+    static const log4cxx::AppenderPtr* appender = [] {
+        auto a = std::make_shared<log4cxx::WriterAppender>();
+        a->setName(LOG4CXX_STR("cpibcr-fallback"));
+        a->setLayout(
+            std::make_shared<log4cxx::PatternLayout>(LOG4CXX_STR("%d{HH:mm:ss,SSS} %-5p %c - %m%n")));
+        a->setWriter(utf8Writer(STDERR_FILENO));
+        a->setImmediateFlush(true);
+        return new log4cxx::AppenderPtr(a);
+    }();
+    return *appender;
+}
+
+void write(const LoggerPtr& logger, const log4cxx::LevelPtr& level, const QString& text)
+{
+    if (!logger || !logger->isEnabledFor(level))
+        return;
+    const auto location = log4cxx::spi::LocationInfo::getLocationUnavailable();
+    if (reachesAppender(logger)) {
+        logger->forcedLogLS(level, toLogString(text), location);
+        return;
+    }
+    // Without an appender log4cxx would drop the line and print "No appender could
+    // be found" instead; the operator still needs the warnings and errors.
+    if (!level->isGreaterOrEqual(log4cxx::Level::getWarn()))
+        return;
+    log4cxx::helpers::Pool pool;
+    fallbackAppender()->doAppend(
+        std::make_shared<log4cxx::spi::LoggingEvent>(logger->getName(), level, toLogString(text), location),
+        pool);
+}
+
 } // namespace
+
+bool reachesAppender(LoggerPtr logger)
+{
+    for (; logger; logger = logger->getParent()) {
+        if (!logger->getAllAppenders().empty())
+            return true;
+        if (!logger->getAdditivity())
+            return false;
+    }
+    return false;
+}
 
 LoggerPtr logger(const char* name)
 {

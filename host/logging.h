@@ -17,6 +17,14 @@ LoggerPtr rootLogger();
 log4cxx::LogString toLogString(const QString& text);
 QString fromLogString(const log4cxx::LogString& text);
 
+// Whether log4cxx would hand the logger's events to any appender: one of its own
+// or, while additivity holds, one of its ancestors'.
+bool reachesAppender(LoggerPtr logger);
+
+// While the host has configured no appender that a line would reach, warnings and
+// errors go to stderr as UTF-8 ("HH:mm:ss,SSS LEVEL logger - text") and lower
+// levels are dropped, so log4cxx never prints "No appender could be found". Once
+// the host adds an appender, its configuration alone decides.
 void trace(const LoggerPtr& logger, const QString& text);
 void debug(const LoggerPtr& logger, const QString& text);
 void info(const LoggerPtr& logger, const QString& text);
