@@ -261,6 +261,8 @@ QString ControlChannel::execute(const QString& line)
     if (c == QLatin1String("counter") && argc == 2) {
         if (!toNumber(w.at(1), 0, 255, a) || !toNumber(w.at(2), 0, 255, b))
             return QStringLiteral("error: counter GROUP INDEX");
+        if (a != 70 && a != 80 && a != 87)
+            return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(a);
         return QString::number(sim_.auditCounter(quint8(a), quint8(b)));
     }
     if (c == QLatin1String("log") && argc <= 1) {
