@@ -57,3 +57,16 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cpibcrConfig.cmake ${CMAKE_CURRENT_BIN
 if(TARGET cpibcr_plugin)
   set(cpibcr_PLUGIN $<TARGET_FILE:cpibcr_plugin>)
 endif()
+
+# The Debian package of the component, made by the same CPack run as the runtime package.
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME cpibcr-dev)
+set(CPACK_DEBIAN_DEV_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev, libqt5serialport5-dev, liblog4cxx-dev")
+set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_COMPONENT_DEV_DESCRIPTION
+  "development files for hosts of the CPI BCR coin recycler driver
+ Headers of the cash-control interface and its shared types, the serial port
+ interface with its QSerialPort implementation, the host timer and the log
+ set-up, the static library cpibcr-host with their code, and a CMake package:
+ find_package(cpibcr) gives the target cpibcr::host and the plug-in's path.")
