@@ -14,6 +14,7 @@ const int waitMsecs = 1000;
 const int attempts = 5;
 const int retryPauseMsecs = 200;
 const int busyPauseMsecs = 1000;
+const unsigned char broadcastAddress = 0;
 
 QString hexBytes(const QByteArray& bytes)
 {
@@ -96,15 +97,18 @@ Response Device::exec(const Request& request)
     logDebug(QStringLiteral("Выполнение команды %1").arg(request.getName()));
     request.setAddress(address);
     int attemptsLeft = attempts;
+    // Every exchange has the whole BUSY allowance: a long-lived object must not run out
+    // of patience with a device that is busy now and then.
+    int busyLeft = busyRetries;
     for (;;) {
         try {
             return receive(request);
         } catch (const NakException&) {
             throw;
         } catch (const BusyException&) {
-            if (busyRetries == 0)
+            if (busyLeft == 0)
                 throw;
-            --busyRetries;
+            --busyLeft;
             sleep(busyPauseMsecs);
         } catch (const Exception&) {
             --attemptsLeft;
@@ -128,6 +132,10 @@ Response Device::receive(const Request& request)
     serial->write(frame);
 
     Response response;
+    // Address 0 is the broadcast address: whichever device answers, answers from its
+    // own address.
+    if (address != broadcastAddress)
+        response.expectFrom(address);
     QByteArray received;
     const qint64 started = clock();
     // A babbling or endless line must not hold the caller: past either bound the
@@ -145,6 +153,11 @@ Response Device::receive(const Request& request)
         if (!response.isValid() && received.size() > maxAttemptBytes)
             break;
     }
+    // One line per attempt, however much a noisy line threw at it.
+    if (response.foreignFrames() > 0 || response.droppedBytes() > 0)
+        logWarn(QStringLiteral("Отброшено чужих кадров: %1, байт вне кадров: %2")
+                    .arg(response.foreignFrames())
+                    .arg(response.droppedBytes()));
 
     if (!response.isValid()) {
         if (trace)

@@ -32,8 +32,9 @@ public:
     // A simple poll; succeeds when the device answers at all.
     virtual void connect();
     // Sends the request and returns the device's answer. Lost answers are retried up
-    // to 5 attempts (once for a request that may not be repeated), BUSY is waited out
-    // from a budget of 60 per object, NAK is never repeated.
+    // to 5 attempts (once for a request that may not be repeated), up to 60 BUSY
+    // answers are waited out in each exchange, NAK is never repeated. Only a frame
+    // from this device to the host is taken as the answer.
     virtual Response exec(const Request& request);
     virtual void sleep(int msecs) const;
 
@@ -58,6 +59,9 @@ public:
     static constexpr qint64 maxAttemptMsecs = 5000;
 
 protected:
+    // Milliseconds on the clock of the receive bound.
+    qint64 msecsNow() const { return clock(); }
+
     void logDebug(const QString& text) const;
     void logInfo(const QString& text) const;
     void logWarn(const QString& text) const;
@@ -76,6 +80,7 @@ private:
 
     QString name;
     unsigned char address = 0;
+    // BUSY answers one exchange may wait out.
     int busyRetries = 60;
     hw::AbstractSerialDevice* serial = nullptr;
     logging::LoggerPtr logger;

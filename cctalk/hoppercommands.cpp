@@ -49,4 +49,9 @@ PurgeHopper::PurgeHopper(unsigned char hopper, unsigned char count)
     setUint(count, 1, 1);
 }
 
+bool PurgeHopper::canBeSentAgain() const
+{
+    return false;
+}
+
 } // namespace CcTalk

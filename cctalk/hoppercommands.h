@@ -47,10 +47,12 @@ public:
     explicit ModifyCashboxValue(unsigned int sum);
 };
 
+// Pays coins out of a hopper into the tray; never repeated, like the payout commands.
 class PurgeHopper : public Request
 {
 public:
     PurgeHopper(unsigned char hopper, unsigned char count);
+    bool canBeSentAgain() const override;
 };
 
 } // namespace CcTalk

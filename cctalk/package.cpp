@@ -16,7 +16,10 @@ const QMetaEnum& headerEnum()
     return e;
 }
 
-// Data lengths on the wire are one byte; frames are read from it modulo 256.
+// The host's bus address: the source of its own frames, the destination of answers.
+const quint8 hostAddress = 1;
+const int maxFrameBytes = 255;
+
 inline int lengthByte(const QByteArray& bytes, int offset)
 {
     return quint8(bytes.at(offset + 1));
@@ -140,7 +143,9 @@ bool Request::canBeSentAgain() const
 
 Response::Response() : valid(false) {}
 
-Response::Response(const Response& other) : Package(), valid(other.valid)
+Response::Response(const Response& other)
+    : Package(), valid(other.valid), expectedSource(other.expectedSource), foreign(other.foreign),
+      dropped(other.dropped)
 {
     assign(other);
 }
@@ -151,6 +156,9 @@ Response& Response::operator=(const Response& other)
         assign(other);
         buffer.clear();
         valid = other.valid;
+        expectedSource = other.expectedSource;
+        foreign = other.foreign;
+        dropped = other.dropped;
     }
     return *this;
 }
@@ -176,28 +184,41 @@ void Response::addRawData(const QByteArray& raw)
     int summed = 0;
     int pos = 0;
     while (size - pos > 4) {
-        const int expected = (lengthByte(buffer, pos) + 5) & 0xFF;
+        // A frame's checksum covers all of it, whatever its length. Length bytes above
+        // 250 announce more than the 255 bytes a frame can have: noise, dropped like it
+        // (a run of 0xFF on the line is then passed over at once).
+        const int expected = lengthByte(buffer, pos) + 5;
+        if (expected > maxFrameBytes) {
+            ++pos;
+            ++dropped;
+            continue;
+        }
         if (expected > size - pos)
             break;
-        const qint8 k = qint8(quint8(expected));
-        if (k > 0) {
-            for (; summed < pos + k; ++summed)
-                sums[summed + 1] = quint8(sums[summed] + quint8(bytes[summed]));
-            if (sums[pos + k] != sums[pos]) {
-                ++pos;
-                continue;
-            }
+        for (; summed < pos + expected; ++summed)
+            sums[summed + 1] = quint8(sums[summed] + quint8(bytes[summed]));
+        if (sums[pos + expected] != sums[pos]) {
+            ++pos;
+            ++dropped;
+            continue;
         }
-        if (quint8(bytes[pos + 2]) == 1) {
-            // Our own frame heard back on the single-wire bus. A length byte of 251
-            // announces a frame of 0 bytes; it is dropped like garbage so that the
-            // scan always moves on.
-            pos += expected > 0 ? expected : 1;
+        const quint8 to = quint8(bytes[pos]);
+        const quint8 from = quint8(bytes[pos + 2]);
+        if (from == hostAddress) {
+            // Our own frame heard back on the single-wire bus.
+            pos += expected;
+            continue;
+        }
+        if (to != hostAddress || (expectedSource >= 0 && from != expectedSource)) {
+            // Traffic between other stations, or noise that happens to add up: it is
+            // not the answer, whatever it carries.
+            pos += expected;
+            ++foreign;
             continue;
         }
         // Only the first frame is taken; what follows it is dropped with the buffer.
-        dest = quint8(bytes[pos]);
-        src = quint8(bytes[pos + 2]);
+        dest = to;
+        src = from;
         header = Header::Type(quint8(bytes[pos + 3]));
         data = buffer.mid(pos + 4, lengthByte(buffer, pos));
         buffer.clear();
@@ -212,6 +233,11 @@ void Response::addRawData(const QByteArray& raw)
         else
             buffer = buffer.mid(pos);
     }
+}
+
+void Response::expectFrom(unsigned char address)
+{
+    expectedSource = address;
 }
 
 bool Response::isValid() const

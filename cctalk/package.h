@@ -72,9 +72,20 @@ public:
     Response& operator=(const Response& other);
     ~Response() override;
 
-    // Appends received bytes; skips the host's own echo (source 1) and garbage, and
-    // completes on the first checksum-correct frame from another station.
+    // Appends received bytes and completes on the first frame addressed to the host
+    // (destination 1) from the expected device whose bytes sum to 0 modulo 256. The
+    // host's own echo (source 1) is skipped, other stations' frames are skipped and
+    // counted, and bytes that start no such frame are dropped one at a time.
     void addRawData(const QByteArray& raw);
+
+    // Only frames from this source complete the answer; without it any source but
+    // the host's own does.
+    void expectFrom(unsigned char address);
+
+    // What the assembly threw away so far: checksum-correct frames of other stations,
+    // and bytes dropped while resynchronising.
+    int foreignFrames() const { return foreign; }
+    int droppedBytes() const { return dropped; }
 
     bool isValid() const;
     bool isNAK() const;
@@ -94,6 +105,11 @@ public:
 protected:
     QByteArray buffer;
     bool valid;
+
+private:
+    int expectedSource = -1;
+    int foreign = 0;
+    int dropped = 0;
 };
 
 } // namespace CcTalk

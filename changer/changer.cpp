@@ -218,8 +218,28 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
 
     lastCoinCounts.clear();
     exec(ModInhibitStatus(mask));
+    // The counters as the session starts: only coins counted after this are the
+    // session's. Some devices restart their counters when positions are enabled,
+    // others keep them, so they are read once enabling is done; a coin takes far
+    // longer to pass the coin path than this one exchange.
+    try {
+        lastCoinCounts.update(readCoinCounts(), msecsNow());
+    } catch (const Exception&) {
+        // No baseline, no session: the acceptor must not take coins nobody counts.
+        try {
+            exec(ModInhibitStatus(0));
+        } catch (const Exception&) {
+        }
+        throw;
+    }
     accepting = true;
     pollTimer->start();
+}
+
+CoinCounts::Counters Changer::readCoinCounts()
+{
+    const ReqCoinsInByTypeResp answer(exec(ReqCoinsInByType()));
+    return answer.getCounts();
 }
 
 void Changer::cashInStop()
@@ -237,16 +257,21 @@ void Changer::cashInStop()
 void Changer::checkMoneyIn()
 {
     try {
-        const ReqCoinsInByTypeResp answer(exec(ReqCoinsInByType()));
-        const QMap<unsigned char, unsigned int> counts = answer.getCounts();
-        SumDetailed sum;
-        for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
-            // No roll-over correction: a counter that went down reports the unsigned difference.
-            const unsigned int added = it.value() - lastCoinCounts.value(it.key(), 0);
-            if (added != 0)
-                sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(added);
+        const CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow());
+        if (!step.rebased.isEmpty()) {
+            QStringList changes;
+            for (auto it = step.rebased.cbegin(); it != step.rebased.cend(); ++it)
+                changes << QStringLiteral("позиция %1: %2 -> %3")
+                               .arg(unsigned(it.key()))
+                               .arg(it.value().first)
+                               .arg(it.value().second);
+            logWarn(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
+                                   "(сброс устройства или искаженный ответ): ") +
+                    changes.join(QStringLiteral(", ")));
         }
-        lastCoinCounts = counts;
+        SumDetailed sum;
+        for (auto it = step.added.cbegin(); it != step.added.cend(); ++it)
+            sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
         if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
             logInfo(QStringLiteral("Принято: ") + sum.toString());
             emit received(sum);
@@ -449,9 +474,34 @@ SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
 SumDetailed Changer::purge(unsigned char hopper)
 {
     snapshot = getHoppersCounters();
-    exec(PurgeHopper(hopper, 0));
+    try {
+        exec(PurgeHopper(hopper, 0));
+    } catch (const NakException&) {
+        throw;
+    } catch (const BusyException&) {
+        throw;
+    } catch (const Exception&) {
+        // The answer was lost, not necessarily the command, and the command is never
+        // sent twice: the device tells whether it is purging or has purged.
+        if (!payoutSeen())
+            throw;
+        logWarn(QStringLiteral("Ответ на команду потерян, устройство ее выполняет"));
+    }
     waitNotState(ReqActivityRegResp::Payout, 2000, QStringLiteral("завершения выдачи монет"), true);
     return getLastCashOut();
+}
+
+bool Changer::payoutSeen()
+{
+    const ReqActivityRegResp activity(exec(ReqActivityReg()));
+    if (activity.checkFlag(ReqActivityRegResp::Payout))
+        return true;
+    const SumDetailed paid = getLastCashOut();
+    for (auto it = paid.denoms.cbegin(); it != paid.denoms.cend(); ++it) {
+        if (it.value() > 0)
+            return true;
+    }
+    return false;
 }
 
 SumDetailed Changer::getLastCashOut()
@@ -512,6 +562,18 @@ void Changer::setCashboxSum(unsigned int sum)
 void Changer::setHopperCount(unsigned char hopper, unsigned short count)
 {
     exec(ModHopperBalance(hopper, count));
+}
+
+unsigned int Changer::getHopperCount(unsigned char hopper)
+{
+    const ReqHopperBalanceResp balance(exec(ReqHopperBalance(hopper)));
+    return balance.getCount();
+}
+
+unsigned int Changer::getCashboxSum()
+{
+    const ReqCashboxValueResp cashbox(exec(ReqCashboxValue()));
+    return cashbox.getSum();
 }
 
 } // namespace CcTalk

@@ -5,6 +5,7 @@
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/sumdetailed.h"
 #include "cctalk/device.h"
+#include "changer/coincounts.h"
 
 #include <QList>
 #include <QMap>
@@ -75,11 +76,15 @@ public:
     // Polls the activity register once a second while the state bit is set; throws
     // "Таймаут ожидания " + text when it is still set after the given polls.
     virtual void waitNotState(int state, int polls, const QString& text, bool checkErrors);
+    // The coins a hopper holds and the cashbox's value as the device counts them now.
+    virtual unsigned int getHopperCount(unsigned char hopper);
+    virtual unsigned int getCashboxSum();
 
 protected:
     QList<CashControlUnit> units;
     QSet<unsigned int> acceptableDenoms;
-    QMap<unsigned char, unsigned int> lastCoinCounts;
+    // Coins-in counters of the acceptance session, with their baseline.
+    CoinCounts lastCoinCounts;
     Timer* pollTimer;
     QMap<unsigned char, unsigned int> coinDenoms;
     int reserved;
@@ -94,6 +99,8 @@ protected:
 private:
     QString describeUnit(unsigned char unit);
     void refuseAmount() const;
+    CoinCounts::Counters readCoinCounts();
+    bool payoutSeen();
 };
 
 } // namespace CcTalk

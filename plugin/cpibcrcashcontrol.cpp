@@ -177,19 +177,25 @@ void CpiBcrCashControl::loan(const QString& unitName, ECashControl::UnitOperatio
                                    cashcontrol::formatAmount(amount)));
     refuseNegative(amount);
     guarded([&] {
-        changer->checkState();
         const CashControlUnit unit = changer->getUnit(unitName);
-        const unsigned char number = hopperNumber(unit);
+        refuseOperation(unit, operation);
+        if (operation == ECashControl::ManualLoad) {
+            refuseFractionalCoins(unit, amount);
+        }
+        changer->checkState();
         if (operation != ECashControl::ManualLoad) {
             return;
         }
+        const unsigned char number = hopperNumber(unit);
+        // Coins may have come in or gone out since discovery: the count written is the
+        // device's own plus the coins loaded.
+        const long long held = changer->getHopperCount(number);
         // The device keeps a hopper's count in 16 bits: a count past that would
         // wrap into a small one instead of being refused.
-        if (unit.denom == 0 || unit.count < 0 || amount / unit.denom > maxHopperCount - unit.count) {
+        if (amount / unit.denom > maxHopperCount - held) {
             throwError(QStringLiteral("Некорректная сумма"), true);
         }
-        const long long count = unit.count + amount / unit.denom;
-        changer->setHopperCount(number, static_cast<unsigned short>(count));
+        changer->setHopperCount(number, static_cast<unsigned short>(held + amount / unit.denom));
     });
 }
 
@@ -202,43 +208,49 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
     refuseNegative(amount);
     return guarded([&] {
         SumDetailed result;
-        changer->checkState();
         const CashControlUnit unit = changer->getUnit(unitName);
+        refuseOperation(unit, operation);
+        if (operation == ECashControl::DispensePickupSum) {
+            refuseFractionalCoins(unit, amount);
+            // The payout takes a 32-bit coin count; a larger one would be cut to
+            // its low bits and pay some other number of coins.
+            if (amount / unit.denom > maxPayoutCount) {
+                throwError(QStringLiteral("Некорректная сумма"), true);
+            }
+        }
+        changer->checkState();
         const unsigned char number = hopperNumber(unit);
+        // Counts and sums are read from the device in the operation itself: coins
+        // accepted or paid since discovery are in them.
         switch (operation) {
         case ECashControl::ManualPickupAll:
             if (unit.type == cashboxType) {
+                result.rest = changer->getCashboxSum();
                 changer->setCashboxSum(0);
-                result.rest = unit.sum;
             } else {
+                result.denoms[unit.denom] = changer->getHopperCount(number);
                 changer->setHopperCount(number, 0);
-                result.denoms[unit.denom] = unit.count;
             }
             break;
         case ECashControl::ManualPickupSum: {
             if (unit.denom == 0) {
                 throwError(QStringLiteral("Некорректная сумма"), true);
             }
-            const long long held = qMax(unit.count, 0LL);
+            const long long held = changer->getHopperCount(number);
             const long long taken = qMin(amount / unit.denom, held);
             changer->setHopperCount(number, static_cast<unsigned short>(held - taken));
             result.denoms[unit.denom] = taken;
             break;
         }
         case ECashControl::DispensePickupAll:
+            // The purge runs until the hopper is empty, so nothing is left to count.
             result = changer->purge(number);
             changer->setHopperCount(number, 0);
             break;
-        case ECashControl::DispensePickupSum: {
-            // The payout takes a 32-bit coin count; a larger one would be cut to
-            // its low bits and pay some other number of coins.
-            if (unit.denom == 0 || amount / unit.denom > maxPayoutCount) {
-                throwError(QStringLiteral("Некорректная сумма"), true);
-            }
+        case ECashControl::DispensePickupSum:
             result = changer->cashOut(number, static_cast<unsigned int>(amount / unit.denom));
             checkPaid(result, amount);
             break;
-        }
         default:
             break;
         }
@@ -342,6 +354,23 @@ void CpiBcrCashControl::maintenanceDone(const QString& unitName)
 void CpiBcrCashControl::refuseNegative(long long amount) const
 {
     if (amount < 0) {
+        throwError(QStringLiteral("Некорректная сумма"), true);
+    }
+}
+
+void CpiBcrCashControl::refuseOperation(const CashControlUnit& unit,
+                                        ECashControl::UnitOperation operation) const
+{
+    const auto bit = static_cast<unsigned long long>(operation);
+    const bool single = bit != 0 && (bit & (bit - 1)) == 0;
+    if (!single || (static_cast<unsigned long long>(unit.operations) & bit) == 0) {
+        throwError(QStringLiteral("Операция не поддерживается"), true);
+    }
+}
+
+void CpiBcrCashControl::refuseFractionalCoins(const CashControlUnit& unit, long long amount) const
+{
+    if (unit.denom == 0 || amount % unit.denom != 0) {
         throwError(QStringLiteral("Некорректная сумма"), true);
     }
 }

@@ -102,6 +102,10 @@ private:
     // A host amount below zero would turn into coin counts the device reads as
     // huge unsigned numbers.
     void refuseNegative(long long amount) const;
+    // Sends nothing: an operation the unit does not offer, or an amount that is not a
+    // whole number of its coins, is refused before the device is asked anything.
+    void refuseOperation(const CashControlUnit& unit, ECashControl::UnitOperation operation) const;
+    void refuseFractionalCoins(const CashControlUnit& unit, long long amount) const;
     void checkPaid(const SumDetailed& paid, long long amount) const;
 };
 

@@ -159,9 +159,9 @@ private slots:
     void requestIsAddressed()
     {
         device->setAddress(40);
-        line->queueReply(reply(hex("01")));
+        line->queueReply(testsupport::frame(1, 40, 0, hex("01")));
         const CcTalk::ReqHopperBalance req(3);
-        device->exec(req);
+        QCOMPARE(QByteArray(device->exec(req)), hex("01"));
         QCOMPARE(line->writes.first(), testsupport::frame(40, 1, 119, hex("03")));
         QCOMPARE(int(req.getDestination()), 40);
     }
@@ -358,7 +358,7 @@ private slots:
         QCOMPARE(line->writes.size(), 2);
         QCOMPARE(line->discards, 2);
         QCOMPARE(device->pauses, QList<int>{1000});
-        QCOMPARE(device->getBusyRetries(), 59);
+        QCOMPARE(device->getBusyRetries(), 60);
         QCOMPARE(errorLines(log), QStringList{QStringLiteral("Устройство занято")});
     }
 
@@ -373,7 +373,6 @@ private slots:
         device->exec(CcTalk::SimplePoll());
         QCOMPARE(line->writes.size(), 15);
         QCOMPARE(device->pauses, repeated(200, 4) + repeated(1000, 10));
-        QCOMPARE(device->getBusyRetries(), 50);
     }
 
     void busyOfPayoutIsWaitedOut()
@@ -385,11 +384,22 @@ private slots:
         QCOMPARE(device->pauses, QList<int>{1000});
     }
 
-    void busyBudgetIsNeverRestored()
+    void sixtyBusyInOneExchangeAreWaitedOut()
+    {
+        for (int i = 0; i < 60; ++i)
+            line->queueReply(testsupport::busy());
+        line->queueReply(reply(hex("01")));
+        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("01"));
+        QCOMPARE(line->writes.size(), 61);
+        QCOMPARE(device->pauses, repeated(1000, 60));
+    }
+
+    void sixtyFirstBusyOfOneExchangeFails()
     {
         LogCapture log;
         for (int i = 0; i < 61; ++i)
             line->queueReply(testsupport::busy());
+        line->queueReply(reply());
         try {
             device->exec(CcTalk::SimplePoll());
             QFAIL("no exception");
@@ -398,39 +408,31 @@ private slots:
         }
         QCOMPARE(line->writes.size(), 61);
         QCOMPARE(device->pauses, repeated(1000, 60));
-        QCOMPARE(device->getBusyRetries(), 0);
         QCOMPARE(errorLines(log), QStringList(repeated(QStringLiteral("Устройство занято"), 61)));
 
-        // The next BUSY, in a later call, fails at once.
+        // The next exchange has its whole allowance again.
         device->pauses.clear();
-        line->writes.clear();
-        line->queueReply(testsupport::busy());
-        line->queueReply(reply());
-        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::BusyException);
-        QCOMPARE(line->writes.size(), 1);
-        QVERIFY(device->pauses.isEmpty());
-        QCOMPARE(device->getBusyRetries(), 0);
-
-        // Other answers still go through.
         QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), QByteArray());
+        QCOMPARE(line->writes.size(), 62);
+        QVERIFY(device->pauses.isEmpty());
     }
 
-    void busyBudgetSpansCalls()
+    // A long-lived object keeps its patience: hundreds of BUSY answers spread over its
+    // life never fail an exchange that sees fewer than 61 of them.
+    void busyAllowanceIsPerExchange()
     {
-        for (int call = 0; call < 2; ++call) {
-            for (int i = 0; i < 30; ++i)
+        for (int call = 0; call < 10; ++call) {
+            for (int i = 0; i < 45; ++i)
                 line->queueReply(testsupport::busy());
-            line->queueReply(reply());
-            device->exec(CcTalk::SimplePoll());
+            line->queueReply(reply(hex("aa")));
+            QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("aa"));
         }
-        QCOMPARE(device->getBusyRetries(), 0);
-        QCOMPARE(device->pauses, repeated(1000, 60));
-        line->queueReply(testsupport::busy());
-        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::SimplePoll()), CcTalk::BusyException);
-        QCOMPARE(device->pauses.size(), 60);
+        QCOMPARE(device->pauses, repeated(1000, 450));
+        QCOMPARE(line->writes.size(), 460);
+        QCOMPARE(device->getBusyRetries(), 60);
     }
 
-    void budgetBelongsToTheObject()
+    void allowanceBelongsToNoOtherObject()
     {
         TestDevice other;
         other.setAddress(55);
@@ -438,11 +440,86 @@ private slots:
         for (int i = 0; i < 61; ++i)
             line->queueReply(testsupport::busy());
         QVERIFY_EXCEPTION_THROWN(other.exec(CcTalk::SimplePoll()), CcTalk::BusyException);
-        QCOMPARE(other.getBusyRetries(), 0);
         line->queueReply(testsupport::busy());
         line->queueReply(reply());
         device->exec(CcTalk::SimplePoll());
-        QCOMPARE(device->getBusyRetries(), 59);
+        QCOMPARE(device->pauses, QList<int>{1000});
+    }
+
+    // Traffic between other stations on the bus is not an answer: 02 02 03 00 0A 0B E4
+    // is a correct frame from address 3 to address 2.
+    void foreignFrameBeforeAnswerIsSkipped()
+    {
+        LogCapture log;
+        const QByteArray foreign = testsupport::frame(2, 3, 0, hex("0a0b"));
+        QCOMPARE(foreign, hex("020203000a0be4"));
+        line->queueReply(foreign + reply(hex("5a")));
+        QCOMPARE(QByteArray(device->exec(CcTalk::ReqCoinsInByType())), hex("5a"));
+        QCOMPARE(line->writes.size(), 1);
+        QCOMPARE(log.texts(QStringLiteral("WARN")),
+                 QStringList{QStringLiteral("Отброшено чужих кадров: 1, байт вне кадров: 0")});
+    }
+
+    void frameToTheHostFromAnotherDeviceIsSkipped()
+    {
+        LogCapture log;
+        line->queueReply(testsupport::frame(1, 3, 0, hex("99")) + reply(hex("01")));
+        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("01"));
+        QCOMPARE(log.texts(QStringLiteral("WARN")),
+                 QStringList{QStringLiteral("Отброшено чужих кадров: 1, байт вне кадров: 0")});
+    }
+
+    // Only foreign frames on the line: nothing completes, the exchange is tried again
+    // and the answer of the second attempt is taken.
+    void onlyForeignFramesIsLostAnswer()
+    {
+        LogCapture log;
+        line->queueReply(testsupport::frame(2, 3, 0, hex("01")) + testsupport::frame(1, 56, 0));
+        line->queueReply(reply(hex("02")));
+        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("02"));
+        QCOMPARE(line->writes.size(), 2);
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(log.texts(QStringLiteral("WARN")),
+                 QStringList{QStringLiteral("Отброшено чужих кадров: 2, байт вне кадров: 0")});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+    }
+
+    // 130 data bytes whose checksum byte is wrong: the frame is dropped byte by byte,
+    // however its length makes the sum look.
+    void longFrameWithBadChecksumIsNoAnswer()
+    {
+        QByteArray bad = testsupport::frame(1, 55, 0, QByteArray(130, '\x11'));
+        bad[bad.size() - 1] = char(bad.at(bad.size() - 1) + 1);
+        line->queueChunks({bad});
+        line->queueReply(reply(hex("03")));
+        QCOMPARE(QByteArray(device->exec(CcTalk::ReqCoinsInByType())), hex("03"));
+        QCOMPARE(line->writes.size(), 2);
+    }
+
+    void garbageIsCountedOncePerAttempt()
+    {
+        LogCapture log;
+        line->queueChunks({hex("00"), hex("00"), reply(hex("04"))});
+        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("04"));
+        QCOMPARE(log.texts(QStringLiteral("WARN")),
+                 QStringList{QStringLiteral("Отброшено чужих кадров: 0, байт вне кадров: 2")});
+    }
+
+    void cleanLineLogsNoWarning()
+    {
+        LogCapture log;
+        line->queueReply(reply(hex("05")));
+        device->exec(CcTalk::SimplePoll());
+        QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
+    }
+
+    void purgeIsNeverRepeated()
+    {
+        line->queueSilence(1);
+        line->queueReply(reply());
+        QVERIFY_EXCEPTION_THROWN(device->exec(CcTalk::PurgeHopper(2, 0)), CcTalk::Exception);
+        QCOMPARE(line->writes, QList<QByteArray>{request(121, hex("0200"))});
+        QCOMPARE(device->pauses, QList<int>{200});
     }
 
     void deviceNameInFront()
@@ -478,6 +555,7 @@ private slots:
         }
         TestDevice exhausted;
         exhausted.setName(QStringLiteral("BCR"));
+        exhausted.setAddress(55);
         exhausted.setSerial(line);
         for (int i = 0; i < 61; ++i)
             line->queueReply(testsupport::busy());
@@ -675,7 +753,8 @@ private slots:
         LogCapture log;
         device->setName(QStringLiteral("BCR"));
         device->setAddress(2);
-        line->setResponder([](const QByteArray&) { return QList<QByteArray>{reply(hex("41"))}; });
+        line->setResponder(
+            [](const QByteArray&) { return QList<QByteArray>{testsupport::frame(1, 2, 0, hex("41"))}; });
         device->commonInit();
         const QStringList info = log.texts(QStringLiteral("INFO"));
         QCOMPARE(info.first(), QStringLiteral("BCR, адрес на шине ccTalk - 2"));

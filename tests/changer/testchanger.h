@@ -31,7 +31,7 @@ public:
     QSet<unsigned int> acceptable() const { return acceptableDenoms; }
     QMap<unsigned char, unsigned int> positions() const { return coinDenoms; }
     void setPositions(const QMap<unsigned char, unsigned int>& value) { coinDenoms = value; }
-    QMap<unsigned char, unsigned int> lastCounts() const { return lastCoinCounts; }
+    QMap<unsigned char, unsigned int> lastCounts() const { return lastCoinCounts.values(); }
     QMap<unsigned int, long long> lastSnapshot() const { return snapshot; }
     int reservedValue() const { return reserved; }
 

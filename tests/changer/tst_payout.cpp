@@ -95,6 +95,9 @@ private slots:
     void amountByMinimumAndOptimalModes();
     void amountWaitsUpToThreeHundredPolls();
     void purgeEmptiesOneHopper();
+    void purgeWithLostAnswerWhileThePurgeRuns();
+    void purgeWithLostAnswerAfterThePurgeEnded();
+    void purgeWithLostAnswerThatNeverArrived();
     void counterGoingDownCountsAsZero();
     void lastCashOutKeepsItsSnapshot();
     void lostPatternAnswerIsNotRepeated();
@@ -250,6 +253,60 @@ void TestPayout::purgeEmptiesOneHopper()
     QVERIFY_EXCEPTION_THROWN(slow.changer.purge(1), CcTalk::Exception);
     QCOMPARE(slow.changer.sleeps.size(), 2000);
     QCOMPARE(slow.serial.writes.at(4), req(121, bytes({1, 0})));
+}
+
+// The purge's answer is lost but the device shows a payout in progress: the command
+// went through, so it is not sent again; the wait and the counters tell what it did.
+void TestPayout::purgeWithLostAnswerWhileThePurgeRuns()
+{
+    Rig rig;
+    prepare(rig, 0, 37);
+    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    rig.model.setActivitySequence({8, 8, 0});
+    testsupport::LogCapture log;
+    const SumDetailed paid = rig.changer.purge(2);
+    // The activity reads: the check after the lost answer, the wait's first read, the
+    // error check after its pause, the wait's next read.
+    QCOMPARE(rig.serial.writes,
+             counterReads({1, 2}) +
+                 frames({req(121, bytes({2, 0})), req(123), req(123), req(123), req(123)}) +
+                 counterReads({1, 2}));
+    QCOMPARE(paid.denoms, denoms({{500, 37}, {1000, 0}}));
+    QCOMPARE(rig.changer.sleeps, QList<int>({200, 1000}));
+    QVERIFY(significant(log).contains(QStringLiteral("ERROR Нет связи")));
+    QVERIFY(
+        significant(log).contains(QStringLiteral("WARN Ответ на команду потерян, устройство ее выполняет")));
+}
+
+// A short purge may be over before the device is asked: its counters have moved.
+void TestPayout::purgeWithLostAnswerAfterThePurgeEnded()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    rig.model.setAuditSequence(80, 2, {50, 50, 50});
+    rig.model.setAuditSequence(87, 2, {0, 6, 6});
+    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    const SumDetailed paid = rig.changer.purge(2);
+    QCOMPARE(rig.serial.writes.count(req(121, bytes({2, 0}))), 1);
+    QCOMPARE(paid.denoms, denoms({{500, 6}, {1000, 0}}));
+}
+
+// Nothing moved and nothing runs: the command did not reach the device. The purge
+// fails without a second transmission; purging again later is safe.
+void TestPayout::purgeWithLostAnswerThatNeverArrived()
+{
+    Rig rig;
+    prepare(rig, 0, 0);
+    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    try {
+        rig.changer.purge(2);
+        QFAIL("no exception");
+    } catch (const CcTalk::Exception& e) {
+        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
+    }
+    QCOMPARE(rig.serial.writes,
+             counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) + counterReads({1, 2}));
+    QCOMPARE(rig.changer.sleeps, QList<int>({200}));
 }
 
 void TestPayout::counterGoingDownCountsAsZero()

@@ -59,6 +59,8 @@ private slots:
     void loanManualAbove65535Refused();
     void loanManualIntoCashboxRefused();
     void loanNegativeSendsNothing();
+    void loanManualStartsFromTheDeviceCount();
+    void loanOfPartOfACoinSendsNothing();
 
     void pickupAllFromCashbox();
     void pickupAllFromHopperByHand();
@@ -71,6 +73,11 @@ private slots:
     void pickupSumThroughDispenserBounds();
     void pickupOtherOperationDoesNothing();
     void pickupNegativeSendsNothing();
+    void pickupByHandStartsFromTheDeviceCount();
+    void pickupAllFromCashboxReadsTheDeviceSum();
+    void pickupOfPartOfACoinThroughDispenserSendsNothing();
+    void operationsTheUnitDoesNotOfferSendNothing_data();
+    void operationsTheUnitDoesNotOfferSendNothing();
 
     void counterOfAcceptedCoins();
     void counterOfDispensedCoins();
@@ -279,10 +286,14 @@ void TestMovements::loanOtherOperationOnlyChecks()
     QCOMPARE(rig.model.hoppers.at(0).count, 10);
 
     log.clear();
-    rig.driver.loan(QStringLiteral("hopper1"), ECashControl::UnitOperation(0x20001), 1000);
+    rig.forget();
+    QCOMPARE(failureOf([&] {
+                 rig.driver.loan(QStringLiteral("hopper1"), ECashControl::UnitOperation(0x20001), 1000);
+             }),
+             QStringLiteral("Монетоприемник: Операция не поддерживается"));
     QCOMPARE(significant(log).first(),
              QStringLiteral("INFO Внесение купюр в модуль hopper1, 'неизвестный', сумма 10.00"));
-    QCOMPARE(movingCommands(rig.model), 0);
+    QVERIFY(rig.line.writes.isEmpty());
 }
 
 void TestMovements::loanUnknownUnit()
@@ -294,7 +305,8 @@ void TestMovements::loanUnknownUnit()
         failureOf([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::LoadMainAcceptor, 0); }),
         QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Модуль не найден"));
-    QVERIFY(rig.model.count(254) >= 1);
+    // The unit is looked up before the device is asked anything.
+    QVERIFY(rig.line.writes.isEmpty());
     QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::ManualLoad, 100); }),
              QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(movingCommands(rig.model), 0);
@@ -311,11 +323,12 @@ void TestMovements::loanManual()
     QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("010B00")}));
     QCOMPARE(rig.model.hoppers.at(0).count, 11);
     QVERIFY(log.texts(QStringLiteral("ERROR")).isEmpty());
+    // The count written is the device's, read in the same operation.
+    QVERIFY(rig.model.requests.lastIndexOf(hex("7701")) < rig.model.requests.indexOf(hex("78010b00")));
 
-    // Part of a coin is not loaded.
     rig.forget();
-    rig.driver.loan(QStringLiteral("hopper2"), ECashControl::ManualLoad, 1499);
-    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("021600")}));
+    rig.driver.loan(QStringLiteral("hopper2"), ECashControl::ManualLoad, 1500);
+    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("021700")}));
 }
 
 void TestMovements::loanManualUpTo65535()
@@ -349,9 +362,9 @@ void TestMovements::loanManualIntoCashboxRefused()
     rig.connectDevice();
     LogCapture log;
     QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("cashbox"), ECashControl::ManualLoad, 1000); }),
-             QStringLiteral("Монетоприемник: Некорректная сумма"));
-    QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
-    QCOMPARE(movingCommands(rig.model), 0);
+             QStringLiteral("Монетоприемник: Операция не поддерживается"));
+    QCOMPARE(errorsLogged(log), QStringLiteral("Операция не поддерживается"));
+    QVERIFY(rig.line.writes.isEmpty());
 }
 
 void TestMovements::loanNegativeSendsNothing()
@@ -434,10 +447,10 @@ void TestMovements::pickupSumByHandFromCashboxRefused()
     for (ECashControl::UnitOperation op : {ECashControl::ManualPickupSum, ECashControl::DispensePickupSum}) {
         LogCapture log;
         QCOMPARE(failureOf([&] { rig.driver.pickup(QStringLiteral("cashbox"), op, 1000); }),
-                 QStringLiteral("Монетоприемник: Некорректная сумма"));
-        QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
+                 QStringLiteral("Монетоприемник: Операция не поддерживается"));
+        QCOMPARE(errorsLogged(log), QStringLiteral("Операция не поддерживается"));
     }
-    QCOMPARE(movingCommands(rig.model), 0);
+    QVERIFY(rig.line.writes.isEmpty());
     QCOMPARE(rig.model.cashbox, 12550u);
 }
 
@@ -495,13 +508,7 @@ void TestMovements::pickupSumThroughDispenserShortOrOver()
              }),
              QStringLiteral("Монетоприемник: Выдано больше монет"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Выдано больше монет"));
-    // A remainder below one coin is not paid and shows as a shortfall.
-    rig.model.payoutError = 0;
-    QCOMPARE(failureOf([&] {
-                 rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum, 1700);
-             }),
-             QStringLiteral("Монетоприемник: Недостаточно монет для выдачи"));
-    QCOMPARE(rig.model.dataOf(85), QList<QByteArray>({hex("0203"), hex("0203"), hex("0203")}));
+    QCOMPARE(rig.model.dataOf(85), QList<QByteArray>({hex("0203"), hex("0203")}));
 }
 
 void TestMovements::pickupSumThroughDispenserBounds()
@@ -528,9 +535,10 @@ void TestMovements::pickupOtherOperationDoesNothing()
     rig.connectDevice();
     LogCapture log;
     const SumDetailed result =
-        rig.driver.pickup(QStringLiteral("hopper1"), ECashControl::PickupAllToCashbox, 1000);
-    QCOMPARE(significant(log).first(),
-             QStringLiteral("INFO Выем монет из модуля hopper1, 'выем в кэшбокс всего', сумма 10.00"));
+        rig.driver.pickup(QStringLiteral("hopper1"), ECashControl::LoadMainAcceptor, 1000);
+    QCOMPARE(
+        significant(log).first(),
+        QStringLiteral("INFO Выем монет из модуля hopper1, 'внесение через основной приемник', сумма 10.00"));
     QVERIFY(rig.model.count(254) >= 1);
     QVERIFY(result.denoms.isEmpty());
     QCOMPARE(result.rest, 0LL);
@@ -606,6 +614,122 @@ void TestMovements::counterOfUnknownType()
     QCOMPARE(log.formatted(), QStringList({QStringLiteral("INFO Получение счетчика неизвестный"),
                                            QStringLiteral("WARN Тип счетчика не поддерживается")}));
     QVERIFY(rig.line.writes.isEmpty());
+}
+
+// Two coins went into hopper1 after discovery (10 -> 12): a manual load of one coin
+// writes 13, not the 11 the discovered count would give.
+void TestMovements::loanManualStartsFromTheDeviceCount()
+{
+    Rig rig;
+    rig.connectDevice();
+    rig.model.hoppers[0].count = 12;
+    rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, 1000);
+    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("010d00")}));
+    QCOMPARE(rig.model.hoppers.at(0).count, 13);
+}
+
+// 15.00 into a hopper of 10.00 coins would silently load one coin.
+void TestMovements::loanOfPartOfACoinSendsNothing()
+{
+    Rig rig;
+    rig.connectDevice();
+    for (long long amount : {1500LL, 999LL, 1LL}) {
+        LogCapture log;
+        QCOMPARE(
+            failureOf([&] { rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, amount); }),
+            QStringLiteral("Монетоприемник: Некорректная сумма"));
+        QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
+    }
+    QVERIFY(rig.line.writes.isEmpty());
+    QCOMPARE(rig.model.hoppers.at(0).count, 10);
+}
+
+// Ten coins paid out of hopper3 (50 -> 40), then five taken by hand: 35 is written,
+// not the 45 the discovered count would give.
+void TestMovements::pickupByHandStartsFromTheDeviceCount()
+{
+    Rig rig;
+    rig.connectDevice();
+    rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupSum, 1000);
+    QCOMPARE(rig.model.hoppers.at(2).count, 40);
+    rig.forget();
+    const SumDetailed part = rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::ManualPickupSum, 500);
+    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("032300")}));
+    QCOMPARE(part.denoms, (QMap<unsigned int, long long>{{100, 5}}));
+    QCOMPARE(rig.model.hoppers.at(2).count, 35);
+
+    rig.forget();
+    rig.model.hoppers[2].count = 37;
+    const SumDetailed all = rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::ManualPickupAll, 0);
+    QCOMPARE(all.denoms, (QMap<unsigned int, long long>{{100, 37}}));
+    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("030000")}));
+}
+
+// Coins that went to the cashbox after discovery are part of what is taken out.
+void TestMovements::pickupAllFromCashboxReadsTheDeviceSum()
+{
+    Rig rig;
+    rig.connectDevice();
+    rig.model.cashbox = 20000;
+    const SumDetailed result = rig.driver.pickup(QStringLiteral("cashbox"), ECashControl::ManualPickupAll, 0);
+    QCOMPARE(result.rest, 20000LL);
+    QCOMPARE(rig.model.cashbox, 0u);
+    QVERIFY(rig.model.requests.indexOf(hex("75")) < rig.model.requests.indexOf(hex("7600000000")));
+}
+
+// 25.00 from a hopper of 10.00 coins would pay two coins and then fail.
+void TestMovements::pickupOfPartOfACoinThroughDispenserSendsNothing()
+{
+    Rig rig;
+    rig.connectDevice();
+    for (long long amount : {2500LL, 1700LL, 1LL}) {
+        LogCapture log;
+        QCOMPARE(failureOf([&] {
+                     rig.driver.pickup(QStringLiteral("hopper1"), ECashControl::DispensePickupSum, amount);
+                 }),
+                 QStringLiteral("Монетоприемник: Некорректная сумма"));
+        QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
+    }
+    QVERIFY(rig.line.writes.isEmpty());
+    QCOMPARE(rig.model.hoppers.at(0).count, 10);
+}
+
+void TestMovements::operationsTheUnitDoesNotOfferSendNothing_data()
+{
+    QTest::addColumn<QString>("unit");
+    QTest::addColumn<int>("operation");
+    QTest::addColumn<bool>("pickup");
+    QTest::newRow("cashbox: dispense all") << QStringLiteral("cashbox") << 0x100 << true;
+    QTest::newRow("cashbox: dispense sum") << QStringLiteral("cashbox") << 0x200 << true;
+    QTest::newRow("cashbox: sum by hand") << QStringLiteral("cashbox") << 0x20 << true;
+    QTest::newRow("cashbox: load by hand") << QStringLiteral("cashbox") << 0x20000 << false;
+    QTest::newRow("hopper: all to cashbox") << QStringLiteral("hopper1") << 0x1 << true;
+    QTest::newRow("hopper: sum to cashbox") << QStringLiteral("hopper1") << 0x4 << true;
+    QTest::newRow("hopper: from loader") << QStringLiteral("hopper1") << 0x10000 << false;
+    QTest::newRow("hopper: no operation") << QStringLiteral("hopper1") << 0 << true;
+    QTest::newRow("hopper: two at once") << QStringLiteral("hopper1") << 0x30 << true;
+}
+
+void TestMovements::operationsTheUnitDoesNotOfferSendNothing()
+{
+    QFETCH(QString, unit);
+    QFETCH(int, operation);
+    QFETCH(bool, pickup);
+    Rig rig;
+    rig.connectDevice();
+    const auto op = ECashControl::UnitOperation(operation);
+    LogCapture log;
+    QCOMPARE(failureOf([&] {
+                 if (pickup)
+                     rig.driver.pickup(unit, op, 1000);
+                 else
+                     rig.driver.loan(unit, op, 1000);
+             }),
+             QStringLiteral("Монетоприемник: Операция не поддерживается"));
+    QCOMPARE(errorsLogged(log), QStringLiteral("Операция не поддерживается"));
+    QVERIFY(rig.line.writes.isEmpty());
+    QCOMPARE(rig.model.cashbox, 12550u);
+    QCOMPARE(rig.model.hoppers.at(0).count, 10);
 }
 
 QTEST_GUILESS_MAIN(TestMovements)

@@ -1,0 +1,133 @@
+#include "changer/coincounts.h"
+
+#include <QtTest>
+
+using CcTalk::CoinCounts;
+
+namespace {
+
+using Counters = CoinCounts::Counters;
+using Rebased = QMap<unsigned char, QPair<unsigned int, unsigned int>>;
+
+Counters at(unsigned int position1, unsigned int position2 = 0)
+{
+    return Counters{{1, position1}, {2, position2}};
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Counters)
+Q_DECLARE_METATYPE(Rebased)
+
+class TestCoinCount : public QObject
+{
+    Q_OBJECT
+private slots:
+    void bound_data()
+    {
+        QTest::addColumn<qint64>("elapsed");
+        QTest::addColumn<unsigned int>("coins");
+        QTest::newRow("none") << qint64(0) << 25u;
+        QTest::newRow("one poll") << qint64(200) << 25u;
+        QTest::newRow("just under a second") << qint64(999) << 25u;
+        QTest::newRow("one second") << qint64(1000) << 50u;
+        QTest::newRow("ten seconds") << qint64(10000) << 275u;
+        QTest::newRow("a clock going back") << qint64(-5000) << 25u;
+        QTest::newRow("half the range") << qint64(1309000) << 32750u;
+        QTest::newRow("an hour") << qint64(3600000) << 32767u;
+    }
+
+    void bound()
+    {
+        QFETCH(qint64, elapsed);
+        QFETCH(unsigned int, coins);
+        QCOMPARE(CoinCounts::maxCoins(elapsed), coins);
+    }
+
+    // Two readings 200 ms apart: what the second adds to the first.
+    void step_data()
+    {
+        QTest::addColumn<Counters>("before");
+        QTest::addColumn<Counters>("after");
+        QTest::addColumn<Counters>("added");
+        QTest::addColumn<Rebased>("rebased");
+        QTest::newRow("unchanged") << at(5, 7) << at(5, 7) << Counters() << Rebased();
+        QTest::newRow("one coin") << at(5, 7) << at(6, 7) << Counters{{1, 1}} << Rebased();
+        QTest::newRow("both positions") << at(5, 7) << at(8, 9) << Counters{{1, 3}, {2, 2}} << Rebased();
+        QTest::newRow("the bound itself") << at(0) << at(25) << Counters{{1, 25}} << Rebased();
+        QTest::newRow("past the bound") << at(0) << at(26) << Counters() << Rebased{{1, {0, 26}}};
+        QTest::newRow("roll-over 65535 -> 1") << at(65535) << at(1) << Counters{{1, 2}} << Rebased();
+        QTest::newRow("roll-over 65530 -> 0") << at(65530) << at(0) << Counters{{1, 6}} << Rebased();
+        QTest::newRow("went down by one") << at(10) << at(9) << Counters() << Rebased{{1, {10, 9}}};
+        QTest::newRow("device restart")
+            << at(57, 12) << at(0, 0) << Counters() << Rebased{{1, {57, 0}}, {2, {12, 0}}};
+        QTest::newRow("restart, coin counted since")
+            << at(57, 3) << at(1, 4) << Counters{{2, 1}} << Rebased{{1, {57, 1}}};
+        QTest::newRow("garbled upwards") << at(10) << at(40000) << Counters() << Rebased{{1, {10, 40000}}};
+        QTest::newRow("wrapping high bits ignored") << at(3) << at(0x10004) << Counters{{1, 1}} << Rebased();
+    }
+
+    void step()
+    {
+        QFETCH(Counters, before);
+        QFETCH(Counters, after);
+        QFETCH(Counters, added);
+        QFETCH(Rebased, rebased);
+        CoinCounts counts;
+        QVERIFY(!counts.hasBaseline());
+        const CoinCounts::Step first = counts.update(before, 1000);
+        QVERIFY(first.added.isEmpty());
+        QVERIFY(first.rebased.isEmpty());
+        QVERIFY(counts.hasBaseline());
+        const CoinCounts::Step second = counts.update(after, 1200);
+        QCOMPARE(second.added, added);
+        QCOMPARE(second.rebased, rebased);
+        // Either way counting goes on from the new reading.
+        for (auto it = after.cbegin(); it != after.cend(); ++it)
+            QCOMPARE(counts.values().value(it.key()), it.value() % 65536);
+    }
+
+    // After a re-baseline the next coins count normally.
+    void countingGoesOnAfterARestart()
+    {
+        CoinCounts counts;
+        counts.update(at(300), 0);
+        QCOMPARE(counts.update(at(0), 200).rebased, (Rebased{{1, {300, 0}}}));
+        const CoinCounts::Step next = counts.update(at(2), 400);
+        QCOMPARE(next.added, (Counters{{1, 2}}));
+        QVERIFY(next.rebased.isEmpty());
+    }
+
+    // The bound is taken over the time since the previous reading.
+    void bigStepAfterALongGapIsCoins()
+    {
+        CoinCounts counts;
+        counts.update(at(100), 0);
+        QCOMPARE(counts.update(at(400), 12000).added, (Counters{{1, 300}}));
+        QCOMPARE(counts.update(at(700), 12200).rebased, (Rebased{{1, {400, 700}}}));
+    }
+
+    void positionWithoutBaselineOnlySetsIt()
+    {
+        CoinCounts counts;
+        counts.update(Counters{{1, 5}}, 0);
+        const CoinCounts::Step step = counts.update(Counters{{1, 6}, {3, 40}}, 200);
+        QCOMPARE(step.added, (Counters{{1, 1}}));
+        QVERIFY(step.rebased.isEmpty());
+        QCOMPARE(counts.update(Counters{{1, 6}, {3, 41}}, 400).added, (Counters{{3, 1}}));
+    }
+
+    void clearForgetsTheBaseline()
+    {
+        CoinCounts counts;
+        counts.update(at(9), 0);
+        counts.clear();
+        QVERIFY(!counts.hasBaseline());
+        QVERIFY(counts.values().isEmpty());
+        QVERIFY(counts.update(at(20), 200).added.isEmpty());
+        QCOMPARE(counts.values().value(1), 20u);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCoinCount)
+#include "tst_coincount.moc"
