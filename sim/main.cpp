@@ -31,7 +31,7 @@ void onSignal(int)
 void usage(FILE* to)
 {
     std::fprintf(to, "usage: cpibcr-sim [--config FILE] [--device PATH | --link PATH] [--control PATH]\n"
-                     "                  [--no-echo] [--dump-config]\n"
+                     "                  [--no-echo] [--dump-config] [--version]\n"
                      "Simulates a CPI BCR coin recycler at ccTalk address 55 on a pseudo-terminal\n"
                      "(or on the serial device given with --device) and prints the port path.\n"
                      "  --config FILE   JSON configuration; missing keys keep the built-in defaults\n"
@@ -40,6 +40,7 @@ void usage(FILE* to)
                      "  --control PATH  also take commands from a FIFO (if PATH is one) or a Unix socket\n"
                      "  --no-echo       do not repeat the host's bytes back\n"
                      "  --dump-config   print the effective configuration as JSON and exit\n"
+                     "  --version       print the version and exit\n"
                      "Commands are read from standard input, one per line; type help for the list.\n");
 }
 
@@ -99,6 +100,9 @@ int main(int argc, char** argv)
             dump = true;
         else if (a == QLatin1String("-h") || a == QLatin1String("--help")) {
             usage(stdout);
+            return 0;
+        } else if (a == QLatin1String("--version")) {
+            std::printf("cpibcr-sim %s\n", CPIBCR_VERSION);
             return 0;
         } else {
             std::fprintf(stderr, "cpibcr-sim: unknown option %s\n", argv[i]);

@@ -41,6 +41,7 @@ const QMap<QString, CommandInfo>& commands()
         {QStringLiteral("maintenance"), {Command::Maintenance, 0, 1, {QStringLiteral("--done")}}},
         {QStringLiteral("watch"), {Command::Watch, 0, 0, {QStringLiteral("--seconds")}}},
         {QStringLiteral("demo"), {Command::Demo, 0, 0, {}}},
+        {QStringLiteral("ports"), {Command::Ports, 0, 0, {}}},
     };
     return table;
 }
@@ -229,10 +230,12 @@ QString usageText()
         "  maintenance [UNIT] [--done]          the maintenance records, or reset one\n"
         "  watch [--seconds N]                  the background state check, printing each error\n"
         "  demo                                 a short session against the built-in simulator\n"
+        "  ports                                the serial ports of this machine (no device is opened)\n"
         "\n"
         "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
         "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
-        "LEVEL is error, warn, info, debug or trace.\n");
+        "LEVEL is error, warn, info, debug or trace.\n"
+        "--version prints the version.\n");
 }
 
 ParseResult parseArguments(const QStringList& arguments)
@@ -253,6 +256,10 @@ ParseResult parseArguments(const QStringList& arguments)
         if (arg == QLatin1String("-h") || arg == QLatin1String("--help") ||
             (!sawCommand && arg == QLatin1String("help"))) {
             result.status = ParseResult::Help;
+            return result;
+        }
+        if (arg == QLatin1String("--version")) {
+            result.status = ParseResult::Version;
             return result;
         }
         if (!looksLikeOption(arg)) {
@@ -356,6 +363,9 @@ ParseResult parseArguments(const QStringList& arguments)
         if (a.command == Command::Demo)
             return fail(QStringLiteral("demo runs against the built-in simulator and cannot go with --port"));
     }
+    if (a.command == Command::Ports && (!a.port.isEmpty() || !a.simConfig.isEmpty() || !a.plugin.isEmpty()))
+        return fail(QStringLiteral("ports lists the machine's serial ports and takes no --port, --plugin or "
+                                   "--sim-config"));
     if (a.command == Command::Demo && a.json)
         return fail(QStringLiteral("demo has no JSON form"));
 

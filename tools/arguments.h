@@ -18,7 +18,8 @@ enum class Command {
     Counters,
     Maintenance,
     Watch,
-    Demo
+    Demo,
+    Ports
 };
 
 // One invocation of the tool, validated: every amount is within the device's range and every
@@ -52,7 +53,7 @@ struct Arguments
 
 struct ParseResult
 {
-    enum Status { Ok, Help, Error };
+    enum Status { Ok, Help, Version, Error };
     Status status = Error;
     QString error;
     Arguments args;

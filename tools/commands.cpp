@@ -136,6 +136,8 @@ int Runner::run()
         return watch();
     case Command::Demo:
         return demo();
+    case Command::Ports:
+        break; // answered without a device
     }
     return 2;
 }

@@ -1,5 +1,6 @@
 #include "driverhost.h"
 
+#include "serialports.h"
 #include "simulator.h"
 
 #include <QMetaClassInfo>
@@ -62,7 +63,8 @@ bool DriverHost::open(const QString& pluginPath, const QString& portPath, QStrin
 
     serial = std::make_unique<hw::SerialPort>();
     if (!serial->open(port)) {
-        *error = serial->errorString();
+        *error = serial->port().error() == QSerialPort::PermissionError ? portRefusedMessage(port)
+                                                                        : serial->errorString();
         return false;
     }
     if (!driverObj->setProperty("serialObj", QVariant::fromValue<QObject*>(serial.get()))) {

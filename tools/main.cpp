@@ -4,6 +4,7 @@
 #include "console.h"
 #include "driverhost.h"
 #include "pluginlocator.h"
+#include "serialports.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logging.h"
@@ -78,8 +79,20 @@ int main(int argc, char** argv)
         console.out(tool::usageText());
         return 0;
     }
+    if (parsed.status == tool::ParseResult::Version) {
+        console.out(QStringLiteral("cpibcr %1\n").arg(QLatin1String(CPIBCR_VERSION)));
+        return 0;
+    }
     if (parsed.status == tool::ParseResult::Error)
         return usageError(console, parsed.error);
+    if (args.command == tool::Command::Ports) {
+        const QList<tool::SerialPortEntry> ports = tool::availableSerialPorts();
+        if (console.json())
+            console.document(tool::serialPortsDocument(ports));
+        else
+            console.out(tool::serialPortsTable(ports));
+        return 0;
+    }
 
     QString error;
     if (!configureLogging(args, &error))
@@ -113,14 +126,14 @@ int main(int argc, char** argv)
 
     QString pluginPath = args.plugin;
     if (pluginPath.isEmpty()) {
-        pluginPath =
-            tool::locatePlugin(QCoreApplication::applicationDirPath(), QStringLiteral(CPIBCR_BUILD_PLUGIN));
+        pluginPath = tool::locatePlugin(QCoreApplication::applicationDirPath(),
+                                        QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
         if (pluginPath.isEmpty())
             return failure(
                 console, args,
                 QStringLiteral("cpibcr: cannot find the plug-in (looked for %1); give it with --plugin PATH")
                     .arg(tool::pluginCandidates(QCoreApplication::applicationDirPath(),
-                                                QStringLiteral(CPIBCR_BUILD_PLUGIN))
+                                                QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
                              .join(QStringLiteral(" and "))),
                 1);
     }

@@ -5,19 +5,20 @@
 
 namespace tool {
 
-QStringList pluginCandidates(const QString& applicationDir, const QString& buildTreePath)
+QStringList pluginCandidates(const QString& applicationDir, const QString& installedRelativePath)
 {
+    if (applicationDir.isEmpty())
+        return {};
     QStringList list;
-    if (!applicationDir.isEmpty())
-        list.append(QDir::cleanPath(applicationDir + QStringLiteral("/../lib/cpibcr/plugins/libcpibcr.so")));
-    if (!buildTreePath.isEmpty())
-        list.append(buildTreePath);
+    if (!installedRelativePath.isEmpty())
+        list.append(QDir::cleanPath(applicationDir + QLatin1Char('/') + installedRelativePath));
+    list.append(QDir::cleanPath(applicationDir + QStringLiteral("/../plugins/libcpibcr.so")));
     return list;
 }
 
-QString locatePlugin(const QString& applicationDir, const QString& buildTreePath)
+QString locatePlugin(const QString& applicationDir, const QString& installedRelativePath)
 {
-    for (const QString& candidate : pluginCandidates(applicationDir, buildTreePath))
+    for (const QString& candidate : pluginCandidates(applicationDir, installedRelativePath))
         if (QFileInfo(candidate).isFile())
             return candidate;
     return QString();

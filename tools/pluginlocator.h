@@ -5,11 +5,13 @@
 
 namespace tool {
 
-// Where the plug-in is looked for, in order: the installed location relative to the tool
-// (PREFIX/bin/cpibcr finds PREFIX/lib/cpibcr/plugins/libcpibcr.so), then the build tree.
-QStringList pluginCandidates(const QString& applicationDir, const QString& buildTreePath);
+// Where the plug-in is looked for, in order: the installed plug-in, at installedRelativePath from
+// the tool's folder (the build fixes that path from the install layout, so an installed tool in
+// any prefix finds its own plug-in), then the build tree's plug-in, build/plugins/libcpibcr.so
+// beside build/tools/cpibcr. Both are relative to the tool, so no build path is kept in it.
+QStringList pluginCandidates(const QString& applicationDir, const QString& installedRelativePath);
 
 // The first candidate that exists, or an empty text when none does.
-QString locatePlugin(const QString& applicationDir, const QString& buildTreePath);
+QString locatePlugin(const QString& applicationDir, const QString& installedRelativePath);
 
 } // namespace tool

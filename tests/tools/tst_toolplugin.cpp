@@ -18,12 +18,14 @@ private slots:
 
 void TestToolPlugin::candidatesInOrder()
 {
-    QCOMPARE(tool::pluginCandidates(QStringLiteral("/opt/pos/bin"),
-                                    QStringLiteral("/src/build/plugins/libcpibcr.so")),
-             (QStringList{QStringLiteral("/opt/pos/lib/cpibcr/plugins/libcpibcr.so"),
-                          QStringLiteral("/src/build/plugins/libcpibcr.so")}));
-    QCOMPARE(tool::pluginCandidates(QString(), QStringLiteral("/b/libcpibcr.so")),
-             QStringList{QStringLiteral("/b/libcpibcr.so")});
+    QCOMPARE(tool::pluginCandidates(QStringLiteral("/usr/bin"),
+                                    QStringLiteral("../lib/i386-linux-gnu/cpibcr/plugins/libcpibcr.so")),
+             (QStringList{QStringLiteral("/usr/lib/i386-linux-gnu/cpibcr/plugins/libcpibcr.so"),
+                          QStringLiteral("/usr/plugins/libcpibcr.so")}));
+    QCOMPARE(tool::pluginCandidates(QStringLiteral("/src/build/tools"), QString()),
+             QStringList{QStringLiteral("/src/build/plugins/libcpibcr.so")});
+    QVERIFY(
+        tool::pluginCandidates(QString(), QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")).isEmpty());
 }
 
 void TestToolPlugin::installedLocationWins()
@@ -35,11 +37,13 @@ void TestToolPlugin::installedLocationWins()
     QFile installed(prefix.filePath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
     QVERIFY(installed.open(QIODevice::WriteOnly));
     installed.close();
-    QFile built(prefix.filePath(QStringLiteral("built.so")));
+    QVERIFY(QDir(prefix.path()).mkpath(QStringLiteral("plugins")));
+    QFile built(prefix.filePath(QStringLiteral("plugins/libcpibcr.so")));
     QVERIFY(built.open(QIODevice::WriteOnly));
     built.close();
 
-    QCOMPARE(tool::locatePlugin(prefix.filePath(QStringLiteral("bin")), built.fileName()),
+    QCOMPARE(tool::locatePlugin(prefix.filePath(QStringLiteral("bin")),
+                                QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
              installed.fileName());
 }
 
@@ -47,22 +51,25 @@ void TestToolPlugin::buildTreeWhenNotInstalled()
 {
     QTemporaryDir tree;
     QVERIFY(tree.isValid());
-    QFile built(tree.filePath(QStringLiteral("libcpibcr.so")));
+    QVERIFY(QDir(tree.path()).mkpath(QStringLiteral("plugins")));
+    QFile built(tree.filePath(QStringLiteral("plugins/libcpibcr.so")));
     QVERIFY(built.open(QIODevice::WriteOnly));
     built.close();
-    QCOMPARE(tool::locatePlugin(tree.filePath(QStringLiteral("tools")), built.fileName()), built.fileName());
+    QCOMPARE(tool::locatePlugin(tree.filePath(QStringLiteral("tools")),
+                                QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
+             built.fileName());
 }
 
 void TestToolPlugin::nothingFound()
 {
     QTemporaryDir empty;
     QVERIFY(empty.isValid());
-    QVERIFY(
-        tool::locatePlugin(empty.filePath(QStringLiteral("bin")), empty.filePath(QStringLiteral("none.so")))
-            .isEmpty());
+    const QString relative = QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so");
+    QVERIFY(tool::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
     // A directory of that name is not a plug-in.
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
-    QVERIFY(tool::locatePlugin(empty.filePath(QStringLiteral("bin")), QString()).isEmpty());
+    QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("plugins/libcpibcr.so")));
+    QVERIFY(tool::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolPlugin)
