@@ -5,16 +5,16 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/setup.sh
+bash scripts/setup.sh --dev
 
 jobs=$(nproc)
 
 echo "== build"
-cmake -S . -B build -G Ninja -DCPIBCR_WERROR=ON
+cmake -S . -B build -G Ninja -DCPIBCR_WERROR=ON -DBUILD_TESTING=ON -DCPIBCR_BENCH=ON
 cmake --build build -j"$jobs"
 
 echo "== sanitizer build"
-cmake -S . -B build-asan -G Ninja -DCPIBCR_WERROR=ON -DCPIBCR_SANITIZE=ON -DCPIBCR_BENCH=OFF
+cmake -S . -B build-asan -G Ninja -DCPIBCR_WERROR=ON -DCPIBCR_SANITIZE=ON -DBUILD_TESTING=ON -DCPIBCR_BENCH=OFF
 cmake --build build-asan -j"$jobs"
 
 echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
