@@ -52,12 +52,17 @@ QString ControlChannel::help()
         "  hopper HOPPER COUNT     set a hopper's coin count\n"
         "  cashbox VALUE           set the cashbox value (minor units)\n"
         "  clear faults            undo error, selfcheck, activity, jam and door\n"
+        "  restart counters        the coins-in counters start again from 0\n"
         "Line:\n"
-        "  drop N                  carry out the next N commands but lose their answers\n"
+        "  drop N [HEADER]         carry out the next N commands (with that header) but lose\n"
+        "                          their answers\n"
         "  busy N                  answer the next N commands BUSY\n"
         "  nak [N]                 answer the next N commands NAK\n"
         "  corrupt [N]             spoil the checksum of the next N answers\n"
         "  garbage HEX...          put these bytes before the next answer\n"
+        "  foreign [N]             a frame between two other stations before the next N answers\n"
+        "  badframe [N]            a 130-byte frame to the host with a wrong checksum before the\n"
+        "                          next N answers\n"
         "  split PIECES PAUSE_MS   send the next answer in pieces with pauses\n"
         "  babble on|off           random bytes on the line\n"
         "  silent on|off           no command is carried out or answered\n"
@@ -210,6 +215,12 @@ QString ControlChannel::execute(const QString& line)
             return QStringLiteral("error: clear faults|line|log");
         return kOk;
     }
+    if (c == QLatin1String("drop") && argc == 2) {
+        if (!toNumber(w.at(1), 0, 1000000, a) || !toNumber(w.at(2), 0, 255, b))
+            return QStringLiteral("error: drop N [HEADER]");
+        sim_.dropAnswersTo(quint8(b), int(a));
+        return kOk;
+    }
     if ((c == QLatin1String("drop") || c == QLatin1String("busy")) && argc == 1) {
         if (!toNumber(w.at(1), 0, 1000000, a))
             return QStringLiteral("error: a count expected");
@@ -219,14 +230,24 @@ QString ControlChannel::execute(const QString& line)
             sim_.answerBusy(int(a));
         return kOk;
     }
-    if ((c == QLatin1String("nak") || c == QLatin1String("corrupt")) && argc <= 1) {
+    if ((c == QLatin1String("nak") || c == QLatin1String("corrupt") || c == QLatin1String("foreign") ||
+         c == QLatin1String("badframe")) &&
+        argc <= 1) {
         a = 1;
         if (argc == 1 && !toNumber(w.at(1), 0, 1000000, a))
             return QStringLiteral("error: a count expected");
         if (c == QLatin1String("nak"))
             sim_.nakNext(int(a));
-        else
+        else if (c == QLatin1String("corrupt"))
             sim_.corruptChecksumNext(int(a));
+        else if (c == QLatin1String("foreign"))
+            sim_.foreignFrameBeforeNext(int(a));
+        else
+            sim_.badFrameBeforeNext(int(a));
+        return kOk;
+    }
+    if (c == QLatin1String("restart") && argc == 1 && w.at(1) == QLatin1String("counters")) {
+        sim_.restartCoinCounters();
         return kOk;
     }
     if (c == QLatin1String("garbage") && argc >= 1) {

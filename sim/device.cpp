@@ -634,6 +634,11 @@ void Device::advanceTo(qint64 ms)
     now_ = std::max(now_, ms);
 }
 
+void Device::restartCoinCounters()
+{
+    std::fill(std::begin(coinsIn_), std::end(coinsIn_), 0);
+}
+
 void Device::insertCoin(int position)
 {
     if (position < 1 || position > 16 || initUntil_ >= 0)

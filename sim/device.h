@@ -114,6 +114,8 @@ public:
     void setHopperCount(int hopper, int count);
     void setCashbox(quint32 value);
     void clearFaults();
+    // The coins-in counters start again from 0, as after a restart of the acceptor.
+    void restartCoinCounters();
 
     // Observation.
     int hopperCount(int hopper) const;

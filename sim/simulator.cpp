@@ -134,7 +134,8 @@ struct Simulator::Private
     std::thread thread;
     std::atomic<bool> running{false};
 
-    int drop = 0, busy = 0, nak = 0, corrupt = 0;
+    int drop = 0, busy = 0, nak = 0, corrupt = 0, foreign = 0, badFrame = 0;
+    int dropHeader = -1; // the header whose answers drop applies to; -1 for any
     QByteArray garbage;
     int splitPieces = 0, splitPauseMs = 0;
     bool babble = false, silent = false, pacing = false, echo = true;
@@ -182,7 +183,7 @@ void Simulator::Private::handleFrame(const QByteArray& f, qint64 now)
         answer = frame::make(frame::source(f), config.address, frame::Nak);
     } else {
         answer = device.handleFrame(f);
-        if (drop > 0 && !answer.isEmpty()) {
+        if (drop > 0 && !answer.isEmpty() && (dropHeader < 0 || dropHeader == frame::header(f))) {
             --drop;
             answer.clear();
         }
@@ -193,6 +194,23 @@ void Simulator::Private::handleFrame(const QByteArray& f, qint64 now)
             answer[answer.size() - 1] = char(answer.at(answer.size() - 1) ^ 0x5A);
         }
         qint64 due = now + qint64(config.answerDelayMs) * 1000;
+        if (foreign > 0 || badFrame > 0) {
+            QByteArray shifted = frame::data(answer);
+            for (char& c : shifted)
+                c = char(c + 1);
+            QByteArray decoy;
+            if (foreign > 0) {
+                --foreign;
+                decoy = frame::make(2, 3, frame::Ack, shifted);
+            } else {
+                --badFrame;
+                shifted.append(QByteArray(std::max(0, 130 - int(shifted.size())), '\0'));
+                decoy = frame::make(frame::dest(answer), config.address, frame::Ack, shifted);
+                decoy[decoy.size() - 1] = char(decoy.at(decoy.size() - 1) ^ 0x5A);
+            }
+            enqueue(due, decoy);
+            t.answer += decoy;
+        }
         if (!garbage.isEmpty()) {
             enqueue(due, garbage);
             t.answer += garbage;
@@ -433,7 +451,10 @@ void Simulator::clearFaults()
 
 void Simulator::dropAnswers(int n)
 {
-    d->control([&] { d->drop = std::max(0, n); });
+    d->control([&] {
+        d->drop = std::max(0, n);
+        d->dropHeader = -1;
+    });
 }
 void Simulator::answerBusy(int n)
 {
@@ -446,6 +467,25 @@ void Simulator::nakNext(int n)
 void Simulator::corruptChecksumNext(int n)
 {
     d->control([&] { d->corrupt = std::max(0, n); });
+}
+void Simulator::dropAnswersTo(quint8 header, int n)
+{
+    d->control([&] {
+        d->drop = std::max(0, n);
+        d->dropHeader = header;
+    });
+}
+void Simulator::foreignFrameBeforeNext(int n)
+{
+    d->control([&] { d->foreign = std::max(0, n); });
+}
+void Simulator::badFrameBeforeNext(int n)
+{
+    d->control([&] { d->badFrame = std::max(0, n); });
+}
+void Simulator::restartCoinCounters()
+{
+    d->control([&] { d->device.restartCoinCounters(); });
 }
 void Simulator::garbageBeforeNext(const QByteArray& bytes)
 {
@@ -480,7 +520,8 @@ void Simulator::setEcho(bool on)
 void Simulator::clearLineFaults()
 {
     d->control([&] {
-        d->drop = d->busy = d->nak = d->corrupt = d->splitPieces = 0;
+        d->drop = d->busy = d->nak = d->corrupt = d->foreign = d->badFrame = d->splitPieces = 0;
+        d->dropHeader = -1;
         d->garbage.clear();
         d->babble = d->silent = d->pacing = false;
     });

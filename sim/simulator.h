@@ -46,13 +46,22 @@ public:
     void setHopperCount(int hopper, int count);
     void setCashbox(quint32 value);
     void clearFaults();
+    void restartCoinCounters();
 
     // Line faults. Each "next" fault applies to the following requests addressed to the device.
     void dropAnswers(int n); // the command is carried out, its answer is lost
+    // The same for the next n commands with this header only.
+    void dropAnswersTo(quint8 header, int n);
     void answerBusy(int n);  // BUSY instead of carrying the command out
     void nakNext(int n = 1); // NAK instead of carrying the command out
     void corruptChecksumNext(int n = 1);
     void garbageBeforeNext(const QByteArray& bytes);
+    // Before each of the next n answers, a frame that carries the answer's data with every
+    // byte one higher: from station 3 to station 2 with a correct checksum (traffic between
+    // other nodes), or from the device to the host, padded to 130 data bytes, with a wrong
+    // checksum (noise).
+    void foreignFrameBeforeNext(int n = 1);
+    void badFrameBeforeNext(int n = 1);
     void splitNext(int pieces, int pauseMs);
     void setBabble(bool on); // random bytes on the line every babbleIntervalMs
     void setSilent(bool on); // the device neither carries out nor answers anything
