@@ -35,31 +35,48 @@ def write(target, name, content):
         f.write(content)
 
 
-# Answer assembly: [number of piece sizes - 1][piece sizes...][stream]
-def assembly(name, sizes, stream):
-    write("fuzz_assembly", name, bytes([len(sizes) - 1]) + bytes(sizes) + stream)
+# Answer assembly: [plan size - 1 (bit 7: no expected source)][piece sizes...][records...]
+# A record byte below 0xF0 is itself; 0xF0 | bits starts a frame built by the harness (see
+# fuzz_assembly.cpp): bits 0-1 addresses, bit 2 spoilt checksum, bit 3 long length.
+def assembly(name, sizes, stream, any_source=False):
+    first = (len(sizes) - 1) | (0x80 if any_source else 0)
+    write("fuzz_assembly", name, bytes([first]) + bytes(sizes) + stream)
 
 
-poll = request(254)
-ack = reply()
-assembly("poll_whole", [255], poll + ack)
-assembly("poll_bytewise", [1], poll + ack)
-assembly("poll_split_3_7", [3, 7], poll + ack)
-assembly("poll_with_empty_reads", [0, 2, 0, 5], poll + ack)
-assembly("garbage_then_answer", [4], b"\x00\xff\x13\x37\x01" + ack)
-assembly("answer_then_trailing", [255], ack + b"\x01\x00\x37")
+def record(kind, header, data=b"", corrupt=False, source=None):
+    b = 0xF0 | kind | (4 if corrupt else 0)
+    out = bytes([b])
+    if kind == 3:
+        out += bytes([source])
+    if len(data) >= 16:
+        out = bytes([out[0] | 8]) + out[1:] + bytes([len(data)])
+    else:
+        out += bytes([len(data)])
+    return out + bytes([header]) + data
+
+
+echo = record(1, 254)
+answer = record(0, 0)
+assembly("poll_whole", [255], echo + answer)
+assembly("poll_bytewise", [1], echo + answer)
+assembly("poll_split_3_7", [3, 7], echo + answer)
+assembly("poll_with_empty_reads", [0, 2, 0, 5], echo + answer)
+assembly("garbage_then_answer", [4], b"\x00\x13\x37\x01" + answer)
+assembly("answer_then_trailing", [255], answer + b"\x01\x00\x37")
 assembly("exactly_four", [255], b"\x01\x00\x37\x00")
 assembly("length_promises_more", [255], b"\x01\x09\x37\x00\x01\x02")
-assembly("length_251_wraps", [255], b"\x01\xfb\x37\x00\x10")
-assembly("length_252", [255], b"\x01\xfc\x37\x00\xcc")
-assembly("length_255", [3], b"\x01\xff\x37\x00\x05\x06\x07")
-assembly("echo_length_251", [255], b"\x37\xfb\x01\x00\x05" + ack)
-assembly("nak", [2], poll + reply(header=5))
-assembly("busy", [2], poll + reply(header=6))
-assembly("hopper_balance", [5, 9], request(119, b"\x02") + reply(b"RU010A\x2c\x01"))
-assembly("coins_in", [16], request(82) + reply(bytes(range(32))))
-assembly("long_frame_200", [64], reply(bytes(200)))
-assembly("two_answers", [255], ack + reply(b"\x01\x02"))
+assembly("length_above_250", [255], b"\x00\xfb\x00\xfc" + answer)
+assembly("nak", [2], echo + record(0, 5))
+assembly("busy", [2], echo + record(0, 6))
+assembly("hopper_balance", [5, 9], record(1, 119, b"\x02") + record(0, 0, b"RU010A\x2c\x01"))
+assembly("coins_in", [16], record(1, 82) + record(0, 0, bytes(range(32))))
+assembly("long_frame_200", [64], record(0, 0, bytes(200)))
+assembly("two_answers", [255], answer + record(0, 0, b"\x01\x02"))
+assembly("foreign_before_answer", [7], record(1, 82) + record(2, 0, bytes(range(1, 33))) + answer)
+assembly("other_device_before_answer", [255], record(3, 0, b"\x05", source=56) + answer)
+assembly("other_device_any_source", [255], record(3, 0, b"\x05", source=56) + answer, any_source=True)
+assembly("bad_130_byte_frame", [40], record(1, 82) + record(0, 0, bytes([1]) * 130, corrupt=True) + answer)
+assembly("bad_short_frame", [3], record(0, 0, b"\x11\x22", corrupt=True) + answer)
 
 
 # Answer decoding: [index int32][pos int32][count int32][number int32][mask uint16][frame]

@@ -60,26 +60,40 @@ QString describe(const Units& units, long long amount, int mode)
         .arg(parts.join(QLatin1Char(' ')));
 }
 
-// Coins of each denomination the hoppers hold in total. A std::map: QMap's nodes
-// are not aligned for a 128-bit value.
-using Holdings = std::map<unsigned int, __int128>;
+// Sums of positive terms that may pass the range of long long are held at LLONG_MAX,
+// which is above every amount: each comparison with an amount keeps its outcome, on 32-bit
+// builds as well (no 128-bit integer there).
+long long addHeld(long long a, long long b)
+{
+    long long r = 0;
+    return __builtin_add_overflow(a, b, &r) ? LLONG_MAX : r;
+}
+
+long long productHeld(long long a, long long b)
+{
+    long long r = 0;
+    return __builtin_mul_overflow(a, b, &r) ? LLONG_MAX : r;
+}
+
+// Coins of each denomination the hoppers hold in total.
+using Holdings = std::map<unsigned int, long long>;
 
 Holdings holdings(const Units& units)
 {
     Holdings held;
     for (const CashControlUnit& u : units) {
         if (u.type == 1 && u.denom != 0) {
-            held[u.denom] += std::max(u.count, 0LL);
+            held[u.denom] = addHeld(held[u.denom], std::max(u.count, 0LL));
         }
     }
     return held;
 }
 
-__int128 planSum(const SumDetailed& plan)
+long long planSum(const SumDetailed& plan)
 {
-    __int128 total = 0;
+    long long total = 0;
     for (auto it = plan.denoms.cbegin(); it != plan.denoms.cend(); ++it) {
-        total += static_cast<__int128>(it.key()) * it.value();
+        total = addHeld(total, productHeld(static_cast<long long>(it.key()), it.value()));
     }
     return total;
 }
@@ -90,16 +104,16 @@ QString largestFirstViolation(const Units& units, long long amount, const SumDet
 {
     const Holdings held = holdings(units);
     // Nothing is paid for an amount of 0 or less.
-    __int128 remaining = std::max(amount, 0LL);
+    long long remaining = std::max(amount, 0LL);
     for (auto it = held.crbegin(); it != held.crend(); ++it) {
-        const __int128 fits = remaining / it->first;
-        const __int128 expected = std::min(fits, it->second);
-        const __int128 got = plan.denoms.value(it->first, 0);
+        const long long fits = remaining / static_cast<long long>(it->first);
+        const long long expected = std::min(fits, it->second);
+        const long long got = plan.denoms.value(it->first, 0);
         if (got != expected) {
             return QStringLiteral("denomination %1: %2 coins instead of %3")
                 .arg(it->first)
-                .arg(static_cast<long long>(got))
-                .arg(static_cast<long long>(expected));
+                .arg(got)
+                .arg(expected);
         }
         remaining -= expected * it->first;
     }
@@ -299,7 +313,7 @@ private slots:
                     QVERIFY2(holding != held.end(), whereBytes.constData());
                     QVERIFY2(it.value() <= holding->second, whereBytes.constData());
                 }
-                const __int128 total = planSum(plan);
+                const long long total = planSum(plan);
                 QVERIFY2(total <= std::max(amount, 0LL), whereBytes.constData());
                 QVERIFY2(total >= 0, whereBytes.constData());
 

@@ -34,6 +34,7 @@ bool ElfFile::parse(const QByteArray& file)
         return fail(QStringLiteral("not little-endian"));
     }
     wide = data.at(4) == 2;
+    machineCode = quint16(word(0x12, 2));
     const quint64 tableAt = wide ? word(0x28, 8) : word(0x20, 4);
     const quint64 entrySize = word(wide ? 0x3A : 0x2E, 2);
     const quint64 count = word(wide ? 0x3C : 0x30, 2);

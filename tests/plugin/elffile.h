@@ -35,11 +35,17 @@ public:
     static constexpr quint64 writeFlag = 0x1;
     static constexpr quint64 allocFlag = 0x2;
     static constexpr quint64 execFlag = 0x4;
+    static constexpr quint16 machineI386 = 3;
+    static constexpr quint16 machineX86_64 = 62;
 
     // False, with the reason in error(), when the bytes are not an ELF file this
     // reader understands.
     bool parse(const QByteArray& file);
     QString error() const { return reason; }
+
+    // ELFCLASS64 as opposed to ELFCLASS32, and e_machine.
+    bool is64Bit() const { return wide; }
+    quint16 machine() const { return machineCode; }
 
     const QList<Section>& sections() const { return all; }
     const Section* section(const QByteArray& name) const;
@@ -52,6 +58,7 @@ private:
 
     QByteArray data;
     bool wide = false;
+    quint16 machineCode = 0;
     QList<Section> all;
     QString reason;
 };

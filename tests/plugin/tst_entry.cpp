@@ -57,6 +57,7 @@ private slots:
     void verificationDataFunction();
     void verificationSectionInTheFile();
     void onlyTheEntryPointsAreExported();
+    void fileIsForThisArchitecture();
 
 private:
     QPluginLoader loader;
@@ -271,6 +272,28 @@ void TestEntry::onlyTheEntryPointsAreExported()
     }
     QCOMPARE(exported, QSet<QByteArray>({"qt_plugin_instance", "qt_plugin_query_metadata",
                                          "qt_plugin_query_verification_data"}));
+}
+
+void TestEntry::fileIsForThisArchitecture()
+{
+    // The symbols above were read with the layout of the file's own class; the file is the
+    // one this test was built with, on i386 as on amd64.
+    QCOMPARE(elf.is64Bit(), sizeof(void*) == 8);
+#if defined(__i386__)
+    QCOMPARE(elf.machine(), ElfFile::machineI386);
+#elif defined(__x86_64__)
+    QCOMPARE(elf.machine(), ElfFile::machineX86_64);
+#endif
+    int entryFunctions = 0;
+    for (const ElfFile::Symbol& symbol : elf.dynamicSymbols()) {
+        if (symbol.name.startsWith("qt_plugin_")) {
+            QCOMPARE(symbol.binding, 1);
+            QCOMPARE(symbol.type, 2);
+            QVERIFY(symbol.section != 0);
+            ++entryFunctions;
+        }
+    }
+    QCOMPARE(entryFunctions, 3);
 }
 
 QTEST_GUILESS_MAIN(TestEntry)
