@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 repetitions=${1:-5}
 build=build-bench
 results=$build/results
-bash scripts/setup.sh >/dev/null
+bash scripts/setup.sh --dev >/dev/null
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCPIBCR_BENCH=ON -DCPIBCR_WERROR=ON >/dev/null
 cmake --build "$build" -j"$(nproc)" --target bench_assembly bench_change bench_roundtrip bench_polling \
   cpibcr cpibcr_plugin cpibcr-sim

@@ -23,7 +23,7 @@ case "$seconds" in
 esac
 
 build=build-fuzz
-bash scripts/setup.sh >/dev/null
+bash scripts/setup.sh --dev >/dev/null
 CC=clang-14 CXX=clang++-14 cmake -S . -B "$build" -G Ninja \
   -DCPIBCR_FUZZ=ON -DCPIBCR_SANITIZE=ON -DCPIBCR_BENCH=OFF -DCPIBCR_WERROR=ON >/dev/null
 cmake --build "$build" -j"$(nproc)" --target "${targets[@]}"

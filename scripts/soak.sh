@@ -32,7 +32,7 @@ if [ "${CPIBCR_SOAK_SANITIZE:-0}" = 1 ]; then
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 fi
 
-bash scripts/setup.sh >/dev/null
+bash scripts/setup.sh --dev >/dev/null
 cmake -S . -B "$build" -G Ninja -DCPIBCR_WERROR=ON -DCPIBCR_BENCH=OFF -DCPIBCR_SANITIZE="$sanitize" >/dev/null
 cmake --build "$build" -j"$(nproc)" --target cpibcr-soak
 
