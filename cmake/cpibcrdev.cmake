@@ -64,9 +64,10 @@ set(CPACK_DEBIAN_DEV_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev, libqt5serialport5-dev, liblog4cxx-dev")
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+# CPack puts the project's one-line summary in front of this text.
 set(CPACK_COMPONENT_DEV_DESCRIPTION
-  "development files for hosts of the CPI BCR coin recycler driver
- Headers of the cash-control interface and its shared types, the serial port
- interface with its QSerialPort implementation, the host timer and the log
- set-up, the static library cpibcr-host with their code, and a CMake package:
- find_package(cpibcr) gives the target cpibcr::host and the plug-in's path.")
+  "Development files for a POS host that loads the driver: headers of the
+ cash-control interface and its shared types, the serial port interface with
+ its QSerialPort implementation, the host timer and the log set-up, the static
+ library cpibcr-host with their code, and a CMake package: find_package(cpibcr)
+ gives the target cpibcr::host and the plug-in's path.")
