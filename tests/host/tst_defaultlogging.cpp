@@ -4,7 +4,9 @@
 // log4cxx starts unconfigured, under the C locale, in an empty directory.
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
+#include "host/logging.h"
 
+#include <log4cxx/logmanager.h>
 #include <log4cxx/propertyconfigurator.h>
 
 #include <QCoreApplication>
@@ -168,6 +170,48 @@ private slots:
         const QList<QByteArray> expected{"WARN cpibcr - " + parkWarning, "INFO cpibcr - " + cashOutInfo,
                                          "ERROR cpibcr - " + amountError, ""};
         QCOMPARE(file.readAll().split('\n'), expected);
+    }
+
+    // The example configuration shipped for hosts: a UTF-8 file rotated by size.
+    void exampleConfigurationRotatesBySize()
+    {
+        QFile example(QStringLiteral(CPIBCR_LOG_EXAMPLE));
+        QVERIFY(example.open(QIODevice::ReadOnly));
+        QByteArray text = example.readAll();
+        QTemporaryDir dir;
+        const QByteArray log = QFile::encodeName(dir.filePath(QStringLiteral("cpibcr.log")));
+        QVERIFY(text.contains("=/var/log/cpibcr/cpibcr.log\n"));
+        QVERIFY(text.contains("MaxFileSize=10MB\n"));
+        QVERIFY(text.contains("MaxBackupIndex=5\n"));
+        text.replace("=/var/log/cpibcr/cpibcr.log\n", "=" + log + "\n");
+        text.replace("MaxFileSize=10MB\n", "MaxFileSize=1KB\n");
+        text.replace("MaxBackupIndex=5\n", "MaxBackupIndex=2\n");
+        const QString properties = dir.filePath(QStringLiteral("log.properties"));
+        QFile out(properties);
+        QVERIFY(out.open(QIODevice::WriteOnly));
+        out.write(text);
+        out.close();
+
+        log4cxx::PropertyConfigurator::configure(log4cxx::File(properties.toStdString()));
+        const auto logger = logging::logger("cpibcr");
+        // 100 lines of about 60 bytes: more than the current file and both backups hold.
+        for (int i = 0; i < 100; ++i)
+            logging::info(logger, QStringLiteral("Строка %1").arg(i));
+        log4cxx::LogManager::resetConfiguration();
+
+        for (const QString& name :
+             {QStringLiteral("cpibcr.log"), QStringLiteral("cpibcr.log.1"), QStringLiteral("cpibcr.log.2")}) {
+            QFile file(dir.filePath(name));
+            QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(name));
+            QVERIFY2(file.size() <= 1024 + 100, qPrintable(name));
+            QVERIFY(
+                file.readAll().contains(" INFO  cpibcr - \xD0\xA1\xD1\x82\xD1\x80\xD0\xBE\xD0\xBA\xD0\xB0 "));
+        }
+        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("cpibcr.log.3"))));
+        QFile last(dir.filePath(QStringLiteral("cpibcr.log")));
+        QVERIFY(last.open(QIODevice::ReadOnly));
+        QVERIFY(
+            last.readAll().endsWith(" INFO  cpibcr - \xD0\xA1\xD1\x82\xD1\x80\xD0\xBE\xD0\xBA\xD0\xB0 99\n"));
     }
 };
 
