@@ -1,53 +1,11 @@
 #include "host/serialport.h"
+#include "support/ptyrig.h"
 
 #include <QtTest>
 
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
 #include <unistd.h>
 
-namespace {
-
-struct Pty
-{
-    int master = -1;
-    int slave = -1;
-    QString path;
-    Pty()
-    {
-        char name[128] = {};
-        if (openpty(&master, &slave, name, nullptr, nullptr) == 0) {
-            termios t{};
-            tcgetattr(slave, &t);
-            cfmakeraw(&t);
-            tcsetattr(slave, TCSANOW, &t);
-            path = QString::fromLocal8Bit(name);
-        }
-    }
-    ~Pty()
-    {
-        if (slave >= 0)
-            ::close(slave);
-        if (master >= 0)
-            ::close(master);
-    }
-    QByteArray readMaster(int expected)
-    {
-        QByteArray out;
-        for (int i = 0; i < 100 && out.size() < expected; ++i) {
-            char buf[256];
-            const ssize_t n = ::read(master, buf, sizeof buf);
-            if (n > 0)
-                out.append(buf, int(n));
-            else
-                QTest::qWait(5);
-        }
-        return out;
-    }
-};
-
-} // namespace
+using Pty = testsupport::PtyPair;
 
 class TestSerialPort : public QObject
 {
@@ -150,8 +108,10 @@ private slots:
         const QByteArray answer = QByteArray::fromHex("01003700C8");
         QCOMPARE(::write(pty.master, answer.constData(), answer.size()), ssize_t(answer.size()));
         QByteArray got;
-        for (int i = 0; i < 50 && got.size() < answer.size(); ++i)
-            if (port.waitForInput(100))
+        QElapsedTimer clock;
+        clock.start();
+        while (got.size() < answer.size() && clock.elapsed() < 60000)
+            if (port.waitForInput(1000))
                 got += port.read(0);
         QCOMPARE(got, answer);
     }
@@ -163,7 +123,7 @@ private slots:
         QVERIFY(port.open(pty.path));
         const QByteArray stale("\xAA\xBB\xCC", 3);
         QCOMPARE(::write(pty.master, stale.constData(), stale.size()), ssize_t(3));
-        QTest::qWait(20);
+        QVERIFY(pty.waitUntilSlaveHolds(3));
         port.discardInput();
         QVERIFY(!port.waitForInput(20));
         QVERIFY(port.read(0).isEmpty());
