@@ -10,9 +10,10 @@ namespace cctalktest {
 class TestDevice : public CcTalk::Device
 {
 public:
-    explicit TestDevice(QObject* parent = nullptr) : CcTalk::Device(parent) {}
-
-    void sleep(int msecs) const override { pauses.append(msecs); }
+    explicit TestDevice(QObject* parent = nullptr) : CcTalk::Device(parent)
+    {
+        setSleeper([this](int msecs) { pauses.append(msecs); });
+    }
 
     using CcTalk::Device::logDebug;
     using CcTalk::Device::logError;
@@ -21,7 +22,7 @@ public:
     using CcTalk::Device::throwError;
     using CcTalk::Device::wrapWithName;
 
-    mutable QList<int> pauses;
+    QList<int> pauses;
 };
 
 } // namespace cctalktest

@@ -9,17 +9,26 @@
 #include <QList>
 #include <QStringList>
 
+#include <functional>
+
 namespace changertest {
 
 // The changer with its pauses recorded instead of waited, and its state open to
-// the tests.
+// the tests. On a simulated line onPause moves the line's virtual clock.
 class TestChanger : public CcTalk::Changer
 {
 public:
-    explicit TestChanger(QObject* parent = nullptr) : Changer(parent) {}
+    explicit TestChanger(QObject* parent = nullptr) : Changer(parent)
+    {
+        setSleeper([this](int msecs) {
+            sleeps.append(msecs);
+            if (onPause)
+                onPause(msecs);
+        });
+    }
 
-    void sleep(int msecs) const override { sleeps.append(msecs); }
-    mutable QList<int> sleeps;
+    QList<int> sleeps;
+    std::function<void(int)> onPause;
 
     using Changer::checkMoneyIn;
 

@@ -12,31 +12,33 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
-#include <QThread>
 
 #include <functional>
 
 namespace plugintest {
 
-// The changer with its pauses recorded instead of waited; against a real line a
-// few real milliseconds can stand in for each pause.
+// The changer with its pauses recorded instead of waited. On a simulated line
+// onPause moves the line's virtual clock.
 class RecordingChanger : public CcTalk::Changer
 {
 public:
-    void sleep(int msecs) const override
+    RecordingChanger()
     {
-        sleeps.append(msecs);
-        if (realPauseMsecs > 0) {
-            QThread::msleep(static_cast<unsigned long>(realPauseMsecs));
-        }
+        setSleeper([this](int msecs) {
+            sleeps.append(msecs);
+            if (onPause)
+                onPause(msecs);
+        });
     }
 
     // The reset request is class-wide; each test starts without one.
     static void clearResetRequest() { needReset = false; }
     static bool resetRequested() { return needReset; }
 
-    mutable QList<int> sleeps;
-    int realPauseMsecs = 0;
+    Timer* timer() const { return pollTimer; }
+
+    QList<int> sleeps;
+    std::function<void(int)> onPause;
 };
 
 // The driver with the test's changer and a view of its parts.
