@@ -81,7 +81,7 @@ const QList<RequestRow>& requestRows()
          "40c3e165", true},
         {"ReqAuditCounter", make<ReqAuditCounter>((unsigned char)70, (unsigned char)3), 86, "4603", true},
         {"ClearAuditCounter", make<ClearAuditCounter>((unsigned char)80, (unsigned char)2), 87, "5002", true},
-        {"PurgeHopper", make<PurgeHopper>((unsigned char)2, (unsigned char)0), 121, "0200", true},
+        {"PurgeHopper", make<PurgeHopper>((unsigned char)2, (unsigned char)0), 121, "0200", false},
     };
     return rows;
 }
