@@ -16,6 +16,7 @@
 
 #include "cctalk/package.h"
 #include "fuzzinput.h"
+#include "tests/support/frames.h"
 
 #include <QVector>
 
@@ -34,17 +35,7 @@ bool sumsToZero(const QByteArray& bytes)
 
 QByteArray wellFormed(quint8 dest, quint8 src, quint8 header, const QByteArray& data)
 {
-    QByteArray f;
-    f.append(char(dest));
-    f.append(char(data.size()));
-    f.append(char(src));
-    f.append(char(header));
-    f.append(data);
-    unsigned sum = 0;
-    for (char c : f)
-        sum += quint8(c);
-    f.append(char(quint8(256 - (sum & 0xFF))));
-    return f;
+    return testsupport::frame(dest, src, header, data);
 }
 
 QByteArray buildStream(fuzz::FuzzInput& input)
