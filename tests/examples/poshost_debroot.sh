@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Installs the packages cpibcr and cpibcr-dev in a fresh Debian 12 root, builds
+# examples/poshost there with nothing but the installed development package, and
+# runs it against the installed cpibcr-sim (poshost_check.sh). Needs root and the
+# machine's apt mirror; the pristine root and downloaded packages are kept in the
+# cache of scripts/debroot.sh.
+#   poshost_debroot.sh DEB_DIR SOURCE_DIR
+set -euo pipefail
+debs=$(realpath "$1")
+source_dir=$(realpath "$2")
+# shellcheck source=../../scripts/debroot.sh
+. "$source_dir/scripts/debroot.sh"
+
+runtime_deb=$(find "$debs" -maxdepth 1 -name 'cpibcr_*.deb' | sort | tail -n 1)
+dev_deb=$(find "$debs" -maxdepth 1 -name 'cpibcr-dev_*.deb' | sort | tail -n 1)
+if [ -z "$runtime_deb" ] || [ -z "$dev_deb" ]; then
+  echo "no cpibcr_*.deb and cpibcr-dev_*.deb in $debs (cpack in the build folder makes them)" >&2
+  exit 1
+fi
+
+pristine=$cpibcr_cache/amd64-pristine
+pristine_root amd64 "$pristine"
+
+root=$(mktemp -d /var/tmp/cpibcr-poshost.XXXXXX)
+cleanup() {
+  unmount_root "$root"
+  rm -rf --one-file-system "$root"
+}
+trap cleanup EXIT
+cp -a "$pristine/." "$root/"
+mount_root "$root"
+mkdir -p "$cpibcr_cache/apt-archives/partial"
+mount --bind "$cpibcr_cache/apt-archives" "$root/var/cache/apt/archives"
+
+test_dir=/tmp/poshost-test
+mkdir -p "$root$test_dir"
+cp "$runtime_deb" "$dev_deb" "$source_dir/tests/examples/poshost_check.sh" "$root$test_dir/"
+cp -r "$source_dir/examples/poshost" "$root$test_dir/src"
+
+in_root() {
+  chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive "$@"
+}
+in_root apt-get update -q >"$root$test_dir/apt.log"
+# The packages' own dependencies come with them; the host's build needs a compiler and CMake.
+in_root apt-get install -y -q --no-install-recommends \
+  "$test_dir/$(basename "$runtime_deb")" "$test_dir/$(basename "$dev_deb")" \
+  g++ cmake ninja-build >>"$root$test_dir/apt.log"
+in_root cmake -S "$test_dir/src" -B "$test_dir/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
+in_root cmake --build "$test_dir/build" >"$root$test_dir/build.log"
+in_root bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" /usr/bin/cpibcr-sim
