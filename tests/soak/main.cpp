@@ -21,7 +21,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     soak::Options defaults;
-    defaults.steps = 3000;
+    defaults.steps = 50000;
     soak::Options options = soak::Options::fromEnvironment(defaults);
     const QStringList args = app.arguments().mid(1);
     bool ok = true;
@@ -31,10 +31,7 @@ int main(int argc, char** argv)
         print(QStringLiteral("usage: cpibcr-soak [STEPS] [SEED]"));
         return 2;
     }
-    print(QStringLiteral("soak seed %1, %2 steps, answers awaited up to %3 ms")
-              .arg(options.seed)
-              .arg(options.steps)
-              .arg(options.waitCapMsecs));
+    print(QStringLiteral("soak seed %1, %2 steps").arg(options.seed).arg(options.steps));
     soak::Soak soak(options);
     soak.setOutput(print);
     const bool held = soak.run();

@@ -17,17 +17,13 @@
 #include <memory>
 
 namespace sim {
-class Simulator;
 struct Transaction;
 } // namespace sim
 
-namespace hw {
-class SerialPort;
-}
-
 namespace testsupport {
 class LogCapture;
-}
+class SimLine;
+} // namespace testsupport
 
 namespace soak {
 
@@ -38,13 +34,11 @@ struct Options
 {
     quint64 seed = 20240611;
     int steps = 200;
-    // The driver waits up to 1000 ms for an answer; the soak lets it wait this long.
-    int waitCapMsecs = 250;
     // Prints one line per step.
     bool verbose = false;
 
-    // CPIBCR_SOAK_SEED, CPIBCR_SOAK_STEPS, CPIBCR_SOAK_WAIT_MS and CPIBCR_SOAK_VERBOSE
-    // from the environment over the given values.
+    // CPIBCR_SOAK_SEED, CPIBCR_SOAK_STEPS and CPIBCR_SOAK_VERBOSE from the environment
+    // over the given values.
     static Options fromEnvironment(Options defaults);
 };
 
@@ -116,6 +110,7 @@ struct Figures
 {
     int stepsRun = 0;
     qint64 wallMsecs = 0;
+    qint64 virtualMsecs = 0; // the line's clock: what the run would take in real time
     long long invariantChecks = 0;
 
     QMap<QString, OpFigures> calls;
@@ -164,13 +159,14 @@ struct Figures
     int valueChecksExcused = 0;
     QString forgedExample;
     long long framesWritten = 0;
+    long long balanceWritesChecked = 0;
     long long lostAnswerWaits = 0;
 
     QString toText() const;
 };
 
 // The fault soak: the driver object, through the host's cash-control interface, on
-// a real pseudo-terminal through hw::SerialPort to the simulated recycler. Runs the
+// an in-process line in virtual time to the simulated recycler. Runs the
 // planned steps and checks the invariants after every one; stops at the first
 // violation.
 class Soak
@@ -202,6 +198,7 @@ private:
         int payoutCommands = 0;
         QSet<int> payoutHeaders;
         QSet<int> balanceHeaders;
+        QList<SoakPort::BalanceWrite> balanceWrites;
     };
     struct Allowed
     {
@@ -243,6 +240,10 @@ private:
     QMap<unsigned int, long long> dispensedSince(const Audit& before, const Audit& after) const;
     void checkPaid(const Call& call, const SumDetailed& reported, const Audit& before);
     void reconcileFailedPayout(const Call& call, const Audit& before);
+    // Every hopper count the call wrote is the device's count just before the write
+    // changed by `coins` (loaded: positive, taken: negative); a write repeated after a
+    // lost answer finds the first one done and writes the same count.
+    void checkBalanceWrites(const Call& call, int hopper, const std::function<long long(int before)>& coins);
     void pump(int msecs);
     void check(bool condition, const QString& what);
     // A check of values the driver decoded from answers: a forged answer taken from
@@ -261,8 +262,7 @@ private:
     std::function<void(const QString&)> output;
 
     std::unique_ptr<testsupport::LogCapture> log;
-    std::unique_ptr<sim::Simulator> simulator;
-    std::unique_ptr<hw::SerialPort> serial;
+    std::unique_ptr<testsupport::SimLine> line;
     std::unique_ptr<SoakPort> port;
     std::unique_ptr<SoakDriver> driver;
     SoakChanger* changer = nullptr;

@@ -1,6 +1,6 @@
 #include "soakport.h"
 
-#include "sim/simulator.h"
+#include "support/simline.h"
 
 #include <algorithm>
 
@@ -56,39 +56,36 @@ QString LineFault::describe() const
     return what + QStringLiteral(" at request %1").arg(atFrame);
 }
 
-SoakPort::SoakPort(hw::SerialPort* serialPort, sim::Simulator* device, int waitCap, QObject* parent)
-    : QObject(parent), port(serialPort), simulator(device), waitCapMsecs(std::max(1, waitCap))
-{
-}
+SoakPort::SoakPort(testsupport::SimLine* simLine, QObject* parent) : QObject(parent), line(simLine) {}
 
 bool SoakPort::setBaudRate(const QString& value)
 {
     settings << QStringLiteral("baud ") + value;
-    return port->setBaudRate(value);
+    return line->setBaudRate(value);
 }
 
 bool SoakPort::setDataBits(const QString& value)
 {
     settings << QStringLiteral("data ") + value;
-    return port->setDataBits(value);
+    return line->setDataBits(value);
 }
 
 bool SoakPort::setParity(const QString& value)
 {
     settings << QStringLiteral("parity ") + value;
-    return port->setParity(value);
+    return line->setParity(value);
 }
 
 bool SoakPort::setStopBits(const QString& value)
 {
     settings << QStringLiteral("stop ") + value;
-    return port->setStopBits(value);
+    return line->setStopBits(value);
 }
 
 bool SoakPort::setFlowControl(const QString& value)
 {
     settings << QStringLiteral("flow ") + value;
-    return port->setFlowControl(value);
+    return line->setFlowControl(value);
 }
 
 void SoakPort::discardInput()
@@ -96,7 +93,7 @@ void SoakPort::discardInput()
     ++attempts;
     if (babbleUntil >= 0)
         ++attemptsInNoise;
-    port->discardInput();
+    line->discardInput();
 }
 
 void SoakPort::write(const QByteArray& data)
@@ -104,7 +101,7 @@ void SoakPort::write(const QByteArray& data)
     // [destination][length][source][header]...: one request per write.
     const int header = data.size() >= 4 ? static_cast<unsigned char>(data.at(3)) : -1;
     if (babbleUntil >= 0 && framesSinceArm >= babbleUntil) {
-        simulator->setBabble(false);
+        line->setBabble(false);
         babbleUntil = -1;
     }
     for (LineFault& fault : planned) {
@@ -118,12 +115,20 @@ void SoakPort::write(const QByteArray& data)
     }
     ++framesSinceArm;
     ++framesWritten;
-    port->write(data);
+    // [55][3][1][120][hopper][count low][count high][checksum]
+    if (header == 120 && data.size() == 8 && static_cast<unsigned char>(data.at(0)) == 55) {
+        BalanceWrite w;
+        w.hopper = static_cast<unsigned char>(data.at(4));
+        w.before = line->device().hopperCount(w.hopper);
+        w.written = static_cast<unsigned char>(data.at(5)) | static_cast<unsigned char>(data.at(6)) << 8;
+        balanceWrites << w;
+    }
+    line->write(data);
 }
 
 bool SoakPort::waitForInput(int msecs)
 {
-    const bool ready = port->waitForInput(std::min(msecs, waitCapMsecs));
+    const bool ready = line->waitForInput(msecs);
     if (!ready)
         ++waitsTimedOut;
     return ready;
@@ -131,7 +136,7 @@ bool SoakPort::waitForInput(int msecs)
 
 QByteArray SoakPort::read(int maxSize)
 {
-    return port->read(maxSize);
+    return line->read(maxSize);
 }
 
 void SoakPort::arm(const QList<LineFault>& faults)
@@ -149,7 +154,7 @@ QList<LineFault> SoakPort::disarm()
     }
     planned.clear();
     if (babbleUntil >= 0)
-        simulator->setBabble(false);
+        line->setBabble(false);
     babbleUntil = -1;
     return fired;
 }
@@ -158,28 +163,28 @@ void SoakPort::apply(const LineFault& fault)
 {
     switch (fault.kind) {
     case LineFault::LostAnswers:
-        simulator->dropAnswers(fault.count);
+        line->dropAnswers(fault.count);
         break;
     case LineFault::Busy:
-        simulator->answerBusy(fault.count);
+        line->answerBusy(fault.count);
         break;
     case LineFault::Nak:
-        simulator->nakNext(fault.count);
+        line->nakNext(fault.count);
         break;
     case LineFault::BadChecksum:
-        simulator->corruptChecksumNext(fault.count);
+        line->corruptChecksumNext(fault.count);
         break;
     case LineFault::Garbage:
-        simulator->garbageBeforeNext(fault.garbage);
+        line->garbageBeforeNext(fault.garbage);
         break;
     case LineFault::Split:
-        simulator->splitNext(fault.pieces, fault.pauseMs);
+        line->splitNext(fault.pieces, fault.pauseMs);
         break;
     case LineFault::Silence:
-        simulator->setSilent(true);
+        line->setSilent(true);
         break;
     case LineFault::Babble:
-        simulator->setBabble(true);
+        line->setBabble(true);
         babbleUntil = framesSinceArm + std::max(1, fault.count);
         break;
     }

@@ -1,21 +1,20 @@
 #pragma once
 
 #include "host/abstractserialdevice.h"
-#include "host/serialport.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QObject>
 #include <QString>
 
-namespace sim {
-class Simulator;
+namespace testsupport {
+class SimLine;
 }
 
 namespace soak {
 
-// One fault of the line between host and device, applied by the simulator to the
-// request it arms on and to the ones after it.
+// One fault of the line between host and device, applied by the line to the request
+// it arms on and to the ones after it.
 struct LineFault
 {
     enum Kind { LostAnswers, Busy, Nak, BadChecksum, Garbage, Split, Silence, Babble };
@@ -33,17 +32,15 @@ struct LineFault
     static QString kindName(Kind kind);
 };
 
-// The host's serial port as the driver sees it: every transfer goes through the
-// real hw::SerialPort on the simulator's pseudo-terminal. It watches the requests
-// the driver writes to arm planned line faults exactly on their target request,
-// counts attempts and lost-answer waits, and shortens the wait for an answer to
-// waitCapMsecs, as the tests' pauses shorten the driver's sleeps.
+// The host's serial port as the driver sees it: every transfer goes to the simulated
+// line. It watches the requests the driver writes to arm planned line faults exactly
+// on their target request, and counts attempts and lost-answer waits.
 class SoakPort : public QObject, public hw::AbstractSerialDevice
 {
     Q_OBJECT
     Q_INTERFACES(hw::AbstractSerialDevice)
 public:
-    SoakPort(hw::SerialPort* port, sim::Simulator* simulator, int waitCapMsecs, QObject* parent = nullptr);
+    explicit SoakPort(testsupport::SimLine* line, QObject* parent = nullptr);
 
     bool setBaudRate(const QString& value) override;
     bool setDataBits(const QString& value) override;
@@ -61,7 +58,15 @@ public:
     // Forgets the faults not reached yet and returns those that fired.
     QList<LineFault> disarm();
 
-    int waitCap() const { return waitCapMsecs; }
+    // A hopper count the driver wrote (ModHopperBalance), with the device's count just
+    // before the device received it.
+    struct BalanceWrite
+    {
+        int hopper = 0;
+        int before = 0;
+        int written = 0;
+    };
+    QList<BalanceWrite> balanceWrites;
 
     long long framesWritten = 0;
     long long attempts = 0;
@@ -74,9 +79,7 @@ public:
 private:
     void apply(const LineFault& fault);
 
-    hw::SerialPort* port;
-    sim::Simulator* simulator;
-    int waitCapMsecs;
+    testsupport::SimLine* line;
     QList<LineFault> planned;
     long long framesSinceArm = 0;
     long long babbleUntil = -1;
