@@ -55,7 +55,7 @@ QByteArray transfer(int fd, const char* hexFrame, int expect)
     const QByteArray out = QByteArray::fromHex(hexFrame);
     if (::write(fd, out.constData(), size_t(out.size())) != out.size())
         return QByteArray();
-    return hex(readFd(fd, expect, 2000));
+    return hex(readFd(fd, expect, 60000));
 }
 
 // Reads the simulator's standard output up to a line that starts with prefix.
@@ -63,7 +63,7 @@ QString lineStartingWith(QProcess& p, const QString& prefix)
 {
     QElapsedTimer timer;
     timer.start();
-    while (timer.elapsed() < 5000) {
+    while (timer.elapsed() < 60000) {
         while (p.canReadLine()) {
             const QString line = QString::fromUtf8(p.readLine()).trimmed();
             if (line.startsWith(prefix))
@@ -141,11 +141,17 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     QCOMPARE(::connect(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
     const QByteArray coins = "coin 1 2\n";
     QCOMPARE(::write(sock, coins.constData(), size_t(coins.size())), ssize_t(coins.size()));
-    QCOMPARE(readFd(sock, 3, 2000), QByteArray("ok\n"));
-    QTest::qWait(50);
+    QCOMPARE(readFd(sock, 3, 60000), QByteArray("ok\n"));
+    // The coins land after their flight through the acceptor.
     const QByteArray counter = "counter 70 1\n";
-    QCOMPARE(::write(sock, counter.constData(), size_t(counter.size())), ssize_t(counter.size()));
-    QCOMPARE(readFd(sock, 2, 2000), QByteArray("2\n"));
+    QByteArray landed;
+    QElapsedTimer flight;
+    flight.start();
+    while (landed != "2\n" && flight.elapsed() < 60000) {
+        QCOMPARE(::write(sock, counter.constData(), size_t(counter.size())), ssize_t(counter.size()));
+        landed = readFd(sock, 2, 60000);
+    }
+    QCOMPARE(landed, QByteArray("2\n"));
     ::close(sock);
 
     const QString logLine = command(p, QStringLiteral("log 1"), QString());
@@ -154,7 +160,7 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     QVERIFY(!command(p, QStringLiteral("status"), QStringLiteral("hopper 4: RU100A count 402")).isEmpty());
 
     p.write("quit\n");
-    QVERIFY(p.waitForFinished(5000));
+    QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.exitCode(), 0);
     ::close(tty);
@@ -179,7 +185,7 @@ void TestExecutable::controlThroughAFifo()
     QCOMPARE(lineStartingWith(p, QStringLiteral("ok")), QStringLiteral("ok"));
     QVERIFY(!command(p, QStringLiteral("status"), QStringLiteral("hopper 3: RU200A count 7 ")).isEmpty());
     p.terminate();
-    QVERIFY(p.waitForFinished(5000));
+    QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 0);
 }
 
@@ -187,7 +193,7 @@ void TestExecutable::dumpConfig()
 {
     QProcess p;
     p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--dump-config")});
-    QVERIFY(p.waitForFinished(5000));
+    QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 0);
     QString error;
     const sim::Config c = sim::Config::fromJson(p.readAllStandardOutput(), &error);
@@ -204,7 +210,7 @@ void TestExecutable::badConfigurationIsRefused()
     f.close();
     QProcess p;
     p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--config"), bad});
-    QVERIFY(p.waitForFinished(5000));
+    QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 2);
     QVERIFY(p.readAllStandardError().contains("RU1"));
 }
