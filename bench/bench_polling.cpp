@@ -4,8 +4,7 @@
 // process variant adds the simulator's I/O thread, which runs in the same process here.
 
 #include "changer/changer.h"
-#include "host/serialport.h"
-#include "simulator.h"
+#include "support/ptyrig.h"
 
 #include <benchmark/benchmark.h>
 
@@ -21,20 +20,14 @@ public:
 
 void BM_AcceptancePoll(benchmark::State& state)
 {
-    sim::Simulator simulator(sim::Config::defaults());
-    QString error;
-    if (!simulator.openPty(&error)) {
-        state.SkipWithError(qPrintable(error));
-        return;
-    }
-    hw::SerialPort port;
-    if (!port.open(simulator.portPath()) || !port.setBaudRate(QStringLiteral("115200"))) {
-        state.SkipWithError(qPrintable(port.errorString()));
+    testsupport::PtyRig rig;
+    if (!rig.opened()) {
+        state.SkipWithError(qPrintable(rig.error));
         return;
     }
     PollingChanger changer;
     changer.setAddress(55);
-    changer.setSerial(&port);
+    changer.setSerial(&rig.port);
     QString failure;
     QObject::connect(&changer, &CcTalk::Changer::error,
                      [&failure](const QString& message) { failure = message; });

@@ -6,8 +6,7 @@
 
 #include "cctalk/device.h"
 #include "cctalk/identcommands.h"
-#include "host/serialport.h"
-#include "simulator.h"
+#include "support/ptyrig.h"
 
 #include <benchmark/benchmark.h>
 
@@ -23,35 +22,27 @@ namespace {
 const QByteArray pollRequest = QByteArray::fromHex("370001feca");
 const QByteArray pollAnswer = QByteArray::fromHex("01003700c8");
 
-std::unique_ptr<sim::Simulator> startSimulator(benchmark::State& state)
+std::unique_ptr<testsupport::PtyRig> startRig(benchmark::State& state, testsupport::PtyRig::PortMode mode)
 {
     sim::Config config = sim::Config::defaults();
     config.answerDelayMs = int(state.range(0));
     config.echo = true;
-    auto simulator = std::make_unique<sim::Simulator>(config);
-    QString error;
-    if (!simulator->openPty(&error)) {
-        state.SkipWithError(qPrintable(QStringLiteral("no pseudo-terminal: ") + error));
+    auto rig = std::make_unique<testsupport::PtyRig>(config, mode);
+    if (!rig->opened()) {
+        state.SkipWithError(qPrintable(rig->error));
         return nullptr;
     }
-    return simulator;
+    return rig;
 }
 
 void BM_RoundTripDriver(benchmark::State& state)
 {
-    const auto simulator = startSimulator(state);
-    if (!simulator)
+    const auto rig = startRig(state, testsupport::PtyRig::OpenPort);
+    if (!rig)
         return;
-    hw::SerialPort port;
-    if (!port.open(simulator->portPath()) || !port.setBaudRate(QStringLiteral("115200")) ||
-        !port.setDataBits(QStringLiteral("8")) || !port.setParity(QStringLiteral("None")) ||
-        !port.setStopBits(QStringLiteral("1")) || !port.setFlowControl(QStringLiteral("None"))) {
-        state.SkipWithError(qPrintable(port.errorString()));
-        return;
-    }
     CcTalk::Device device;
     device.setAddress(55);
-    device.setSerial(&port);
+    device.setSerial(&rig->port);
     try {
         for (auto _ : state) {
             const CcTalk::Response answer = device.exec(CcTalk::SimplePoll());
@@ -68,10 +59,10 @@ void BM_RoundTripDriver(benchmark::State& state)
 
 void BM_RoundTripPlain(benchmark::State& state)
 {
-    const auto simulator = startSimulator(state);
-    if (!simulator)
+    const auto rig = startRig(state, testsupport::PtyRig::LeavePortClosed);
+    if (!rig)
         return;
-    const int fd = ::open(simulator->portPath().toLocal8Bit().constData(), O_RDWR | O_NOCTTY);
+    const int fd = ::open(rig->path().toLocal8Bit().constData(), O_RDWR | O_NOCTTY);
     if (fd < 0) {
         state.SkipWithError("cannot open the pseudo-terminal");
         return;
