@@ -131,6 +131,10 @@ coin("dots", "RU......"[:6])
 coin("empty", "")
 coin("cyrillic_utf8", "РУ1К0А", 1)
 coin("utf16", "RU2K5A", 2)
+# Mode 3: [3][entry of the hand-written table][country 1][country 2][issue letter].
+write("fuzz_coinid", "table_RU0K7A", bytes([3, 18]) + b"XY?")
+write("fuzz_coinid", "table_RU99GA", bytes([3, 17]) + bytes([0xD0, 0x00, 0xFF]))
+write("fuzz_coinid", "table_last", bytes([3, 255]) + b"EU ")
 
 
 # Change: [flags: bit 0 minimum mode, bit 1 wide amount][amount][units...]
