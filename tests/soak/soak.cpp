@@ -103,7 +103,7 @@ long long payAmount(Draw& d)
     long long amount = 0;
     for (int k = d.uniform(1, 12); k > 0; --k)
         amount += hopperDenoms[d.uniform(0, hoppers - 1)];
-    // No hopper pays 50 kopecks, and the hoppers hold far less than 10000 roubles.
+    // No hopper pays 50 kopecks, and the hoppers start with far less than 10000 roubles.
     if (r < 13)
         return amount + 50;
     if (r < 16)
@@ -1289,8 +1289,14 @@ void Soak::cashOutCheck(const StepPlan& plan)
         checkValue(
             !payable,
             QStringLiteral("cashOutCheck says %1 can be paid without a 50-kopeck hopper").arg(plan.amount));
-    if (call.ok && plan.amount > 1000000)
-        checkValue(!payable, QStringLiteral("cashOutCheck says %1 can be paid").arg(plan.amount));
+    // Accepted coins fill the hoppers over a long run: more than they hold is never payable.
+    long long held = 0;
+    for (int h = 1; h <= hoppers; ++h)
+        held += static_cast<long long>(line->device().hopperCount(h)) * hopperDenoms[h - 1];
+    if (call.ok && plan.amount > held)
+        checkValue(!payable, QStringLiteral("cashOutCheck says %1 can be paid, the hoppers hold %2")
+                                 .arg(plan.amount)
+                                 .arg(held));
 }
 
 bool Soak::findCachedUnit(const QString& name, CashControlUnit* unit) const
