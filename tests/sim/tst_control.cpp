@@ -113,6 +113,8 @@ void TestControl::deviceCommands()
     QCOMPARE(c.execute(QStringLiteral("cashbox 0x100")), QStringLiteral("ok"));
     QCOMPARE(s.cashbox(), 256u);
     QCOMPARE(c.execute(QStringLiteral("counter 70 4")), QStringLiteral("3"));
+    QCOMPARE(c.execute(QStringLiteral("counter 99 4")),
+             QStringLiteral("error: unknown counter group 99 (70, 80, 87)"));
 }
 
 void TestControl::faultCommands()
