@@ -1,0 +1,145 @@
+#include "unitops.h"
+
+#include "cashcontrol/ecashcontrol.h"
+#include "tools/amount.h"
+#include "tools/arguments.h"
+
+#include <QStringList>
+
+#include <algorithm>
+
+namespace panel {
+
+namespace {
+
+const int cashboxType = 3;
+
+UnitOperation describe(int operation, bool takesAmount)
+{
+    UnitOperation op;
+    op.operation = operation;
+    op.key = tool::operationKey(operation);
+    op.title = ECashControl::operationName(operation);
+    op.takesAmount = takesAmount;
+    return op;
+}
+
+QList<UnitOperation> offered(const CashControlUnit& unit, const QList<QPair<int, bool>>& candidates)
+{
+    QList<UnitOperation> list;
+    for (const auto& candidate : candidates)
+        if (unit.operations & candidate.first)
+            list.append(describe(candidate.first, candidate.second));
+    return list;
+}
+
+bool needsWholeCoins(int operation)
+{
+    return operation == ECashControl::ManualLoad || operation == ECashControl::ManualPickupSum ||
+           operation == ECashControl::DispensePickupSum || operation == ECashControl::PickupSumToCashbox;
+}
+
+} // namespace
+
+QList<UnitOperation> loadOperations(const CashControlUnit& unit)
+{
+    return offered(unit, {{ECashControl::ManualLoad, true},
+                          {ECashControl::LoadMainAcceptor, true},
+                          {ECashControl::LoadLoader, true}});
+}
+
+QList<UnitOperation> pickupOperations(const CashControlUnit& unit)
+{
+    return offered(unit, {{ECashControl::ManualPickupAll, false},
+                          {ECashControl::ManualPickupSum, true},
+                          {ECashControl::DispensePickupAll, false},
+                          {ECashControl::DispensePickupSum, true},
+                          {ECashControl::PickupAllToCashbox, false},
+                          {ECashControl::PickupToMinimumToCashbox, false},
+                          {ECashControl::PickupSumToCashbox, true}});
+}
+
+bool isCashbox(const CashControlUnit& unit)
+{
+    return unit.type == cashboxType;
+}
+
+long long unitSum(const CashControlUnit& unit)
+{
+    // The driver reports a hopper's sum as 0; its value is what its coins are worth.
+    return isCashbox(unit) ? unit.sum : unit.count * static_cast<long long>(unit.denom);
+}
+
+FillLevel fillLevel(const CashControlUnit& unit)
+{
+    if (unit.state != 0)
+        return FillLevel::Fault;
+    QList<int> limits;
+    for (const int limit : {unit.limit1, unit.limit2, unit.limit3, unit.limit4})
+        if (limit >= 0)
+            limits.append(limit);
+    if (limits.isEmpty() || isCashbox(unit))
+        return FillLevel::Normal;
+    std::sort(limits.begin(), limits.end());
+    if (unit.count <= limits.first())
+        return FillLevel::VeryLow;
+    if (unit.count <= limits.last())
+        return FillLevel::Low;
+    return FillLevel::Normal;
+}
+
+QColor fillColor(FillLevel level)
+{
+    switch (level) {
+    case FillLevel::Normal:
+        return QColor(0x2e, 0x9e, 0x4f);
+    case FillLevel::Low:
+        return QColor(0xe0, 0x9b, 0x1a);
+    case FillLevel::VeryLow:
+        return QColor(0xd3, 0x5a, 0x1f);
+    case FillLevel::Fault:
+        return QColor(0xb0, 0x1e, 0x23);
+    }
+    return QColor();
+}
+
+bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValue, long long* minor,
+                QString* error)
+{
+    long long value = 0;
+    const QString trimmed = text.trimmed();
+    if (!tool::parseAmount(trimmed, &value, error))
+        return false;
+    if (requirePositive && value == 0) {
+        *error = QStringLiteral("the amount must be above 0");
+        return false;
+    }
+    if (coinValue != 0 && value % coinValue != 0) {
+        *error = QStringLiteral("%1 is not a whole number of %2 coins")
+                     .arg(tool::formatAmount(value), tool::formatAmount(coinValue));
+        return false;
+    }
+    *minor = value;
+    return true;
+}
+
+bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, const QString& text,
+                          long long* minor, QString* error)
+{
+    if (!op.takesAmount) {
+        *minor = 0;
+        return true;
+    }
+    return parseMoney(text, true, needsWholeCoins(op.operation) ? unit.denom : 0, minor, error);
+}
+
+QString breakdown(const SumDetailed& sum)
+{
+    QStringList parts;
+    for (auto it = sum.denoms.cbegin(); it != sum.denoms.cend(); ++it)
+        if (it.value() != 0)
+            parts.append(QStringLiteral("%1 x %2").arg(tool::formatAmount(it.key())).arg(it.value()));
+    return parts.isEmpty() ? QStringLiteral("-") : parts.join(QStringLiteral(", "));
+}
+
+} // namespace panel

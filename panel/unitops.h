@@ -1,0 +1,53 @@
+#pragma once
+
+#include "cashcontrol/cashcontrolunit.h"
+#include "cashcontrol/sumdetailed.h"
+
+#include <QColor>
+#include <QList>
+#include <QString>
+
+namespace panel {
+
+// One load or pick-up operation as the panel offers it for a unit.
+struct UnitOperation
+{
+    int operation = 0; // one ECashControl::UnitOperation bit
+    QString key;       // the name cpibcr uses: manual-load, dispense-sum, ...
+    QString title;     // the driver's Russian name of the operation
+    bool takesAmount = false;
+};
+
+// The operations of each kind that the unit offers: exactly the bits of its `operations`,
+// so an operation the driver would refuse for this unit is never shown.
+QList<UnitOperation> loadOperations(const CashControlUnit& unit);
+QList<UnitOperation> pickupOperations(const CashControlUnit& unit);
+
+// Whether the unit is the cashbox (its sum is the driver's) rather than a hopper (count x denomination).
+bool isCashbox(const CashControlUnit& unit);
+// Money in the unit: count x denomination for a hopper, the driver's sum for the cashbox.
+long long unitSum(const CashControlUnit& unit);
+
+enum class FillLevel { Normal, Low, VeryLow, Fault };
+
+// Where the count stands against the unit's limits (in coins; -1 = not set). At or below the
+// lowest set limit the unit is very low, at or below any higher one low; a unit the device
+// reports faulty is a fault whatever its count.
+FillLevel fillLevel(const CashControlUnit& unit);
+QColor fillColor(FillLevel level);
+
+// Amount checks made before anything is sent. The text is read as cpibcr reads an AMOUNT.
+// requirePositive refuses 0; coinValue, when not 0, refuses an amount that is not a whole
+// number of such coins. On failure returns false with *error set.
+bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValue, long long* minor,
+                QString* error);
+
+// The operation's amount rule for this unit: loads and the sum pick-ups need an amount above 0,
+// and a hopper's manual load and sum pick-ups need whole coins.
+bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, const QString& text,
+                          long long* minor, QString* error);
+
+// "2.00 x 3, 5.00 x 1", or "-" when nothing is broken down by denomination.
+QString breakdown(const SumDetailed& sum);
+
+} // namespace panel

@@ -1,0 +1,208 @@
+#include "panel/unitops.h"
+
+#include "cashcontrol/ecashcontrol.h"
+
+#include <QtTest>
+
+namespace {
+
+CashControlUnit hopper(unsigned int denom, long long count, int capacity)
+{
+    CashControlUnit unit;
+    unit.name = QStringLiteral("hopper2");
+    unit.type = 1;
+    unit.operations = 0x8021330;
+    unit.flag = 1;
+    unit.denom = denom;
+    unit.count = count;
+    unit.capacity = capacity;
+    unit.limit3 = 50;
+    return unit;
+}
+
+CashControlUnit cashbox(long long sum)
+{
+    CashControlUnit unit;
+    unit.name = QStringLiteral("cashbox");
+    unit.type = 3;
+    unit.operations = 0x10;
+    unit.sum = sum;
+    return unit;
+}
+
+QList<int> operationsOf(const QList<panel::UnitOperation>& list)
+{
+    QList<int> ops;
+    for (const auto& op : list)
+        ops.append(op.operation);
+    return ops;
+}
+
+} // namespace
+
+class TestPanelUnits : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void hopperOffersItsOperations();
+    void cashboxOffersOnlyManualPickupAll();
+    void unitWithoutOperationsOffersNothing();
+    void sums();
+    void fillLevels();
+    void fillLevelsWithoutLimits();
+    void money_data();
+    void money();
+    void operationAmounts();
+    void breakdownText();
+};
+
+void TestPanelUnits::hopperOffersItsOperations()
+{
+    const CashControlUnit unit = hopper(500, 250, 800);
+    QCOMPARE(operationsOf(panel::loadOperations(unit)),
+             (QList<int>{ECashControl::ManualLoad, ECashControl::LoadMainAcceptor}));
+    const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
+    QCOMPARE(operationsOf(pickups),
+             (QList<int>{ECashControl::ManualPickupAll, ECashControl::ManualPickupSum,
+                         ECashControl::DispensePickupAll, ECashControl::DispensePickupSum}));
+    QCOMPARE(pickups.at(0).key, QStringLiteral("manual-all"));
+    QCOMPARE(pickups.at(0).title, QStringLiteral("выем всего вручную"));
+    QVERIFY(!pickups.at(0).takesAmount);
+    QCOMPARE(pickups.at(3).key, QStringLiteral("dispense-sum"));
+    QCOMPARE(pickups.at(3).title, QStringLiteral("выем суммы через устройство выдачи"));
+    QVERIFY(pickups.at(3).takesAmount);
+    QCOMPARE(panel::loadOperations(unit).at(1).key, QStringLiteral("0x1000"));
+    QVERIFY(panel::loadOperations(unit).at(0).takesAmount);
+}
+
+void TestPanelUnits::cashboxOffersOnlyManualPickupAll()
+{
+    const CashControlUnit unit = cashbox(1500);
+    QVERIFY(panel::loadOperations(unit).isEmpty());
+    QCOMPARE(operationsOf(panel::pickupOperations(unit)), QList<int>{ECashControl::ManualPickupAll});
+}
+
+void TestPanelUnits::unitWithoutOperationsOffersNothing()
+{
+    CashControlUnit unit = hopper(100, 10, 100);
+    unit.operations = ECashControl::Maintenance;
+    QVERIFY(panel::loadOperations(unit).isEmpty());
+    QVERIFY(panel::pickupOperations(unit).isEmpty());
+    unit.operations = ECashControl::LoadLoader | ECashControl::PickupSumToCashbox;
+    QCOMPARE(operationsOf(panel::loadOperations(unit)), QList<int>{ECashControl::LoadLoader});
+    QCOMPARE(operationsOf(panel::pickupOperations(unit)), QList<int>{ECashControl::PickupSumToCashbox});
+}
+
+void TestPanelUnits::sums()
+{
+    QCOMPARE(panel::unitSum(hopper(500, 250, 800)), 125000LL);
+    QCOMPARE(panel::unitSum(cashbox(1550)), 1550LL);
+    QVERIFY(panel::isCashbox(cashbox(0)));
+    QVERIFY(!panel::isCashbox(hopper(100, 1, 1)));
+    // Denominations are unsigned 32-bit; the product must not wrap.
+    QCOMPARE(panel::unitSum(hopper(4000000000U, 65535, 65535)), 4000000000LL * 65535);
+}
+
+void TestPanelUnits::fillLevels()
+{
+    CashControlUnit unit = hopper(100, 51, 400);
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
+    unit.count = 50;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    unit.limit1 = 100;
+    unit.count = 100;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Low);
+    unit.count = 101;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
+    unit.count = 0;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    unit.state = 3;
+    unit.count = 300;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Fault);
+    QVERIFY(panel::fillColor(panel::FillLevel::Normal) != panel::fillColor(panel::FillLevel::VeryLow));
+    QVERIFY(panel::fillColor(panel::FillLevel::Low) != panel::fillColor(panel::FillLevel::VeryLow));
+    QVERIFY(panel::fillColor(panel::FillLevel::Fault) != panel::fillColor(panel::FillLevel::Normal));
+}
+
+void TestPanelUnits::fillLevelsWithoutLimits()
+{
+    CashControlUnit unit = hopper(100, 0, 400);
+    unit.limit3 = -1;
+    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
+    QCOMPARE(panel::fillLevel(cashbox(0)), panel::FillLevel::Normal);
+}
+
+void TestPanelUnits::money_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("positive");
+    QTest::addColumn<uint>("coin");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<qlonglong>("minor");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("whole") << "15" << true << 0U << true << 1500LL << "";
+    QTest::newRow("decimals") << " 15.5 " << true << 0U << true << 1550LL << "";
+    QTest::newRow("zero allowed") << "0" << false << 0U << true << 0LL << "";
+    QTest::newRow("zero refused") << "0.00" << true << 0U << false << 0LL << "the amount must be above 0";
+    QTest::newRow("comma") << "15,50" << true << 0U << false << 0LL
+                           << "amount \"15,50\": use a point for the decimals, as in 15.50";
+    QTest::newRow("negative") << "-5" << true << 0U << false << 0LL << "amount \"-5\" is negative";
+    QTest::newRow("empty") << "" << true << 0U << false << 0LL << "an amount is required";
+    QTest::newRow("whole coins") << "50" << true << 500U << true << 5000LL << "";
+    QTest::newRow("not whole coins") << "12" << true << 500U << false << 0LL
+                                     << "12.00 is not a whole number of 5.00 coins";
+    QTest::newRow("too large")
+        << "42949673" << true << 0U << false << 0LL
+        << "amount \"42949673\" is larger than the device can handle (at most 42949672.95)";
+}
+
+void TestPanelUnits::money()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, positive);
+    QFETCH(uint, coin);
+    QFETCH(bool, ok);
+    QFETCH(qlonglong, minor);
+    QFETCH(QString, error);
+    long long value = -1;
+    QString why;
+    QCOMPARE(panel::parseMoney(text, positive, coin, &value, &why), ok);
+    QCOMPARE(why, error);
+    QCOMPARE(value, ok ? minor : -1LL);
+}
+
+void TestPanelUnits::operationAmounts()
+{
+    const CashControlUnit unit = hopper(200, 300, 1000);
+    const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
+    long long value = -1;
+    QString why;
+    // manual-all takes no amount: whatever is typed is ignored and 0 is sent.
+    QVERIFY(panel::checkOperationAmount(unit, pickups.at(0), QStringLiteral("abc"), &value, &why));
+    QCOMPARE(value, 0LL);
+    QVERIFY(!panel::checkOperationAmount(unit, pickups.at(3), QStringLiteral("5"), &value, &why));
+    QCOMPARE(why, QStringLiteral("5.00 is not a whole number of 2.00 coins"));
+    QVERIFY(panel::checkOperationAmount(unit, pickups.at(3), QStringLiteral("4"), &value, &why));
+    QCOMPARE(value, 400LL);
+    const panel::UnitOperation manualLoad = panel::loadOperations(unit).at(0);
+    QVERIFY(!panel::checkOperationAmount(unit, manualLoad, QStringLiteral("0"), &value, &why));
+    QCOMPARE(why, QStringLiteral("the amount must be above 0"));
+    // A load through the acceptor changes nothing on the device: any amount above 0.
+    const panel::UnitOperation acceptorLoad = panel::loadOperations(unit).at(1);
+    QVERIFY(panel::checkOperationAmount(unit, acceptorLoad, QStringLiteral("3"), &value, &why));
+    QCOMPARE(value, 300LL);
+}
+
+void TestPanelUnits::breakdownText()
+{
+    SumDetailed sum;
+    QCOMPARE(panel::breakdown(sum), QStringLiteral("-"));
+    sum.denoms[500] = 1;
+    sum.denoms[200] = 3;
+    sum.denoms[1000] = 0;
+    QCOMPARE(panel::breakdown(sum), QStringLiteral("2.00 x 3, 5.00 x 1"));
+}
+
+QTEST_GUILESS_MAIN(TestPanelUnits)
+#include "tst_panelunits.moc"
