@@ -92,6 +92,38 @@ int runHost(bool configureLater)
     return 0;
 }
 
+// Loads the example configuration with its file in the given place and its sizes
+// made small, and writes 100 lines of about 60 bytes: more than the current file
+// and both backups hold.
+int runRotation()
+{
+    QFile example(QStringLiteral(CPIBCR_LOG_EXAMPLE));
+    if (!example.open(QIODevice::ReadOnly))
+        return 20;
+    QByteArray text = example.readAll();
+    for (const char* line : {"=/var/log/cpibcr/cpibcr.log\n", "MaxFileSize=10MB\n", "MaxBackupIndex=5\n"}) {
+        if (!text.contains(line))
+            return 21;
+    }
+    text.replace("=/var/log/cpibcr/cpibcr.log\n", "=" + qgetenv(logFileVariable) + "\n");
+    text.replace("MaxFileSize=10MB\n", "MaxFileSize=1KB\n");
+    text.replace("MaxBackupIndex=5\n", "MaxBackupIndex=2\n");
+    QTemporaryDir dir;
+    const QString properties = dir.filePath(QStringLiteral("log.properties"));
+    QFile out(properties);
+    if (!out.open(QIODevice::WriteOnly))
+        return 22;
+    out.write(text);
+    out.close();
+
+    log4cxx::PropertyConfigurator::configure(log4cxx::File(properties.toStdString()));
+    const auto logger = logging::logger("cpibcr");
+    for (int i = 0; i < 100; ++i)
+        logging::info(logger, QStringLiteral("Строка %1").arg(i));
+    log4cxx::LogManager::resetConfiguration();
+    return 0;
+}
+
 struct Run
 {
     int exitCode = -1;
@@ -108,6 +140,11 @@ Run runChild(const QString& mode, const QString& workDir, const QString& logFile
     env.insert(QStringLiteral("LANG"), QStringLiteral("C"));
     env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
     env.remove(QStringLiteral("LOG4CXX_CONFIGURATION"));
+    // log4cxx 1.0 deletes its rolling file appender's private part through a base
+    // of another size; nothing of this project is involved.
+    if (mode == QLatin1String("rotate"))
+        env.insert(QStringLiteral("ASAN_OPTIONS"),
+                   env.value(QStringLiteral("ASAN_OPTIONS")) + QStringLiteral(":new_delete_type_mismatch=0"));
     child.setProcessEnvironment(env);
     child.setWorkingDirectory(workDir);
     child.start(QCoreApplication::applicationFilePath(), QStringList());
@@ -175,29 +212,11 @@ private slots:
     // The example configuration shipped for hosts: a UTF-8 file rotated by size.
     void exampleConfigurationRotatesBySize()
     {
-        QFile example(QStringLiteral(CPIBCR_LOG_EXAMPLE));
-        QVERIFY(example.open(QIODevice::ReadOnly));
-        QByteArray text = example.readAll();
         QTemporaryDir dir;
-        const QByteArray log = QFile::encodeName(dir.filePath(QStringLiteral("cpibcr.log")));
-        QVERIFY(text.contains("=/var/log/cpibcr/cpibcr.log\n"));
-        QVERIFY(text.contains("MaxFileSize=10MB\n"));
-        QVERIFY(text.contains("MaxBackupIndex=5\n"));
-        text.replace("=/var/log/cpibcr/cpibcr.log\n", "=" + log + "\n");
-        text.replace("MaxFileSize=10MB\n", "MaxFileSize=1KB\n");
-        text.replace("MaxBackupIndex=5\n", "MaxBackupIndex=2\n");
-        const QString properties = dir.filePath(QStringLiteral("log.properties"));
-        QFile out(properties);
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(text);
-        out.close();
-
-        log4cxx::PropertyConfigurator::configure(log4cxx::File(properties.toStdString()));
-        const auto logger = logging::logger("cpibcr");
-        // 100 lines of about 60 bytes: more than the current file and both backups hold.
-        for (int i = 0; i < 100; ++i)
-            logging::info(logger, QStringLiteral("Строка %1").arg(i));
-        log4cxx::LogManager::resetConfiguration();
+        const QString log = dir.filePath(QStringLiteral("cpibcr.log"));
+        const Run run = runChild(QStringLiteral("rotate"), dir.path(), log);
+        QCOMPARE(run.err, QByteArray());
+        QCOMPARE(run.exitCode, 0);
 
         for (const QString& name :
              {QStringLiteral("cpibcr.log"), QStringLiteral("cpibcr.log.1"), QStringLiteral("cpibcr.log.2")}) {
@@ -223,6 +242,8 @@ int main(int argc, char** argv)
         return runHost(false);
     if (mode == "configured")
         return runHost(true);
+    if (mode == "rotate")
+        return runRotation();
     TestDefaultLogging test;
     return QTest::qExec(&test, argc, argv);
 }
