@@ -65,6 +65,15 @@ LogPane::LogPane(QWidget* parent)
         logger->setAdditivity(false);
     }
     connect(sink, &LogSink::line_, this, &LogPane::append);
+    // Follows the newest line unless the operator has scrolled back to read. The range grows
+    // when the text is laid out, which may be after the line was appended.
+    QScrollBar* scroll = view->verticalScrollBar();
+    connect(scroll, &QScrollBar::valueChanged, this,
+            [this, scroll](int value) { following = value == scroll->maximum(); });
+    connect(scroll, &QScrollBar::rangeChanged, this, [this, scroll](int, int maximum) {
+        if (following)
+            scroll->setValue(maximum);
+    });
     connect(levelBox, &QComboBox::currentTextChanged, this, &LogPane::setLevel);
     levelBox->setCurrentText(QStringLiteral("info"));
     setLevel(QStringLiteral("info"));
@@ -102,12 +111,7 @@ QString LogPane::text() const
 
 void LogPane::append(const QString& line)
 {
-    // Follows the newest line unless the operator has scrolled back to read.
-    QScrollBar* bar = view->verticalScrollBar();
-    const bool following = bar->value() == bar->maximum();
     view->appendPlainText(line);
-    if (following)
-        bar->setValue(bar->maximum());
 }
 
 // Last in the namespace: the macro opens a nested namespace named log4cxx.

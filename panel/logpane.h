@@ -74,6 +74,7 @@ private:
     std::shared_ptr<SinkAppender> appender;
     QComboBox* levelBox;
     QPlainTextEdit* view;
+    bool following = true;
 };
 
 } // namespace panel
