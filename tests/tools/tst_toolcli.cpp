@@ -772,7 +772,7 @@ void TestToolCli::watchReportsFault()
 {
     // The fault appears once connecting has read the error status at the start of its unit
     // discovery: connecting passes, and the first check after it finds the fault. Answers
-    // come 50 ms late here, so the discovery's remaining thirty-odd answers leave over a second.
+    // come 25 ms late here, so the discovery's remaining thirty-odd answers leave most of a second.
     auto s = startSimulator("slow-answers.json");
     QVERIFY(s);
     QProcess p;
