@@ -36,6 +36,9 @@ foreach(header IN LISTS cpibcr_dev_headers)
 endforeach()
 install(TARGETS cpibcr_hostlib EXPORT cpibcrTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+# The example host, so that the package alone is enough to start from.
+install(FILES examples/poshost/CMakeLists.txt examples/poshost/main.cpp
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/cpibcr-dev/examples/poshost COMPONENT dev)
 
 # Where the runtime package puts the plug-in, relative to the prefix; the package
 # configuration hands it to hosts as cpibcr_PLUGIN.

@@ -35,7 +35,6 @@ mount --bind "$cpibcr_cache/apt-archives" "$root/var/cache/apt/archives"
 test_dir=/tmp/poshost-test
 mkdir -p "$root$test_dir"
 cp "$runtime_deb" "$dev_deb" "$source_dir/tests/examples/poshost_check.sh" "$root$test_dir/"
-cp -r "$source_dir/examples/poshost" "$root$test_dir/src"
 
 in_root() {
   chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
@@ -46,7 +45,8 @@ in_root apt-get update -q >"$root$test_dir/apt.log"
 in_root apt-get install -y -q --no-install-recommends \
   "$test_dir/$(basename "$runtime_deb")" "$test_dir/$(basename "$dev_deb")" \
   g++ cmake ninja-build >>"$root$test_dir/apt.log"
-in_root cmake -S "$test_dir/src" -B "$test_dir/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+# The example as the package installs it: nothing of the source tree is used.
+in_root cmake -S /usr/share/doc/cpibcr-dev/examples/poshost -B "$test_dir/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
 in_root cmake --build "$test_dir/build" >"$root$test_dir/build.log"
 in_root bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" /usr/bin/cpibcr-sim
