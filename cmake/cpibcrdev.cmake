@@ -36,9 +36,13 @@ foreach(header IN LISTS cpibcr_dev_headers)
 endforeach()
 install(TARGETS cpibcr_hostlib EXPORT cpibcrTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
-# The example host, so that the package alone is enough to start from.
+# The example host, so that the package alone is enough to start from; beside it the
+# licence and the changelog that every Debian package carries (made by packaging.cmake).
+set(cpibcr_dev_docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/cpibcr-dev)
 install(FILES examples/poshost/CMakeLists.txt examples/poshost/main.cpp
-  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/cpibcr-dev/examples/poshost COMPONENT dev)
+  DESTINATION ${cpibcr_dev_docdir}/examples/poshost COMPONENT dev)
+install(FILES packaging/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
+  DESTINATION ${cpibcr_dev_docdir} COMPONENT dev)
 
 # Where the runtime package puts the plug-in, relative to the prefix; the package
 # configuration hands it to hosts as cpibcr_PLUGIN.
