@@ -474,7 +474,7 @@ void MainWindow::connectDevice()
     const int index = portBox->findText(portBox->currentText());
     connection.port = index >= 0 ? portBox->itemData(index).toString() : portBox->currentText().trimmed();
     connectedNow = false;
-    units.clear();
+    onUnits({});
     deviceLabel->setText(QStringLiteral("connecting..."));
     showMessage(QString(), false);
     const Connection target = connection;

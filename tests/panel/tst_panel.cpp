@@ -5,6 +5,7 @@
 #include "sim/config.h"
 #include "sim/device.h"
 #include "sim/simulator.h"
+#include "tools/serialports.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -16,6 +17,7 @@
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTableWidget>
+#include <QTimer>
 #include <QtTest>
 
 #include <memory>
@@ -67,6 +69,7 @@ private slots:
     void faultFromTheBackgroundCheckInTheBanner();
     void faultFromAStateCheckInTheBanner();
     void logPaneShowsTheDriversLinesAtTheChosenLevel();
+    void choosesThePortAndReportsAFailedConnection();
     void rendersTheWindow();
 
 private:
@@ -226,6 +229,16 @@ void TestPanel::paysChangeAndHopperBarsDrop()
     QTRY_VERIFY_WITH_TIMEOUT(child<QProgressBar>("busyBar")->isVisible(), operationMs);
     QCOMPARE(child<QLabel>("busyLabel")->text(), QStringLiteral("Paying change..."));
     QVERIFY(!child<QPushButton>("changePayButton")->isEnabled());
+    int ticks = 0;
+    QTimer ticker;
+    connect(&ticker, &QTimer::timeout, [&] { ++ticks; });
+    ticker.start(10);
+    // The payout of three coins lasts longer than a second; the window's own thread keeps
+    // handling its events all the while.
+    QTRY_VERIFY_WITH_TIMEOUT(ticks >= 3, operationMs);
+    QVERIFY(window->isBusy());
+    QVERIFY(child<QProgressBar>("busyBar")->isVisible());
+    ticker.stop();
     QTRY_COMPARE_WITH_TIMEOUT(child<QLabel>("changeResultLabel")->text(),
                               QStringLiteral("paid 13.00 of 13.00 (minimum): 1.00 x 1, 2.00 x 1, 10.00 x 1"),
                               operationMs);
@@ -458,6 +471,34 @@ void TestPanel::logPaneShowsTheDriversLinesAtTheChosenLevel()
     click("changePayButton");
     QTRY_VERIFY_WITH_TIMEOUT(log->text().contains(QStringLiteral(" ERROR cpibcr - Невозможно выдать сумму")),
                              operationMs);
+}
+
+void TestPanel::choosesThePortAndReportsAFailedConnection()
+{
+    QComboBox* ports = child<QComboBox>("portBox");
+    const QList<tool::SerialPortEntry> machine = tool::availableSerialPorts();
+    QCOMPARE(ports->count(), 1 + machine.size());
+    QCOMPARE(ports->itemText(0), QStringLiteral("built-in simulator"));
+    for (int i = 0; i < machine.size(); ++i)
+        QCOMPARE(ports->itemData(i + 1).toString(), machine.at(i).location);
+
+    ports->setEditText(QStringLiteral("/dev/cpibcr-panel-test-none"));
+    click("connectButton");
+    QTRY_VERIFY_WITH_TIMEOUT(
+        child<QLabel>("messageLabel")
+            ->text()
+            .startsWith(QStringLiteral("connect: cannot open /dev/cpibcr-panel-test-none")),
+        operationMs);
+    QCOMPARE(child<QLabel>("deviceLabel")->text(), QStringLiteral("not connected"));
+    QVERIFY(!child<QPushButton>("changePayButton")->isEnabled());
+    QVERIFY(!window->isConnected());
+
+    // Back to the simulator: a fresh recycler.
+    ports->setCurrentIndex(0);
+    click("connectButton");
+    QTRY_VERIFY_WITH_TIMEOUT(idle() && child<QTableWidget>("unitsTable")->rowCount() == 5, connectMs);
+    QCOMPARE(unitCell(1, 3), QStringLiteral("250"));
+    QVERIFY(child<QPushButton>("changePayButton")->isEnabled());
 }
 
 void TestPanel::rendersTheWindow()
