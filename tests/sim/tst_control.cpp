@@ -1,5 +1,6 @@
 #include "control.h"
 #include "simulator.h"
+#include "support/ptyrig.h"
 
 #include <QElapsedTimer>
 #include <QtTest>
@@ -23,46 +24,6 @@ QByteArray ask(sim::Simulator& s, const char* hexFrame)
     QByteArray answer;
     s.withDevice([&](sim::Device& d) { answer = d.handleFrame(QByteArray::fromHex(hexFrame)); });
     return answer.toHex(' ').toUpper();
-}
-
-// Reads until `n` bytes came; the time-out only ends a hung test.
-QByteArray readBytes(int fd, int n, int timeoutMs = 60000)
-{
-    QByteArray got;
-    QElapsedTimer timer;
-    timer.start();
-    while (got.size() < n && timer.elapsed() < timeoutMs) {
-        pollfd p{fd, POLLIN, 0};
-        if (::poll(&p, 1, int(timeoutMs - timer.elapsed())) <= 0)
-            continue;
-        char buf[256];
-        const ssize_t r = ::read(fd, buf, size_t(std::min<int>(int(sizeof buf), n - got.size())));
-        if (r <= 0)
-            break;
-        got.append(buf, int(r));
-    }
-    return got;
-}
-
-// Polls the device until its answer is the last thing on the line.
-bool pollUntilAnswered(int fd, int timeoutMs = 60000)
-{
-    const QByteArray poll = QByteArray::fromHex("37 00 01 FE CA");
-    const QByteArray ack = QByteArray::fromHex("01 00 37 00 C8");
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < timeoutMs) {
-        if (::write(fd, poll.constData(), size_t(poll.size())) != poll.size())
-            return false;
-        QByteArray got;
-        QElapsedTimer attempt;
-        attempt.start();
-        while (!got.endsWith(ack) && attempt.elapsed() < 200)
-            got += readBytes(fd, 1, 200);
-        if (got.endsWith(ack))
-            return true;
-    }
-    return false;
 }
 
 } // namespace
@@ -185,12 +146,10 @@ void TestControl::lineCommands()
         QCOMPARE(c.execute(line), QStringLiteral("ok"));
     if (line == QLatin1String("clear line"))
         c.execute(QStringLiteral("echo on"));
-    const int fd = ::open(s.portPath().toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    QVERIFY(fd >= 0);
-    const QByteArray poll = QByteArray::fromHex("37 00 01 FE CA");
-    QCOMPARE(::write(fd, poll.constData(), size_t(poll.size())), ssize_t(poll.size()));
-    QCOMPARE(readBytes(fd, (onTheLine.size() + 1) / 3).toHex(' ').toUpper(), onTheLine);
-    ::close(fd);
+    testsupport::RawPort port(s.portPath());
+    QVERIFY(port.isOpen());
+    QVERIFY(port.send("37 00 01 FE CA"));
+    QCOMPARE(port.read((onTheLine.size() + 1) / 3).toHex(' ').toUpper(), onTheLine);
 }
 
 void TestControl::babble()
@@ -198,17 +157,15 @@ void TestControl::babble()
     sim::Simulator s(fastConfig());
     QVERIFY(s.openPty());
     sim::ControlChannel c(s);
-    const int fd = ::open(s.portPath().toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    QVERIFY(fd >= 0);
+    testsupport::RawPort port(s.portPath());
+    QVERIFY(port.isOpen());
     QCOMPARE(c.execute(QStringLiteral("babble on")), QStringLiteral("ok"));
-    QVERIFY(!readBytes(fd, 1).isEmpty());
+    QVERIFY(!port.read(1).isEmpty());
     QCOMPARE(c.execute(QStringLiteral("babble off")), QStringLiteral("ok"));
     // Noise put on the line before the stop comes ahead of the answer; after it, none.
-    QVERIFY(pollUntilAnswered(fd));
-    const QByteArray poll = QByteArray::fromHex("37 00 01 FE CA");
-    QCOMPARE(::write(fd, poll.constData(), size_t(poll.size())), ssize_t(poll.size()));
-    QCOMPARE(readBytes(fd, 10).toHex(' ').toUpper(), QByteArray("37 00 01 FE CA 01 00 37 00 C8"));
-    ::close(fd);
+    QVERIFY(port.pollUntilAnswered());
+    QVERIFY(port.send("37 00 01 FE CA"));
+    QCOMPARE(port.read(10).toHex(' ').toUpper(), QByteArray("37 00 01 FE CA 01 00 37 00 C8"));
 }
 
 void TestControl::observation()

@@ -1,4 +1,5 @@
 #include "config.h"
+#include "support/ptyrig.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -21,41 +22,11 @@ QByteArray hex(const QByteArray& b)
     return b.toHex(' ').toUpper();
 }
 
-QByteArray readFd(int fd, int n, int timeoutMs)
+QByteArray transfer(testsupport::RawPort& port, const char* hexFrame, int expect)
 {
-    QByteArray got;
-    QElapsedTimer timer;
-    timer.start();
-    while (got.size() < n && timer.elapsed() < timeoutMs) {
-        pollfd p{fd, POLLIN, 0};
-        if (::poll(&p, 1, int(timeoutMs - timer.elapsed())) <= 0)
-            break;
-        char buf[512];
-        const ssize_t r = ::read(fd, buf, sizeof buf);
-        if (r <= 0)
-            break;
-        got.append(buf, int(r));
-    }
-    return got;
-}
-
-int openTty(const QString& path)
-{
-    const int fd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    termios t{};
-    if (fd >= 0 && tcgetattr(fd, &t) == 0) {
-        cfmakeraw(&t);
-        tcsetattr(fd, TCSANOW, &t);
-    }
-    return fd;
-}
-
-QByteArray transfer(int fd, const char* hexFrame, int expect)
-{
-    const QByteArray out = QByteArray::fromHex(hexFrame);
-    if (::write(fd, out.constData(), size_t(out.size())) != out.size())
+    if (!port.send(hexFrame))
         return QByteArray();
-    return hex(readFd(fd, expect, 60000));
+    return hex(port.read(expect));
 }
 
 // Reads the simulator's standard output up to a line that starts with prefix.
@@ -124,8 +95,8 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     QVERIFY(!lineStartingWith(p, QStringLiteral("control: ")).isEmpty());
     QCOMPARE(QFileInfo(link).symLinkTarget(), portLine.mid(6));
 
-    const int tty = openTty(link);
-    QVERIFY(tty >= 0);
+    testsupport::RawPort tty(link);
+    QVERIFY(tty.isOpen());
     QCOMPARE(transfer(tty, "37 00 01 FE CA", 10), QByteArray("37 00 01 FE CA 01 00 37 00 C8"));
 
     QCOMPARE(command(p, QStringLiteral("nak"), QStringLiteral("ok")), QStringLiteral("ok"));
@@ -141,7 +112,7 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     QCOMPARE(::connect(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
     const QByteArray coins = "coin 1 2\n";
     QCOMPARE(::write(sock, coins.constData(), size_t(coins.size())), ssize_t(coins.size()));
-    QCOMPARE(readFd(sock, 3, 60000), QByteArray("ok\n"));
+    QCOMPARE(testsupport::readBytes(sock, 3), QByteArray("ok\n"));
     // The coins land after their flight through the acceptor.
     const QByteArray counter = "counter 70 1\n";
     QByteArray landed;
@@ -149,7 +120,7 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     flight.start();
     while (landed != "2\n" && flight.elapsed() < 60000) {
         QCOMPARE(::write(sock, counter.constData(), size_t(counter.size())), ssize_t(counter.size()));
-        landed = readFd(sock, 2, 60000);
+        landed = testsupport::readBytes(sock, 2);
     }
     QCOMPARE(landed, QByteArray("2\n"));
     ::close(sock);
@@ -163,7 +134,6 @@ void TestExecutable::servesAPseudoTerminalWithControls()
     QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.exitCode(), 0);
-    ::close(tty);
     QVERIFY(!QFileInfo::exists(link));
     QVERIFY(!QFileInfo::exists(socketPath));
 }

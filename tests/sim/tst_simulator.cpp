@@ -1,4 +1,5 @@
 #include "simulator.h"
+#include "support/ptyrig.h"
 
 #include <QElapsedTimer>
 #include <QtTest>
@@ -17,88 +18,7 @@ QByteArray hex(const QByteArray& b)
 }
 
 // The host side of the line, with nothing but termios, read and write.
-class Port
-{
-public:
-    explicit Port(int fd) : fd_(fd) {}
-    explicit Port(const QString& path)
-        : fd_(::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
-    {
-        termios t{};
-        if (fd_ >= 0 && tcgetattr(fd_, &t) == 0) {
-            cfmakeraw(&t);
-            cfsetspeed(&t, B115200);
-            tcsetattr(fd_, TCSANOW, &t);
-        }
-    }
-    ~Port()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    bool isOpen() const { return fd_ >= 0; }
-
-    void send(const char* hexBytes) { send(QByteArray::fromHex(hexBytes)); }
-    void send(const QByteArray& b)
-    {
-        const ssize_t n = ::write(fd_, b.constData(), size_t(b.size()));
-        QCOMPARE(n, ssize_t(b.size()));
-    }
-    ssize_t tryWrite(const QByteArray& b) { return ::write(fd_, b.constData(), size_t(b.size())); }
-    // Reads until n bytes have arrived; the time-out only ends a hung test.
-    QByteArray read(int n, int timeoutMs = 60000)
-    {
-        QByteArray got;
-        QElapsedTimer timer;
-        timer.start();
-        while (got.size() < n) {
-            const qint64 left = timeoutMs - timer.elapsed();
-            if (left <= 0)
-                break;
-            pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, int(left)) <= 0)
-                break;
-            char buf[512];
-            const ssize_t r = ::read(fd_, buf, sizeof buf);
-            if (r <= 0)
-                break;
-            got.append(buf, int(r));
-        }
-        return got;
-    }
-    // Reads until the bytes read end with `tail`; the time-out only ends a hung test.
-    QByteArray readUntil(const QByteArray& tail, int timeoutMs = 60000)
-    {
-        QByteArray got;
-        QElapsedTimer timer;
-        timer.start();
-        while (!got.endsWith(tail) && timer.elapsed() < timeoutMs)
-            got += read(1, int(timeoutMs - timer.elapsed()));
-        return got;
-    }
-    // Polls the device until an answer comes: a partial frame left on the line by
-    // earlier bytes is given up by the device after its inter-byte time-out.
-    bool pollUntilAnswered(int timeoutMs = 60000)
-    {
-        const QByteArray ack = QByteArray::fromHex("01003700C8");
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < timeoutMs) {
-            send("37 00 01 FE CA");
-            QByteArray got;
-            QElapsedTimer attempt;
-            attempt.start();
-            while (!got.endsWith(ack) && attempt.elapsed() < 200)
-                got += read(1, 200);
-            if (got.endsWith(ack))
-                return true;
-        }
-        return false;
-    }
-
-private:
-    int fd_;
-};
+using Port = testsupport::RawPort;
 
 sim::Config fastConfig()
 {
@@ -148,7 +68,7 @@ void TestSimulator::simplePollOverPseudoTerminal()
     QVERIFY(s.portPath().startsWith(QStringLiteral("/dev/pts/")));
     Port port(s.portPath());
     QVERIFY(port.isOpen());
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
     QCOMPARE(s.countHeader(254), 1);
     const QList<sim::Transaction> log = s.transactions();
@@ -165,10 +85,10 @@ void TestSimulator::echoOff()
     sim::Simulator s(c);
     QVERIFY(s.openPty());
     Port port(s.portPath());
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(5)), QByteArray("01 00 37 00 C8"));
     s.setEcho(true);
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -185,7 +105,7 @@ void TestSimulator::droppedAnswerStillReachedTheDeviceOnce()
     // The coin leaves the hopper after its payout time.
     QTRY_COMPARE_WITH_TIMEOUT(s.hopperCount(4), 399, 60000);
     QCOMPARE(s.auditCounter(80, 4), 1u);
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
     QCOMPARE(s.countHeader(85), 1);
     s.clearTransactions();
@@ -200,12 +120,12 @@ void TestSimulator::busyAnswersDoNotCarryTheCommandOut()
     Port port(s.portPath());
     s.answerBusy(2);
     const char* setCashbox = "37 04 01 76 40 E2 01 00 2B";
-    port.send(setCashbox);
+    QVERIFY(port.send(setCashbox));
     QCOMPARE(hex(port.read(14)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 06 C2"));
-    port.send(setCashbox);
+    QVERIFY(port.send(setCashbox));
     QCOMPARE(hex(port.read(14)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 06 C2"));
     QCOMPARE(s.cashbox(), 0u);
-    port.send(setCashbox);
+    QVERIFY(port.send(setCashbox));
     QCOMPARE(hex(port.read(14)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 00 C8"));
     QCOMPARE(s.cashbox(), 123456u);
     QCOMPARE(s.countHeader(118), 3);
@@ -217,10 +137,10 @@ void TestSimulator::nakNext()
     QVERIFY(s.openPty());
     Port port(s.portPath());
     s.nakNext();
-    port.send("37 04 01 76 40 E2 01 00 2B");
+    QVERIFY(port.send("37 04 01 76 40 E2 01 00 2B"));
     QCOMPARE(hex(port.read(14)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 05 C3"));
     QCOMPARE(s.cashbox(), 0u);
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -230,9 +150,9 @@ void TestSimulator::corruptedChecksum()
     QVERIFY(s.openPty());
     Port port(s.portPath());
     s.corruptChecksumNext();
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), QByteArray("37 00 01 FE CA 01 00 37 00 92"));
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -242,9 +162,9 @@ void TestSimulator::garbageBeforeAnswer()
     QVERIFY(s.openPty());
     Port port(s.portPath());
     s.garbageBeforeNext(QByteArray::fromHex("AA BB 01"));
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(13)), QByteArray("37 00 01 FE CA AA BB 01 01 00 37 00 C8"));
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -274,7 +194,7 @@ void TestSimulator::babble()
     s.setBabble(false);
     // Noise put on the line before the stop comes ahead of the answer.
     QVERIFY(port.pollUntilAnswered());
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -284,12 +204,12 @@ void TestSimulator::silentDevice()
     QVERIFY(s.openPty());
     Port port(s.portPath());
     s.setSilent(true);
-    port.send("37 04 01 76 40 E2 01 00 2B");
+    QVERIFY(port.send("37 04 01 76 40 E2 01 00 2B"));
     QCOMPARE(hex(port.read(9)), QByteArray("37 04 01 76 40 E2 01 00 2B"));
     QCOMPARE(s.cashbox(), 0u);
     QCOMPARE(s.countHeader(118), 1);
     s.setSilent(false);
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -316,14 +236,14 @@ void TestSimulator::coinsInsertedFromTheApi()
     sim::Simulator s(fastConfig());
     QVERIFY(s.openPty());
     Port port(s.portPath());
-    port.send("37 02 01 E7 05 00 DA");
+    QVERIFY(port.send("37 02 01 E7 05 00 DA"));
     QCOMPARE(hex(port.read(12)), QByteArray("37 02 01 E7 05 00 DA 01 00 37 00 C8"));
     QCOMPARE(s.inhibitMask(), quint16(5));
     s.insertCoin(1);
     s.insertCoin(3);
     s.insertCoin(2);
     QTRY_COMPARE_WITH_TIMEOUT(s.valueAccepted(), quint64(600), 60000);
-    port.send("37 00 01 52 76");
+    QVERIFY(port.send("37 00 01 52 76"));
     QCOMPARE(
         hex(port.read(42)),
         QByteArray(
@@ -344,12 +264,12 @@ void TestSimulator::randomBytesOnTheLine()
         QByteArray noise;
         for (int i = 0; i < 100; ++i)
             noise.append(char(byte(rng)));
-        port.send(noise);
+        QVERIFY(port.send(noise));
         QVERIFY(port.read(noise.size()).size() >= noise.size());
     }
     QVERIFY(port.pollUntilAnswered());
     QVERIFY(s.isRunning());
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -358,11 +278,11 @@ void TestSimulator::framesForOtherAddressesAreEchoedOnly()
     sim::Simulator s(fastConfig());
     QVERIFY(s.openPty());
     Port port(s.portPath());
-    port.send("28 00 01 FE D9");
+    QVERIFY(port.send("28 00 01 FE D9"));
     QCOMPARE(hex(port.read(5)), QByteArray("28 00 01 FE D9"));
     QCOMPARE(s.transactions().size(), 0);
     // Nothing else came: the next bytes are the echo and answer of a poll.
-    port.send("37 00 01 FE CA");
+    QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
 
@@ -380,7 +300,7 @@ void TestSimulator::servesAnExistingDevice()
     QVERIFY2(s.openDevice(path, &error), qPrintable(error));
     QCOMPARE(s.portPath(), path);
     Port host(master);
-    host.send("37 00 01 FE CA");
+    QVERIFY(host.send("37 00 01 FE CA"));
     QCOMPARE(hex(host.read(10)), POLL_ECHO_ACK);
     s.stop();
     ::close(slave);

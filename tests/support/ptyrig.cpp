@@ -3,6 +3,9 @@
 #include <QElapsedTimer>
 #include <QThread>
 
+#include <algorithm>
+
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
@@ -48,19 +51,7 @@ PtyPair::~PtyPair()
 
 QByteArray PtyPair::readMaster(int expected, int timeoutMs)
 {
-    QByteArray out;
-    QElapsedTimer clock;
-    clock.start();
-    while (out.size() < expected && clock.elapsed() < timeoutMs) {
-        pollfd p{master, POLLIN, 0};
-        if (::poll(&p, 1, int(timeoutMs - clock.elapsed())) <= 0)
-            continue;
-        char buf[256];
-        const ssize_t n = ::read(master, buf, sizeof buf);
-        if (n > 0)
-            out.append(buf, int(n));
-    }
-    return out;
+    return readBytes(master, expected, timeoutMs);
 }
 
 bool PtyPair::waitUntilSlaveHolds(int bytes, int timeoutMs)
@@ -75,6 +66,80 @@ bool PtyPair::waitUntilSlaveHolds(int bytes, int timeoutMs)
             return false;
         QThread::msleep(1);
     }
+}
+
+RawPort::RawPort(const QString& path)
+    : descriptor(::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+{
+    termios t{};
+    if (descriptor >= 0 && tcgetattr(descriptor, &t) == 0) {
+        cfmakeraw(&t);
+        cfsetspeed(&t, B115200);
+        tcsetattr(descriptor, TCSANOW, &t);
+    }
+}
+
+RawPort::~RawPort()
+{
+    if (descriptor >= 0)
+        ::close(descriptor);
+}
+
+bool RawPort::send(const QByteArray& bytes)
+{
+    return tryWrite(bytes) == ssize_t(bytes.size());
+}
+
+ssize_t RawPort::tryWrite(const QByteArray& bytes)
+{
+    return ::write(descriptor, bytes.constData(), size_t(bytes.size()));
+}
+
+QByteArray RawPort::read(int n, int timeoutMs)
+{
+    return readBytes(descriptor, n, timeoutMs);
+}
+
+QByteArray RawPort::readUntil(const QByteArray& tail, int timeoutMs)
+{
+    QByteArray got;
+    QElapsedTimer clock;
+    clock.start();
+    while (!got.endsWith(tail) && clock.elapsed() < timeoutMs)
+        got += read(1, int(timeoutMs - clock.elapsed()));
+    return got;
+}
+
+bool RawPort::pollUntilAnswered(int timeoutMs)
+{
+    const QByteArray ack = QByteArray::fromHex("01003700C8");
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < timeoutMs) {
+        if (!send("37 00 01 FE CA"))
+            return false;
+        if (readUntil(ack, 200).endsWith(ack))
+            return true;
+    }
+    return false;
+}
+
+QByteArray readBytes(int fd, int n, int timeoutMs)
+{
+    QByteArray got;
+    QElapsedTimer clock;
+    clock.start();
+    while (got.size() < n && clock.elapsed() < timeoutMs) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, int(timeoutMs - clock.elapsed())) <= 0)
+            continue;
+        char buf[512];
+        const ssize_t r = ::read(fd, buf, size_t(std::min<int>(int(sizeof buf), n - got.size())));
+        if (r <= 0)
+            break;
+        got.append(buf, int(r));
+    }
+    return got;
 }
 
 } // namespace testsupport

@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <sys/types.h>
+
 namespace testsupport {
 
 // The simulator served on a pseudo-terminal by its own I/O thread, and the host's serial
@@ -46,5 +48,40 @@ struct PtyPair
     int slave = -1;
     QString path;
 };
+
+// The host side of a line with nothing but termios, read and write: for the tests of
+// the simulator's own server, which must not go through the driver's serial port.
+class RawPort
+{
+public:
+    // Takes over an open descriptor.
+    explicit RawPort(int fd) : descriptor(fd) {}
+    // Opens a terminal raw at 115200 baud, without blocking.
+    explicit RawPort(const QString& path);
+    ~RawPort();
+    RawPort(const RawPort&) = delete;
+    RawPort& operator=(const RawPort&) = delete;
+
+    bool isOpen() const { return descriptor >= 0; }
+    int fd() const { return descriptor; }
+
+    // True when every byte was written.
+    bool send(const QByteArray& bytes);
+    bool send(const char* hexBytes) { return send(QByteArray::fromHex(hexBytes)); }
+    ssize_t tryWrite(const QByteArray& bytes);
+    // Reads until n bytes came; the time-out only ends a hung test.
+    QByteArray read(int n, int timeoutMs = 60000);
+    // Reads until the bytes read end with `tail`; the time-out only ends a hung test.
+    QByteArray readUntil(const QByteArray& tail, int timeoutMs = 60000);
+    // Polls the device at 55 until its answer comes: a partial frame that earlier bytes
+    // left on the line is given up by the device after its inter-byte time-out.
+    bool pollUntilAnswered(int timeoutMs = 60000);
+
+private:
+    int descriptor;
+};
+
+// Reads from any descriptor until n bytes came or the time-out ran out.
+QByteArray readBytes(int fd, int n, int timeoutMs = 60000);
 
 } // namespace testsupport
