@@ -8,7 +8,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config file
   qtbase5-dev qtbase5-dev-tools libqt5serialport5-dev
   liblog4cxx-dev
 )
@@ -17,7 +17,7 @@ case "${1:-}" in
   "") ;;
   --dev)
     packages+=(
-      git ccache file dpkg-dev fakeroot lintian
+      git ccache dpkg-dev fakeroot lintian
       libbenchmark-dev
       clang-14 libclang-rt-14-dev llvm-14
       clang-format-14

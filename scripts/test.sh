@@ -1,31 +1,50 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds warning-free and runs every test: the normal
-# build, the same suite under AddressSanitizer and UndefinedBehaviorSanitizer
-# (leaks included), and each fuzz target for a bounded time.
+# Installs what is missing, builds warning-free and runs every test: the normal build, the
+# same suite under AddressSanitizer and UndefinedBehaviorSanitizer (leaks included), each
+# fuzz target for a bounded time, the Debian package installed into a fresh Debian 12 root,
+# and the whole suite and the package again on 32-bit x86 (scripts/i386.sh).
+#
+# Compilations go through ccache, so a later run, also in a fresh clone on the same machine,
+# rebuilds quickly. CPIBCR_FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh --dev
 
 jobs=$(nproc)
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD
+started=$SECONDS
+step() {
+  echo "== $* (at $((SECONDS - started)) s)"
+}
 
-echo "== build"
+step "build"
 cmake -S . -B build -G Ninja -DCPIBCR_WERROR=ON -DBUILD_TESTING=ON -DCPIBCR_BENCH=ON
 cmake --build build -j"$jobs"
 
-echo "== sanitizer build"
+step "tests"
+ctest --test-dir build --output-on-failure -j"$jobs"
+
+step "sanitizer build"
 cmake -S . -B build-asan -G Ninja -DCPIBCR_WERROR=ON -DCPIBCR_SANITIZE=ON -DBUILD_TESTING=ON -DCPIBCR_BENCH=OFF
 cmake --build build-asan -j"$jobs"
 
-echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
+step "tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 ASAN_OPTIONS="detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1" \
 UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1" \
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
 if [ -f scripts/fuzz.sh ]; then
-  echo "== fuzzing"
-  bash scripts/fuzz.sh "${CPIBCR_FUZZ_SECONDS:-60}"
+  step "fuzzing"
+  bash scripts/fuzz.sh "${CPIBCR_FUZZ_SECONDS:-30}"
 fi
 
-echo "== tests"
-ctest --test-dir build --output-on-failure -j"$jobs"
+step "Debian package (amd64)"
+rm -f build/cpibcr_*.deb
+cmake --build build --target package
+bash scripts/packagetest.sh build/cpibcr_*_"$(dpkg --print-architecture)".deb
+
+step "i386"
+bash scripts/i386.sh
+
+step "all passed"

@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# Installs a built package into a fresh Debian 12 root of its architecture, as a machine
+# without the project would: dpkg -i, then apt-get -f install for the dependencies. Runs the
+# installed tool against its built-in simulator and checks that lintian finds no error.
+#   packagetest.sh DEB
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/debroot.sh
+
+deb=$(readlink -f "$1")
+arch=$(dpkg-deb -f "$deb" Architecture)
+name=$(basename "$deb")
+[ "$(id -u)" -eq 0 ] || { echo "packagetest.sh needs root (debootstrap, chroot, mounts)" >&2; exit 1; }
+[ "$arch" = "$(dpkg --print-architecture)" ] || [ "$arch" != i386 ] || enable_i386
+
+root=$cpibcr_cache/$arch-pkgtest
+archives=$cpibcr_cache/$arch-archives
+fresh_root "$arch" "$root"
+trap 'unmount_root "$root"' EXIT
+mount_root "$root"
+# Downloaded packages are kept between runs; the root itself is thrown away.
+mkdir -p "$archives/partial"
+bind_into_root "$root" "$archives"
+mount --bind "$archives" "$root/var/cache/apt/archives"
+
+fail() {
+  echo "package test ($arch): $*" >&2
+  exit 1
+}
+
+cp "$deb" "$root/tmp/$name"
+echo "== dpkg -i $name"
+in_root "$root" dpkg -i "/tmp/$name" || true
+echo "== apt-get -f install"
+in_root "$root" apt-get -f install -y --no-install-recommends
+in_root "$root" dpkg-query -W -f='${Status}\n' cpibcr | grep -qx 'install ok installed' ||
+  fail "cpibcr is not installed"
+
+version=$(dpkg-deb -f "$deb" Version)
+[ "$(in_root "$root" cpibcr --version)" = "cpibcr $version" ] || fail "cpibcr --version"
+[ "$(in_root "$root" cpibcr-sim --version)" = "cpibcr-sim $version" ] || fail "cpibcr-sim --version"
+[ -f "$root/usr/share/man/man1/cpibcr.1.gz" ] && [ -f "$root/usr/share/man/man1/cpibcr-sim.1.gz" ] ||
+  fail "manual pages missing"
+
+echo "== cpibcr status"
+status=$(in_root "$root" cpibcr status) || fail "cpibcr status failed"
+echo "$status"
+grep -q '^state *ok$' <<<"$status" || fail "cpibcr status: state is not ok"
+grep -q '(built-in simulator)' <<<"$status" || fail "cpibcr status: not the built-in simulator"
+
+echo "== cpibcr --json units"
+units=$(in_root "$root" cpibcr --json units) || fail "cpibcr --json units failed"
+python3 -c '
+import json, sys
+doc = json.loads(sys.argv[1])
+units = doc["units"]
+assert doc["command"] == "units", doc
+assert len(units) > 0, "no units"
+print(len(units), "units:", ", ".join(u["name"] for u in units))
+' "$units" || fail "cpibcr --json units: unexpected document"
+
+echo "== lintian"
+lintian --fail-on error "$deb" || fail "lintian reports errors"
+echo "package test ($arch): passed"
