@@ -3,6 +3,7 @@
 #include "host/serialport.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
+#include "support/ptyrig.h"
 #include "testdevice.h"
 
 #include <QtTest>
@@ -32,26 +33,9 @@ class PtyResponder
 public:
     using Script = std::function<QList<QByteArray>(const QByteArray& request)>;
 
-    PtyResponder()
-    {
-        char name[128] = {};
-        if (openpty(&master, &slave, name, nullptr, nullptr) != 0)
-            return;
-        termios t{};
-        tcgetattr(slave, &t);
-        cfmakeraw(&t);
-        tcsetattr(slave, TCSANOW, &t);
-        path = QString::fromLatin1(name);
-    }
+    PtyResponder() : path(pty.path), master(pty.master) {}
 
-    ~PtyResponder()
-    {
-        stop();
-        if (slave >= 0)
-            ::close(slave);
-        if (master >= 0)
-            ::close(master);
-    }
+    ~PtyResponder() { stop(); }
 
     void start(Script s, int gapMsecs = 2)
     {
@@ -74,7 +58,11 @@ public:
         return requests;
     }
 
-    QString path;
+private:
+    testsupport::PtyPair pty;
+
+public:
+    const QString path;
 
 private:
     void run()
@@ -116,8 +104,7 @@ private:
         }
     }
 
-    int master = -1;
-    int slave = -1;
+    const int master;
     int gap = 2;
     Script script;
     std::atomic<bool> running{false};
