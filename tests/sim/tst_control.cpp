@@ -11,13 +11,7 @@
 
 namespace {
 
-sim::Config fastConfig()
-{
-    sim::Config c = sim::Config::defaults();
-    c.coinAcceptMs = 2;
-    c.payoutMsPerCoin = 2;
-    return c;
-}
+using testsupport::fastConfig;
 
 QByteArray ask(sim::Simulator& s, const char* hexFrame)
 {

@@ -20,18 +20,7 @@ QByteArray hex(const QByteArray& b)
 // The host side of the line, with nothing but termios, read and write.
 using Port = testsupport::RawPort;
 
-sim::Config fastConfig()
-{
-    sim::Config c = sim::Config::defaults();
-    c.coinAcceptMs = 5;
-    c.coinAcceptFastMs = 3;
-    c.payoutMsPerCoin = 2;
-    c.resetInitMs = 20;
-    c.answerDelayMs = 0;
-    c.interByteTimeoutMs = 10;
-    c.babbleIntervalMs = 5;
-    return c;
-}
+using testsupport::fastConfig;
 
 const QByteArray POLL_ECHO_ACK = "37 00 01 FE CA 01 00 37 00 C8";
 

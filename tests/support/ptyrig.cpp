@@ -14,6 +14,19 @@
 
 namespace testsupport {
 
+sim::Config fastConfig()
+{
+    sim::Config c = sim::Config::defaults();
+    c.coinAcceptMs = 5;
+    c.coinAcceptFastMs = 3;
+    c.payoutMsPerCoin = 2;
+    c.resetInitMs = 20;
+    c.answerDelayMs = 0;
+    c.interByteTimeoutMs = 10;
+    c.babbleIntervalMs = 5;
+    return c;
+}
+
 PtyRig::PtyRig(const sim::Config& config, PortMode mode) : simulator(config)
 {
     QString why;

@@ -10,6 +10,10 @@
 
 namespace testsupport {
 
+// The default recycler with every delay of its own down to a few milliseconds, for the
+// tests that run it in real time on a pseudo-terminal.
+sim::Config fastConfig();
+
 // The simulator served on a pseudo-terminal by its own I/O thread, and the host's serial
 // port opened on it at 115200 8N1: the real line, for the few tests and benchmarks that
 // need real I/O. Everything else runs on SimLine. Without the port, another process or
