@@ -819,7 +819,7 @@ void MainWindow::onStateGood()
 void MainWindow::onFailed(const QString& what, const QString& message)
 {
     showMessage(QStringLiteral("%1: %2").arg(what, message), true);
-    if (what == QLatin1String("connect"))
+    if (!connectedNow)
         deviceLabel->setText(QStringLiteral("not connected"));
 }
 

@@ -70,6 +70,7 @@ private slots:
     void faultFromAStateCheckInTheBanner();
     void logPaneShowsTheDriversLinesAtTheChosenLevel();
     void choosesThePortAndReportsAFailedConnection();
+    void connectsToAPortAndShowsALinkFailure();
     void rendersTheWindow();
 
 private:
@@ -499,6 +500,35 @@ void TestPanel::choosesThePortAndReportsAFailedConnection()
     QTRY_VERIFY_WITH_TIMEOUT(idle() && child<QTableWidget>("unitsTable")->rowCount() == 5, connectMs);
     QCOMPARE(unitCell(1, 3), QStringLiteral("250"));
     QVERIFY(child<QPushButton>("changePayButton")->isEnabled());
+}
+
+void TestPanel::connectsToAPortAndShowsALinkFailure()
+{
+    // A recycler of its own on a pseudo-terminal, as a port given with --port.
+    sim::Simulator device;
+    QString why;
+    QVERIFY2(device.openPty(&why), qPrintable(why));
+    device.setSilent(true);
+    QComboBox* ports = child<QComboBox>("portBox");
+    ports->setEditText(device.portPath());
+    click("connectButton");
+    QTRY_COMPARE_WITH_TIMEOUT(child<QLabel>("messageLabel")->text(),
+                              QStringLiteral("Connecting to the device: Монетоприемник: Нет связи"), faultMs);
+    QCOMPARE(child<QLabel>("deviceLabel")->text(), QStringLiteral("not connected"));
+    QVERIFY(!window->isConnected());
+    QCOMPARE(child<QTableWidget>("unitsTable")->rowCount(), 0);
+
+    device.setSilent(false);
+    click("connectButton");
+    QTRY_VERIFY_WITH_TIMEOUT(idle() && child<QTableWidget>("unitsTable")->rowCount() == 5, connectMs);
+    QCOMPARE(child<QLabel>("deviceLabel")->text(),
+             QStringLiteral("Монетоприемник: Драйвер монетоприемника CPI BCR, ") + device.portPath());
+    QVERIFY(!window->simulator());
+    device.setHopperCount(2, 17);
+    click("refreshButton");
+    QTRY_COMPARE_WITH_TIMEOUT(unitCell(1, 3), QStringLiteral("17"), operationMs);
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), operationMs);
+    window.reset();
 }
 
 void TestPanel::rendersTheWindow()
