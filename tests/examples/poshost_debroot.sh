@@ -18,17 +18,12 @@ if [ -z "$runtime_deb" ] || [ -z "$dev_deb" ]; then
   exit 1
 fi
 
-pristine=$cpibcr_cache/amd64-pristine
-pristine_root amd64 "$pristine"
-
+arch=$(dpkg --print-architecture)
 root=$(mktemp -d /var/tmp/cpibcr-poshost.XXXXXX)
-cleanup() {
-  unmount_root "$root"
-  rm -rf --one-file-system "$root"
-}
-trap cleanup EXIT
-cp -a "$pristine/." "$root/"
+trap 'remove_root "$root"' EXIT
+fresh_root "$arch" "$root"
 mount_root "$root"
+# Downloaded packages are kept between runs; the root itself is thrown away.
 mkdir -p "$cpibcr_cache/apt-archives/partial"
 mount --bind "$cpibcr_cache/apt-archives" "$root/var/cache/apt/archives"
 
@@ -36,17 +31,13 @@ test_dir=/tmp/poshost-test
 mkdir -p "$root$test_dir"
 cp "$runtime_deb" "$dev_deb" "$source_dir/tests/examples/poshost_check.sh" "$root$test_dir/"
 
-in_root() {
-  chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
-    DEBIAN_FRONTEND=noninteractive "$@"
-}
-in_root apt-get update -q >"$root$test_dir/apt.log"
+update_root "$root" >"$root$test_dir/apt.log"
 # The packages' own dependencies come with them; the host's build needs a compiler and CMake.
-in_root apt-get install -y -q --no-install-recommends \
+in_root "$root" apt-get install -y -q --no-install-recommends \
   "$test_dir/$(basename "$runtime_deb")" "$test_dir/$(basename "$dev_deb")" \
   g++ cmake ninja-build >>"$root$test_dir/apt.log"
 # The example as the package installs it: nothing of the source tree is used.
-in_root cmake -S /usr/share/doc/cpibcr-dev/examples/poshost -B "$test_dir/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
-in_root cmake --build "$test_dir/build" >"$root$test_dir/build.log"
-in_root bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" /usr/bin/cpibcr-sim
+in_root "$root" cmake -S /usr/share/doc/cpibcr-dev/examples/poshost -B "$test_dir/build" -G Ninja \
+  -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
+in_root "$root" cmake --build "$test_dir/build" >"$root$test_dir/build.log"
+in_root "$root" bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" /usr/bin/cpibcr-sim
