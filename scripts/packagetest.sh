@@ -16,6 +16,8 @@ name=$(basename "$deb")
 root=$cpibcr_cache/$arch-pkgtest
 archives=$cpibcr_cache/$arch-archives
 fresh_root "$arch" "$root"
+# The root is thrown away after the run: dpkg need not sync each file to disk.
+echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/cpibcr-unsafe-io"
 trap 'unmount_root "$root"' EXIT
 mount_root "$root"
 # Downloaded packages are kept between runs; the root itself is thrown away.
