@@ -9,7 +9,7 @@ set(cpibcr_docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/cpibcr)
 
 install(FILES README.md DESTINATION ${cpibcr_docdir} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${cpibcr_docdir}/docs COMPONENT runtime
-  FILES_MATCHING PATTERN "*.md" PATTERN "man" EXCLUDE)
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "man" EXCLUDE)
 install(FILES config/log4cxx.properties.example packaging/99-cpibcr.rules
   DESTINATION ${cpibcr_docdir}/examples COMPONENT runtime)
 # Debian keeps the licence as the package's copyright file.
@@ -19,7 +19,8 @@ install(FILES packaging/copyright DESTINATION ${cpibcr_docdir} COMPONENT runtime
 find_program(CPIBCR_GZIP gzip REQUIRED)
 configure_file(packaging/changelog.in ${CMAKE_BINARY_DIR}/packaging/changelog @ONLY)
 set(cpibcr_compressed)
-foreach(source IN ITEMS docs/man/cpibcr.1 docs/man/cpibcr-sim.1 ${CMAKE_BINARY_DIR}/packaging/changelog)
+foreach(source IN ITEMS docs/man/cpibcr.1 docs/man/cpibcr-sim.1 docs/man/cpibcr-panel.1
+                       ${CMAKE_BINARY_DIR}/packaging/changelog)
   get_filename_component(name ${source} NAME)
   get_filename_component(absolute ${source} ABSOLUTE)
   set(output ${CMAKE_BINARY_DIR}/packaging/${name}.gz)
@@ -31,7 +32,7 @@ foreach(source IN ITEMS docs/man/cpibcr.1 docs/man/cpibcr-sim.1 ${CMAKE_BINARY_D
 endforeach()
 add_custom_target(cpibcr_compressed_docs ALL DEPENDS ${cpibcr_compressed})
 install(FILES ${CMAKE_BINARY_DIR}/packaging/cpibcr.1.gz ${CMAKE_BINARY_DIR}/packaging/cpibcr-sim.1.gz
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+  ${CMAKE_BINARY_DIR}/packaging/cpibcr-panel.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES ${CMAKE_BINARY_DIR}/packaging/changelog.gz DESTINATION ${cpibcr_docdir} COMPONENT runtime)
 
 set(CPACK_GENERATOR DEB)
