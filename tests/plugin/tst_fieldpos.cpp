@@ -18,17 +18,6 @@ namespace {
 // Generous: it only ends a hung test.
 const int hangMsecs = 60000;
 
-sim::Config quickRecycler()
-{
-    sim::Config config = sim::Config::defaults();
-    config.coinAcceptMs = 20;
-    config.coinAcceptFastMs = 10;
-    config.payoutMsPerCoin = 2;
-    config.resetInitMs = 10;
-    config.answerDelayMs = 0;
-    return config;
-}
-
 } // namespace
 
 class TestFieldPos : public QObject
@@ -59,7 +48,7 @@ private slots:
     void init()
     {
         RecordingChanger::clearResetRequest();
-        rig = new testsupport::PtyRig(quickRecycler());
+        rig = new testsupport::PtyRig(testsupport::fastConfig());
         QVERIFY2(rig->opened(), qPrintable(rig->error));
         driver = new TestDriver;
         // The driver's pauses are a second at a time; the quick recycler needs far less.
