@@ -1,6 +1,7 @@
 #include "simulator.h"
 
 #include "frame.h"
+#include "linefaults.h"
 
 #include <algorithm>
 #include <atomic>
@@ -134,10 +135,7 @@ struct Simulator::Private
     std::thread thread;
     std::atomic<bool> running{false};
 
-    int drop = 0, busy = 0, nak = 0, corrupt = 0, foreign = 0, badFrame = 0;
-    int dropHeader = -1; // the header whose answers drop applies to; -1 for any
-    QByteArray garbage;
-    int splitPieces = 0, splitPauseMs = 0;
+    LineFaults faults;
     bool babble = false, silent = false, pacing = false, echo = true;
     qint64 nextBabbleUs = -1;
     std::mt19937 rng{20240607};
@@ -170,64 +168,18 @@ void Simulator::Private::handleFrame(const QByteArray& f, qint64 now)
     if (frame::dest(f) != config.address)
         return;
     Transaction t{now / 1000, frame::header(f), f, QByteArray()};
-    QByteArray answer;
     if (silent) {
         log.append(t);
         return;
     }
-    if (busy > 0) {
-        --busy;
-        answer = frame::make(frame::source(f), config.address, frame::Busy);
-    } else if (nak > 0) {
-        --nak;
-        answer = frame::make(frame::source(f), config.address, frame::Nak);
-    } else {
-        answer = device.handleFrame(f);
-        if (drop > 0 && !answer.isEmpty() && (dropHeader < 0 || dropHeader == frame::header(f))) {
-            --drop;
-            answer.clear();
-        }
-    }
-    if (!answer.isEmpty()) {
-        if (corrupt > 0) {
-            --corrupt;
-            answer[answer.size() - 1] = char(answer.at(answer.size() - 1) ^ 0x5A);
-        }
-        qint64 due = now + qint64(config.answerDelayMs) * 1000;
-        if (foreign > 0 || badFrame > 0) {
-            QByteArray shifted = frame::data(answer);
-            for (char& c : shifted)
-                c = char(c + 1);
-            QByteArray decoy;
-            if (foreign > 0) {
-                --foreign;
-                decoy = frame::make(2, 3, frame::Ack, shifted);
-            } else {
-                --badFrame;
-                shifted.append(QByteArray(std::max(0, 130 - int(shifted.size())), '\0'));
-                decoy = frame::make(frame::dest(answer), config.address, frame::Ack, shifted);
-                decoy[decoy.size() - 1] = char(decoy.at(decoy.size() - 1) ^ 0x5A);
-            }
-            enqueue(due, decoy);
-            t.answer += decoy;
-        }
-        if (!garbage.isEmpty()) {
-            enqueue(due, garbage);
-            t.answer += garbage;
-            garbage.clear();
-        }
-        t.answer += answer;
-        if (splitPieces > 1) {
-            const int pieces = std::min(splitPieces, int(answer.size()));
-            const int size = (answer.size() + pieces - 1) / pieces;
-            for (int i = 0; i < answer.size(); i += size) {
-                enqueue(due, answer.mid(i, size));
-                due = lastDueUs + qint64(splitPauseMs) * 1000;
-            }
-            splitPieces = 0;
-        } else {
-            enqueue(due, answer);
-        }
+    const QList<LineFaults::Piece> pieces = faults.respond(
+        f, config.address, [this](const QByteArray& request) { return device.handleFrame(request); });
+    qint64 due = now + qint64(config.answerDelayMs) * 1000;
+    for (const LineFaults::Piece& piece : pieces) {
+        if (piece.pauseMs > 0)
+            due = lastDueUs + qint64(piece.pauseMs) * 1000;
+        enqueue(due, piece.bytes);
+        t.answer += piece.bytes;
     }
     log.append(t);
 }
@@ -452,36 +404,36 @@ void Simulator::clearFaults()
 void Simulator::dropAnswers(int n)
 {
     d->control([&] {
-        d->drop = std::max(0, n);
-        d->dropHeader = -1;
+        d->faults.drop = std::max(0, n);
+        d->faults.dropHeader = -1;
     });
 }
 void Simulator::answerBusy(int n)
 {
-    d->control([&] { d->busy = std::max(0, n); });
+    d->control([&] { d->faults.busy = std::max(0, n); });
 }
 void Simulator::nakNext(int n)
 {
-    d->control([&] { d->nak = std::max(0, n); });
+    d->control([&] { d->faults.nak = std::max(0, n); });
 }
 void Simulator::corruptChecksumNext(int n)
 {
-    d->control([&] { d->corrupt = std::max(0, n); });
+    d->control([&] { d->faults.corrupt = std::max(0, n); });
 }
 void Simulator::dropAnswersTo(quint8 header, int n)
 {
     d->control([&] {
-        d->drop = std::max(0, n);
-        d->dropHeader = header;
+        d->faults.drop = std::max(0, n);
+        d->faults.dropHeader = header;
     });
 }
 void Simulator::foreignFrameBeforeNext(int n)
 {
-    d->control([&] { d->foreign = std::max(0, n); });
+    d->control([&] { d->faults.foreign = std::max(0, n); });
 }
 void Simulator::badFrameBeforeNext(int n)
 {
-    d->control([&] { d->badFrame = std::max(0, n); });
+    d->control([&] { d->faults.badFrame = std::max(0, n); });
 }
 void Simulator::restartCoinCounters()
 {
@@ -489,13 +441,13 @@ void Simulator::restartCoinCounters()
 }
 void Simulator::garbageBeforeNext(const QByteArray& bytes)
 {
-    d->control([&] { d->garbage = bytes; });
+    d->control([&] { d->faults.garbage = bytes; });
 }
 void Simulator::splitNext(int pieces, int pauseMs)
 {
     d->control([&] {
-        d->splitPieces = std::max(0, pieces);
-        d->splitPauseMs = std::max(0, pauseMs);
+        d->faults.splitPieces = std::max(0, pieces);
+        d->faults.splitPauseMs = std::max(0, pauseMs);
     });
 }
 void Simulator::setBabble(bool on)
@@ -520,9 +472,7 @@ void Simulator::setEcho(bool on)
 void Simulator::clearLineFaults()
 {
     d->control([&] {
-        d->drop = d->busy = d->nak = d->corrupt = d->foreign = d->badFrame = d->splitPieces = 0;
-        d->dropHeader = -1;
-        d->garbage.clear();
+        d->faults.clear();
         d->babble = d->silent = d->pacing = false;
     });
 }

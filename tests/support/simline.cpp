@@ -114,8 +114,8 @@ void SimLine::attach(CcTalk::Device& bus)
 
 void SimLine::splitNext(int pieces, int pauseMs)
 {
-    splitPieces = pieces;
-    splitPauseMs = pauseMs;
+    faults.splitPieces = pieces;
+    faults.splitPauseMs = pauseMs;
 }
 
 void SimLine::setBabble(bool on)
@@ -127,9 +127,7 @@ void SimLine::setBabble(bool on)
 
 void SimLine::clearLineFaults()
 {
-    drop = busy = nak = corrupt = 0;
-    garbage.clear();
-    splitPieces = splitPauseMs = 0;
+    faults.clear();
     babble = silent = false;
     echo = config().echo;
 }
@@ -250,47 +248,18 @@ void SimLine::handleFrame(const QByteArray& f)
     if (requestHook)
         requestHook(f);
     sim::Transaction t{nowMs, sim::frame::header(f), f, QByteArray()};
-    QByteArray answer;
     if (silent) {
         log.append(t);
         return;
     }
-    if (busy > 0) {
-        --busy;
-        answer = sim::frame::make(sim::frame::source(f), address, sim::frame::Busy);
-    } else if (nak > 0) {
-        --nak;
-        answer = sim::frame::make(sim::frame::source(f), address, sim::frame::Nak);
-    } else {
-        answer = model.handleFrame(f);
-        if (drop > 0 && !answer.isEmpty()) {
-            --drop;
-            answer.clear();
-        }
-    }
-    if (!answer.isEmpty()) {
-        if (corrupt > 0) {
-            --corrupt;
-            answer[answer.size() - 1] = char(answer.at(answer.size() - 1) ^ 0x5A);
-        }
-        qint64 due = nowMs + config().answerDelayMs;
-        if (!garbage.isEmpty()) {
-            enqueue(due, garbage);
-            t.answer += garbage;
-            garbage.clear();
-        }
-        t.answer += answer;
-        if (splitPieces > 1) {
-            const int pieces = std::min(splitPieces, int(answer.size()));
-            const int size = (answer.size() + pieces - 1) / pieces;
-            for (int i = 0; i < answer.size(); i += size) {
-                enqueue(due, answer.mid(i, size));
-                due = out.back().due + splitPauseMs;
-            }
-            splitPieces = 0;
-        } else {
-            enqueue(due, answer);
-        }
+    const QList<sim::LineFaults::Piece> pieces =
+        faults.respond(f, address, [this](const QByteArray& request) { return model.handleFrame(request); });
+    qint64 due = nowMs + config().answerDelayMs;
+    for (const sim::LineFaults::Piece& piece : pieces) {
+        if (piece.pauseMs > 0)
+            due = out.back().due + piece.pauseMs;
+        enqueue(due, piece.bytes);
+        t.answer += piece.bytes;
     }
     log.append(t);
 }

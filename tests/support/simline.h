@@ -2,6 +2,7 @@
 
 #include "host/abstractserialdevice.h"
 #include "sim/device.h"
+#include "sim/linefaults.h"
 #include "sim/simulator.h"
 
 #include <QByteArray>
@@ -57,11 +58,22 @@ public:
     void setRequestHook(std::function<void(const QByteArray& frame)> hook) { requestHook = std::move(hook); }
 
     // Line faults, as sim::Simulator has them.
-    void dropAnswers(int n) { drop += n; }
-    void answerBusy(int n) { busy += n; }
-    void nakNext(int n = 1) { nak += n; }
-    void corruptChecksumNext(int n = 1) { corrupt += n; }
-    void garbageBeforeNext(const QByteArray& bytes) { garbage += bytes; }
+    void dropAnswers(int n)
+    {
+        faults.drop += n;
+        faults.dropHeader = -1;
+    }
+    void dropAnswersTo(quint8 header, int n)
+    {
+        faults.drop += n;
+        faults.dropHeader = header;
+    }
+    void answerBusy(int n) { faults.busy += n; }
+    void nakNext(int n = 1) { faults.nak += n; }
+    void corruptChecksumNext(int n = 1) { faults.corrupt += n; }
+    void foreignFrameBeforeNext(int n = 1) { faults.foreign += n; }
+    void badFrameBeforeNext(int n = 1) { faults.badFrame += n; }
+    void garbageBeforeNext(const QByteArray& bytes) { faults.garbage += bytes; }
     void splitNext(int pieces, int pauseMs);
     void setBabble(bool on);
     void setSilent(bool on) { silent = on; }
@@ -115,9 +127,7 @@ private:
     QList<sim::Transaction> log;
     std::function<void(const QByteArray&)> requestHook;
 
-    int drop = 0, busy = 0, nak = 0, corrupt = 0;
-    QByteArray garbage;
-    int splitPieces = 0, splitPauseMs = 0;
+    sim::LineFaults faults;
     bool babble = false, silent = false, echo = true;
     qint64 nextBabbleMs = -1;
     std::mt19937 rng{20240607};
