@@ -3,6 +3,8 @@
 #include "frame.h"
 #include "linefaults.h"
 
+#include <QMap>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -136,6 +138,7 @@ struct Simulator::Private
     std::atomic<bool> running{false};
 
     LineFaults faults;
+    QMap<quint8, std::function<void(Device&)>> triggers;
     bool babble = false, silent = false, pacing = false, echo = true;
     qint64 nextBabbleUs = -1;
     std::mt19937 rng{20240607};
@@ -168,6 +171,8 @@ void Simulator::Private::handleFrame(const QByteArray& f, qint64 now)
     if (frame::dest(f) != config.address)
         return;
     Transaction t{now / 1000, frame::header(f), f, QByteArray()};
+    if (triggers.contains(frame::header(f)))
+        triggers.take(frame::header(f))(device);
     if (silent) {
         log.append(t);
         return;
@@ -529,6 +534,11 @@ void Simulator::clearTransactions()
 {
     std::lock_guard<std::mutex> lock(d->m);
     d->log.clear();
+}
+
+void Simulator::whenRequested(quint8 header, const std::function<void(Device&)>& fn)
+{
+    d->control([&] { d->triggers.insert(header, fn); });
 }
 
 void Simulator::withDevice(const std::function<void(Device&)>& fn)

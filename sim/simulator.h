@@ -84,6 +84,10 @@ public:
     quint64 valueAccepted() const; // value of all accepted coins
     // Runs fn on the model under the simulator's lock, with the model's clock brought up to date.
     void withDevice(const std::function<void(Device&)>& fn);
+    // Runs fn on the model once, when the next request with this header arrives and before it is
+    // carried out: a fault that appears at a chosen step of the host's sequence, whatever the
+    // speed of the machine.
+    void whenRequested(quint8 header, const std::function<void(Device&)>& fn);
 
 private:
     struct Private;

@@ -135,19 +135,6 @@ bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int 
     return true;
 }
 
-// Polls the condition until it holds; the bound only ends a hung test.
-bool waitFor(const std::function<bool()>& condition, int timeoutMs = 60000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QThread::msleep(1);
-    }
-    return true;
-}
-
 const QString usageLine = QStringLiteral("usage: cpibcr [--port DEVICE]");
 
 } // namespace
@@ -770,20 +757,19 @@ void TestToolCli::acceptStopsOnSignal()
 
 void TestToolCli::watchReportsFault()
 {
-    // The fault appears once connecting has read the error status at the start of its unit
-    // discovery: connecting passes, and the first check after it finds the fault. Answers
-    // come 25 ms late here, so the discovery's remaining thirty-odd answers leave most of a second.
-    auto s = startSimulator("slow-answers.json");
+    // The fault appears when connecting reads the cashbox, the last step of its unit discovery:
+    // connecting passes, and the first check after it finds the fault.
+    auto s = startSimulator("fast.json");
     QVERIFY(s);
+    s->whenRequested(sim::cmd::ReqCashboxValue, [](sim::Device& device) {
+        device.setActivityBits(16);
+        device.setErrorStatus(2, 4);
+    });
     QProcess p;
     p.setProcessEnvironment(cLocale());
     p.start(QStringLiteral(CPIBCR_TOOL),
             {QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"), QStringLiteral("watch"),
              QStringLiteral("--seconds"), QStringLiteral("1")});
-    QVERIFY(waitFor([&] { return s->countHeader(sim::cmd::ReqErrorStatus) > 0; }));
-    QCOMPARE(s->countHeader(sim::cmd::ReqCashboxValue), 0);
-    s->setActivityBits(16);
-    s->setErrorStatus(2, 4);
     QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 0);
     const QList<QJsonObject> list = events(p.readAllStandardOutput());
