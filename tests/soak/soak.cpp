@@ -8,6 +8,7 @@
 #include "sim/device.h"
 #include "sim/simulator.h"
 #include "support/logcapture.h"
+#include "support/ptyrig.h"
 #include "support/simline.h"
 
 #include <QCoreApplication>
@@ -66,18 +67,6 @@ public:
 private:
     std::mt19937_64 rng;
 };
-
-sim::Config fastConfig()
-{
-    sim::Config c = sim::Config::defaults();
-    c.coinAcceptMs = 8;
-    c.coinAcceptFastMs = 4;
-    c.payoutMsPerCoin = 1;
-    c.resetInitMs = 30;
-    c.answerDelayMs = 1;
-    c.interByteTimeoutMs = 20;
-    return c;
-}
 
 QString hopperName(int h)
 {
@@ -640,7 +629,7 @@ void Soak::setUp()
 {
     SoakChanger::clearResetRequest();
     log = std::make_unique<testsupport::LogCapture>();
-    line = std::make_unique<testsupport::SimLine>(fastConfig());
+    line = std::make_unique<testsupport::SimLine>(testsupport::fastConfig());
     port = std::make_unique<SoakPort>(line.get());
 
     makeDriver();
@@ -1139,7 +1128,7 @@ void Soak::accept(const StepPlan& plan)
 
     // Coins that landed in this session, by denomination, from the lifetime counters.
     const QMap<unsigned char, unsigned int> positions = changer->positions();
-    const sim::Config config = fastConfig();
+    const sim::Config config = testsupport::fastConfig();
     QMap<unsigned int, long long> landed;
     quint64 landedValue = 0;
     for (int p = 1; p <= 16; ++p) {

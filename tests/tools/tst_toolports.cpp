@@ -103,7 +103,10 @@ void TestToolPorts::document()
                               "\"vendorId\":null}]}"));
 }
 
-void TestToolPorts::notInGroup()
+namespace {
+
+// The user kassa and /dev/ttyUSB0, which root owns and the group dialout may use.
+tool::PortAccess kassaOnDialoutPort()
 {
     tool::PortAccess a;
     a.path = QStringLiteral("/dev/ttyUSB0");
@@ -111,6 +114,14 @@ void TestToolPorts::notInGroup()
     a.group = QStringLiteral("dialout");
     a.groupMayReadWrite = true;
     a.user = QStringLiteral("kassa");
+    return a;
+}
+
+} // namespace
+
+void TestToolPorts::notInGroup()
+{
+    tool::PortAccess a = kassaOnDialoutPort();
     QCOMPARE(tool::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
                         "Only the group dialout may use the port, and the user kassa is not in it.\n"
@@ -119,12 +130,7 @@ void TestToolPorts::notInGroup()
 
 void TestToolPorts::inGroupButNotInSession()
 {
-    tool::PortAccess a;
-    a.path = QStringLiteral("/dev/ttyUSB0");
-    a.owner = QStringLiteral("root");
-    a.group = QStringLiteral("dialout");
-    a.groupMayReadWrite = true;
-    a.user = QStringLiteral("kassa");
+    tool::PortAccess a = kassaOnDialoutPort();
     a.userInGroup = true;
     QCOMPARE(tool::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
