@@ -44,6 +44,24 @@ sim::Simulator* DriverWorker::simulator() const
     return host ? host->simulator() : nullptr;
 }
 
+// Brackets one request: idle() follows the request's last result and is emitted once, at the
+// end of the outermost request, so the window never shows a half-delivered answer as ready.
+class DriverWorker::Activity
+{
+public:
+    explicit Activity(DriverWorker* owner) : worker(owner) { ++worker->activeDepth; }
+    ~Activity()
+    {
+        if (--worker->activeDepth == 0)
+            emit worker->idle();
+    }
+    Activity(const Activity&) = delete;
+    Activity& operator=(const Activity&) = delete;
+
+private:
+    DriverWorker* worker;
+};
+
 bool DriverWorker::run(const QString& what, const std::function<void()>& call)
 {
     emit busy(what);
@@ -56,12 +74,12 @@ bool DriverWorker::run(const QString& what, const std::function<void()>& call)
     } catch (const std::exception& e) {
         emit failed(what, QString::fromUtf8(e.what()));
     }
-    emit idle();
     return ok;
 }
 
 void DriverWorker::open(const panel::Connection& connection)
 {
+    const Activity activity(this);
     if (host) {
         emit failed(QStringLiteral("connect"), QStringLiteral("the driver is already loaded"));
         return;
@@ -82,7 +100,6 @@ void DriverWorker::open(const panel::Connection& connection)
         ok = ok && made->startSimulator(config, &error);
     }
     ok = ok && made->open(connection.plugin, connection.port, &error);
-    emit idle();
     if (!ok) {
         emit failed(QStringLiteral("connect"), error);
         return;
@@ -122,26 +139,25 @@ void DriverWorker::emitUnits()
 
 void DriverWorker::refreshUnits()
 {
+    const Activity activity(this);
     emitUnits();
 }
 
 void DriverWorker::checkState()
 {
+    const Activity activity(this);
     if (!host)
         return;
     emit busy(QStringLiteral("Checking the device state"));
     try {
         host->driver()->checkState();
     } catch (const CashControlExc& e) {
-        emit idle();
         raiseFault(e.message());
         return;
     } catch (const std::exception& e) {
-        emit idle();
         raiseFault(QString::fromUtf8(e.what()));
         return;
     }
-    emit idle();
     if (faulted) {
         faulted = false;
         recheckTimer->stop();
@@ -179,6 +195,7 @@ void DriverWorker::onReceived(const SumDetailed& coins)
 
 void DriverWorker::startAcceptance(bool fast, const QList<uint>& excluded)
 {
+    const Activity activity(this);
     if (!host)
         return;
     const QSet<unsigned int> set(excluded.begin(), excluded.end());
@@ -190,6 +207,7 @@ void DriverWorker::startAcceptance(bool fast, const QList<uint>& excluded)
 
 void DriverWorker::stopAcceptance()
 {
+    const Activity activity(this);
     if (!host)
         return;
     // Whatever the stop reports, the coins it still finds were emitted before it returned and
@@ -202,6 +220,7 @@ void DriverWorker::stopAcceptance()
 
 void DriverWorker::checkChange(int mode, qint64 amount)
 {
+    const Activity activity(this);
     if (!host)
         return;
     bool possible = false;
@@ -212,6 +231,7 @@ void DriverWorker::checkChange(int mode, qint64 amount)
 
 void DriverWorker::payChange(int mode, qint64 amount)
 {
+    const Activity activity(this);
     if (!host)
         return;
     SumDetailed paid;
@@ -223,6 +243,7 @@ void DriverWorker::payChange(int mode, qint64 amount)
 
 void DriverWorker::loan(const QString& unit, int operation, qint64 amount)
 {
+    const Activity activity(this);
     if (!host)
         return;
     if (run(QStringLiteral("Loading %1").arg(unit),
@@ -233,6 +254,7 @@ void DriverWorker::loan(const QString& unit, int operation, qint64 amount)
 
 void DriverWorker::pickup(const QString& unit, int operation, qint64 amount)
 {
+    const Activity activity(this);
     if (!host)
         return;
     SumDetailed taken;
@@ -244,6 +266,7 @@ void DriverWorker::pickup(const QString& unit, int operation, qint64 amount)
 
 void DriverWorker::readCounters()
 {
+    const Activity activity(this);
     if (!host)
         return;
     SumDetailed accepted;
@@ -257,6 +280,7 @@ void DriverWorker::readCounters()
 
 void DriverWorker::readMaintenance()
 {
+    const Activity activity(this);
     if (!host)
         return;
     QList<hw::CcUnitMaintenanceInfo> records;
@@ -267,6 +291,7 @@ void DriverWorker::readMaintenance()
 
 void DriverWorker::maintenanceDone(const QString& unit)
 {
+    const Activity activity(this);
     if (!host)
         return;
     if (run(QStringLiteral("Recording the maintenance of %1").arg(unit),
@@ -277,6 +302,7 @@ void DriverWorker::maintenanceDone(const QString& unit)
 
 void DriverWorker::setSupervision(bool on)
 {
+    const Activity activity(this);
     supervising = on;
     if (!on)
         recheckTimer->stop();
@@ -288,7 +314,6 @@ void DriverWorker::setSupervision(bool on)
     emit busy(on ? QStringLiteral("Starting the background state check")
                  : QStringLiteral("Stopping the background state check"));
     host->driver()->enableAsyncCheck(on);
-    emit idle();
 }
 
 void DriverWorker::setRecheckInterval(int msecs)
@@ -298,6 +323,7 @@ void DriverWorker::setRecheckInterval(int msecs)
 
 void DriverWorker::shutdown()
 {
+    const Activity activity(this);
     recheckTimer->stop();
     if (host && accepting)
         run(QStringLiteral("Stopping acceptance"), [&] { host->driver()->cashInStop(); });

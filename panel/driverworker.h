@@ -72,6 +72,7 @@ public slots:
 
 signals:
     void busy(const QString& what);
+    // A request has run to its end: every result and failure it has was emitted before.
     void idle();
     void connected(const QString& device, const QString& port, bool simulated);
     void unitsRead(const QList<CashControlUnit>& units);
@@ -98,7 +99,9 @@ private slots:
     void recheck();
 
 private:
-    // Runs one driver call between busy() and idle(); a thrown failure becomes failed().
+    class Activity;
+
+    // Runs one driver call after busy(); a thrown failure becomes failed().
     bool run(const QString& what, const std::function<void()>& call);
     void emitUnits();
     void raiseFault(const QString& message);
@@ -108,6 +111,7 @@ private:
     bool supervising = true;
     bool faulted = false;
     bool accepting = false;
+    int activeDepth = 0;
 };
 
 void registerMetaTypes();

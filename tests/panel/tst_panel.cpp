@@ -1,3 +1,4 @@
+#include "panel/driverworker.h"
 #include "panel/logpane.h"
 #include "panel/mainwindow.h"
 #include "panel/unitops.h"
@@ -56,6 +57,7 @@ private slots:
     void init();
     void cleanup();
 
+    void workerEndsEachRequestWithOneIdleAfterItsResults();
     void showsTheUnits();
     void acceptsCoinsWithRunningTotal();
     void excludedDenominationIsRefused();
@@ -147,6 +149,63 @@ void TestPanel::pickOperation(QComboBox* box, int operation)
     const int index = box->findData(operation);
     QVERIFY(index >= 0);
     box->setCurrentIndex(index);
+}
+
+void TestPanel::workerEndsEachRequestWithOneIdleAfterItsResults()
+{
+    // Runs on this thread: every signal is recorded in the order the worker emits it.
+    panel::DriverWorker worker;
+    QStringList seen;
+    connect(&worker, &panel::DriverWorker::busy, [&](const QString&) { seen << QStringLiteral("busy"); });
+    connect(&worker, &panel::DriverWorker::idle, [&] { seen << QStringLiteral("idle"); });
+    connect(&worker, &panel::DriverWorker::connected,
+            [&](const QString&, const QString&, bool) { seen << QStringLiteral("connected"); });
+    connect(&worker, &panel::DriverWorker::unitsRead,
+            [&](const QList<CashControlUnit>&) { seen << QStringLiteral("units"); });
+    connect(&worker, &panel::DriverWorker::denominationsRead,
+            [&](const QList<uint>&) { seen << QStringLiteral("denominations"); });
+    connect(&worker, &panel::DriverWorker::changePaid,
+            [&](qint64, int, const SumDetailed&) { seen << QStringLiteral("paid"); });
+    connect(&worker, &panel::DriverWorker::failed,
+            [&](const QString&, const QString&) { seen << QStringLiteral("failed"); });
+
+    // Without a driver a request still ends, so the window does not stay busy.
+    worker.readCounters();
+    QCOMPARE(seen, QStringList{QStringLiteral("idle")});
+    seen.clear();
+    worker.setSupervision(false);
+    QCOMPARE(seen, QStringList{QStringLiteral("idle")});
+
+    seen.clear();
+    panel::Connection connection;
+    connection.plugin = QStringLiteral(CPIBCR_PLUGIN);
+    worker.open(connection);
+    QVERIFY(worker.simulator());
+    QCOMPARE(seen.count(QStringLiteral("idle")), 1);
+    QCOMPARE(seen.last(), QStringLiteral("idle"));
+    QVERIFY(seen.indexOf(QStringLiteral("connected")) < seen.indexOf(QStringLiteral("units")));
+    QVERIFY(seen.indexOf(QStringLiteral("units")) < seen.indexOf(QStringLiteral("denominations")));
+
+    seen.clear();
+    worker.payChange(1, 300);
+    QCOMPARE(seen.count(QStringLiteral("idle")), 1);
+    QCOMPARE(seen.last(), QStringLiteral("idle"));
+    QVERIFY(seen.indexOf(QStringLiteral("paid")) >= 0);
+    QVERIFY(seen.indexOf(QStringLiteral("paid")) < seen.indexOf(QStringLiteral("denominations")));
+    QCOMPARE(worker.simulator()->coinsPaidOut(), quint64(300));
+
+    seen.clear();
+    worker.payChange(1, 10);
+    QCOMPARE(seen.count(QStringLiteral("idle")), 1);
+    QCOMPARE(seen.last(), QStringLiteral("idle"));
+    QVERIFY(seen.indexOf(QStringLiteral("failed")) >= 0);
+    QVERIFY(!seen.contains(QStringLiteral("paid")));
+    QCOMPARE(worker.simulator()->coinsPaidOut(), quint64(300));
+
+    seen.clear();
+    worker.shutdown();
+    QCOMPARE(seen, QStringList{QStringLiteral("idle")});
+    QVERIFY(!worker.simulator());
 }
 
 void TestPanel::showsTheUnits()
