@@ -36,8 +36,11 @@ update_root "$root" >"$root$test_dir/apt.log"
 in_root "$root" apt-get install -y -q --no-install-recommends \
   "$test_dir/$(basename "$runtime_deb")" "$test_dir/$(basename "$dev_deb")" \
   g++ cmake ninja-build >>"$root$test_dir/apt.log"
+# The packages install under the prefix the tree was configured with (/usr unless chosen).
+prefix=$(in_root "$root" dpkg -L cpibcr | sed -n 's#/bin/cpibcr-sim$##p')
+[ -n "$prefix" ] || { echo "cpibcr-sim is not in the installed package cpibcr" >&2; exit 1; }
 # The example as the package installs it: nothing of the source tree is used.
-in_root "$root" cmake -S /usr/share/doc/cpibcr-dev/examples/poshost -B "$test_dir/build" -G Ninja \
+in_root "$root" cmake -S "$prefix/share/doc/cpibcr-dev/examples/poshost" -B "$test_dir/build" -G Ninja \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
 in_root "$root" cmake --build "$test_dir/build" >"$root$test_dir/build.log"
-in_root "$root" bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" /usr/bin/cpibcr-sim
+in_root "$root" bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" "$prefix/bin/cpibcr-sim"
