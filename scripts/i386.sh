@@ -47,7 +47,7 @@ launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S . -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$src/cmake/i386-linux-gnu.cmake" \
   -DCPIBCR_I386_ROOT="$root" -DCPIBCR_WERROR=ON -DBUILD_TESTING=ON -DCPIBCR_BENCH=OFF "${launcher[@]}"
-CCACHE_BASEDIR=$src cmake --build "$build" -j"$jobs"
+CCACHE_BASEDIR=$src CCACHE_NOHASHDIR=true cmake --build "$build" -j"$jobs"
 file "$build/tools/cpibcr" | grep -q 'ELF 32-bit LSB .* Intel 80386' || { echo "not an i386 build" >&2; exit 1; }
 
 echo "== i386 tests"

@@ -5,14 +5,15 @@
 # and the whole suite and the package again on 32-bit x86 (scripts/i386.sh).
 #
 # Compilations go through ccache, so a later run, also in a fresh clone on the same machine,
-# rebuilds quickly. CPIBCR_FUZZ_SECONDS sets the time per fuzz target (default 30).
+# rebuilds quickly: paths are taken relative to the clone and the working folder is left out
+# of the hash (debug information may then name the clone that filled the cache). CPIBCR_FUZZ_SECONDS sets the time per fuzz target (default 30).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh --dev
 
 jobs=$(nproc)
-export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=true
 started=$SECONDS
 step() {
   echo "== $* (at $((SECONDS - started)) s)"
