@@ -294,9 +294,8 @@ void DriverWorker::maintenanceDone(const QString& unit)
     const Activity activity(this);
     if (!host)
         return;
-    if (run(QStringLiteral("Recording the maintenance of %1").arg(unit),
-            [&] { host->driver()->maintenanceDone(unit); }))
-        emit maintenanceRecorded(unit);
+    run(QStringLiteral("Recording the maintenance of %1").arg(unit),
+        [&] { host->driver()->maintenanceDone(unit); });
     readMaintenance();
 }
 

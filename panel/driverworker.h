@@ -85,7 +85,6 @@ signals:
     void pickupDone(const QString& unit, int operation, const SumDetailed& taken);
     void countersRead(const SumDetailed& accepted, const SumDetailed& dispensed);
     void maintenanceRead(const QList<hw::CcUnitMaintenanceInfo>& records);
-    void maintenanceRecorded(const QString& unit);
     // A fault the device reports: from the background check, the acceptance poll or a state check.
     void deviceFault(const QString& message);
     // A state check passed after a fault was reported.

@@ -1,6 +1,5 @@
 #include "mainwindow.h"
 
-#include "host/logging.h"
 #include "tools/pluginlocator.h"
 
 #include <QApplication>

@@ -5,6 +5,8 @@
 
 #include "cashcontrol/ecashcontrol.h"
 #include "tools/amount.h"
+#include "tools/arguments.h"
+#include "tools/report.h"
 #include "tools/serialports.h"
 
 #include <QCheckBox>
@@ -77,11 +79,6 @@ void fillBreakdown(QTableWidget* t, const SumDetailed& sum)
     t->setItem(row, 1, cell(QString()));
     t->setItem(row, 2, cell(money(sum.sum()), true));
     t->resizeColumnsToContents();
-}
-
-QString modeKey(int mode)
-{
-    return mode == ECashControl::Minimum ? QStringLiteral("minimum") : QStringLiteral("optimal");
 }
 
 QString stateText(const CashControlUnit& unit)
@@ -617,7 +614,7 @@ void MainWindow::onCoins(const SumDetailed& coins)
     acceptedTotal += coins.sum();
     coinsList->addItem(QStringLiteral("%1  received %2  (%3)")
                            .arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), money(coins.sum()),
-                                breakdown(coins)));
+                                tool::sumBreakdown(coins)));
     coinsList->scrollToBottom();
     acceptTotalLabel->setText(QStringLiteral("total %1").arg(money(acceptedTotal)));
 }
@@ -658,17 +655,18 @@ void MainWindow::payChange()
 
 void MainWindow::onChangeChecked(qint64 amount, int mode, bool possible)
 {
-    const QString text =
-        QStringLiteral("%1 %2 be paid as change (%3)")
-            .arg(money(amount), possible ? QStringLiteral("can") : QStringLiteral("cannot"), modeKey(mode));
+    const QString text = QStringLiteral("%1 %2 be paid as change (%3)")
+                             .arg(money(amount), possible ? QStringLiteral("can") : QStringLiteral("cannot"),
+                                  tool::modeKey(mode));
     changeResultLabel->setText(text);
     showMessage(text, false);
 }
 
 void MainWindow::onChangePaid(qint64 amount, int mode, const SumDetailed& paid)
 {
-    const QString text = QStringLiteral("paid %1 of %2 (%3): %4")
-                             .arg(money(paid.sum()), money(amount), modeKey(mode), breakdown(paid));
+    const QString text =
+        QStringLiteral("paid %1 of %2 (%3): %4")
+            .arg(money(paid.sum()), money(amount), tool::modeKey(mode), tool::sumBreakdown(paid));
     changeResultLabel->setText(text);
     fillBreakdown(changeTable, paid);
     showMessage(text, false);
@@ -756,7 +754,7 @@ void MainWindow::onPickupDone(const QString& unit, int operation, const SumDetai
 {
     const QString text =
         QStringLiteral("pickup of %1 from %2 (%3): %4")
-            .arg(money(taken.sum()), unit, ECashControl::operationName(operation), breakdown(taken));
+            .arg(money(taken.sum()), unit, ECashControl::operationName(operation), tool::sumBreakdown(taken));
     opResultLabel->setText(text);
     fillBreakdown(opTable, taken);
     showMessage(text, false);

@@ -35,7 +35,6 @@ public:
 
     // Connects with the connection given to the constructor.
     void start();
-    DriverWorker* worker() const { return driverWorker; }
     // The built-in simulator once connected to it, otherwise null.
     sim::Simulator* simulator() const;
     void setRecheckInterval(int msecs);

@@ -133,13 +133,4 @@ bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, 
     return parseMoney(text, true, needsWholeCoins(op.operation) ? unit.denom : 0, minor, error);
 }
 
-QString breakdown(const SumDetailed& sum)
-{
-    QStringList parts;
-    for (auto it = sum.denoms.cbegin(); it != sum.denoms.cend(); ++it)
-        if (it.value() != 0)
-            parts.append(QStringLiteral("%1 x %2").arg(tool::formatAmount(it.key())).arg(it.value()));
-    return parts.isEmpty() ? QStringLiteral("-") : parts.join(QStringLiteral(", "));
-}
-
 } // namespace panel

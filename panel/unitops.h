@@ -47,7 +47,4 @@ bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValu
 bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, const QString& text,
                           long long* minor, QString* error);
 
-// "2.00 x 3, 5.00 x 1", or "-" when nothing is broken down by denomination.
-QString breakdown(const SumDetailed& sum);
-
 } // namespace panel
