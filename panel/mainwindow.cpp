@@ -744,8 +744,13 @@ void MainWindow::pickupUnit()
 
 void MainWindow::onLoanDone(const QString& unit, int operation, qint64 amount)
 {
-    const QString text = QStringLiteral("loan of %1 into %2 (%3)")
-                             .arg(money(amount), unit, ECashControl::operationName(operation));
+    // Only a manual load changes a count; the driver accepts the other loads and moves nothing,
+    // so the window must not show them as money put in.
+    const QString text = operation == ECashControl::ManualLoad
+                             ? QStringLiteral("loan of %1 into %2 (%3)")
+                                   .arg(money(amount), unit, ECashControl::operationName(operation))
+                             : QStringLiteral("%1 into %2 accepted: the driver moved no coins (%3 asked)")
+                                   .arg(ECashControl::operationName(operation), unit, money(amount));
     opResultLabel->setText(text);
     showMessage(text, false);
 }

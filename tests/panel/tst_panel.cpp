@@ -375,6 +375,18 @@ void TestPanel::loadsAndPicksUp()
     QCOMPARE(window->simulator()->hopperCount(2), 260);
     QTRY_VERIFY_WITH_TIMEOUT(idle(), operationMs);
 
+    // A load through the acceptor is accepted, but nothing is shown as put in.
+    pickOperation(child<QComboBox>("loadOp"), 0x1000);
+    child<QLineEdit>("loadAmount")->setText(QStringLiteral("20"));
+    click("loadButton");
+    QTRY_COMPARE_WITH_TIMEOUT(child<QLabel>("opResultLabel")->text(),
+                              QStringLiteral("внесение через основной приемник into hopper2 accepted: the "
+                                             "driver moved no coins (20.00 asked)"),
+                              operationMs);
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), operationMs);
+    QCOMPARE(window->simulator()->hopperCount(2), 260);
+    QCOMPARE(bar(QStringLiteral("hopper2"))->value(), 260);
+
     QComboBox* pickup = child<QComboBox>("pickupOp");
     pickOperation(pickup, 0x200);
     QVERIFY(child<QLineEdit>("pickupAmount")->isEnabled());
