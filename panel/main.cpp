@@ -31,8 +31,8 @@ int main(int argc, char** argv)
         QStringLiteral("Service panel of the CPI BCR coin recycler: units, acceptance, change, loads and "
                        "pick-ups, counters, maintenance, supervision and the driver's log. Without --port it "
                        "runs against the built-in simulator."));
-    parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    const QCommandLineOption versionOption = parser.addVersionOption();
     const QCommandLineOption portOption(QStringLiteral("port"),
                                         QStringLiteral("The recycler's serial port (/dev/ttyUSB0)."),
                                         QStringLiteral("DEVICE"));
@@ -43,7 +43,15 @@ int main(int argc, char** argv)
                                        QStringLiteral("JSON configuration of the built-in simulator."),
                                        QStringLiteral("FILE"));
     parser.addOptions({portOption, pluginOption, simOption});
-    parser.process(app);
+    // parse() rather than process(): arguments that make no sense exit with 2, as with cpibcr.
+    if (!parser.parse(QCoreApplication::arguments())) {
+        printError(QStringLiteral("cpibcr-panel: ") + parser.errorText());
+        return 2;
+    }
+    if (parser.isSet(helpOption))
+        parser.showHelp(0);
+    if (parser.isSet(versionOption))
+        parser.showVersion();
     if (!parser.positionalArguments().isEmpty()) {
         printError(QStringLiteral("cpibcr-panel: unexpected argument \"%1\"")
                        .arg(parser.positionalArguments().first()));
