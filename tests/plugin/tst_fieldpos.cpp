@@ -172,8 +172,10 @@ private slots:
         rig->simulator.answerBusy(45);
         QVERIFY(driver->cashOutCheck(ECashControl::Optimal, 1500));
         rig->simulator.answerBusy(45);
+        const quint64 paidBefore = rig->simulator.coinsPaidOut();
         const SumDetailed paid = driver->cashOut(ECashControl::Minimum, 1500);
         QCOMPARE(paid.sum(), 1500LL);
+        QCOMPARE(rig->simulator.coinsPaidOut() - paidBefore, quint64(1500));
         int busyAnswers = 0;
         for (const sim::Transaction& t : rig->simulator.transactions()) {
             if (t.answer.size() == 5 && quint8(t.answer.at(3)) == 6)

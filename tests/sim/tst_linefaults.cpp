@@ -144,6 +144,7 @@ private slots:
         faults.busy = faults.nak = faults.drop = faults.corrupt = faults.foreign = faults.badFrame = 3;
         faults.garbage = hex("01");
         faults.splitPieces = 2;
+        faults.dropHeader = 121;
         faults.clear();
         CountingDevice device;
         QCOMPARE(joined(respond(faults, device)), answer);

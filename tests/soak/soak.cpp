@@ -1326,6 +1326,15 @@ void Soak::pickup(const StepPlan& plan)
         allowed = Allowed{{121}, {120}};
     else if (operation == ECashControl::DispensePickupSum)
         allowed.payout = {85};
+    // The coins a manual pick-up from a hopper takes, from the count held just before its write;
+    // checked whether the call succeeds or fails.
+    std::function<long long(int)> manualTaken;
+    if (known && cached.type == 1 && operation == ECashControl::ManualPickupAll) {
+        manualTaken = [](int held) { return -static_cast<long long>(held); };
+    } else if (known && cached.type == 1 && cached.denom > 0 && operation == ECashControl::ManualPickupSum) {
+        const long long wanted = plan.amount / static_cast<long long>(cached.denom);
+        manualTaken = [wanted](int count) { return -std::min<long long>(wanted, count); };
+    }
 
     const Audit before = audit();
     SumDetailed result;
@@ -1343,6 +1352,8 @@ void Soak::pickup(const StepPlan& plan)
             const Audit after = audit();
             checkValue(after.paidOut == before.paidOut,
                        QStringLiteral("a failed manual pickup paid coins out"));
+            if (manualTaken)
+                checkBalanceWrites(call, h, manualTaken);
         }
         return;
     }
@@ -1365,7 +1376,8 @@ void Soak::pickup(const StepPlan& plan)
                        QStringLiteral("manual pickup of %1 reported %2, the device held %3 coins")
                            .arg(plan.unit, result.toString())
                            .arg(before.counts.value(h)));
-            checkBalanceWrites(call, h, [](int held) { return -static_cast<long long>(held); });
+            if (manualTaken)
+                checkBalanceWrites(call, h, manualTaken);
             checkValue(after.counts.value(h) == 0,
                        QStringLiteral("%1 still counts %2 coins").arg(plan.unit).arg(after.counts.value(h)));
             emptiedHoppers.remove(h);
@@ -1384,8 +1396,8 @@ void Soak::pickup(const StepPlan& plan)
                                                               .arg(plan.unit)
                                                               .arg(after.counts.value(h))
                                                               .arg(held - taken));
-        const long long wanted = plan.amount / static_cast<long long>(cached.denom);
-        checkBalanceWrites(call, h, [wanted](int count) { return -std::min<long long>(wanted, count); });
+        if (manualTaken)
+            checkBalanceWrites(call, h, manualTaken);
         checkValue(after.paidOut == before.paidOut, QStringLiteral("a manual pickup paid coins out"));
         emptiedHoppers.remove(h);
         break;
@@ -1429,17 +1441,31 @@ void Soak::loan(const StepPlan& plan)
     Allowed allowed;
     if (operation == ECashControl::ManualLoad)
         allowed.balance = {120};
+    const bool manualLoad =
+        operation == ECashControl::ManualLoad && known && cached.type == 1 && cached.denom > 0;
+    const long long loaded = manualLoad ? plan.amount / static_cast<long long>(cached.denom) : 0;
     const Audit before = audit();
     const Call call = hostCall(
         QStringLiteral("loan"), allowed, [&] { driver->loan(plan.unit, operation, plan.amount); }, true);
-    if (!call.ok)
+    if (!call.ok) {
+        // A failed load may have written the count, but only once and from the device's own count.
+        if (manualLoad) {
+            checkBalanceWrites(call, h, [loaded](int) { return loaded; });
+            const long long now = line->device().hopperCount(h);
+            checkValue(now == before.counts.value(h) || now == before.counts.value(h) + loaded,
+                       QStringLiteral("%1 counts %2 coins after a failed load of %3 coins, it held %4")
+                           .arg(plan.unit)
+                           .arg(now)
+                           .arg(loaded)
+                           .arg(before.counts.value(h)));
+        }
         return;
+    }
     checkValue(known,
                QStringLiteral("loan into %1, a unit the driver does not list, succeeded").arg(plan.unit));
     if (operation == ECashControl::ManualLoad) {
         checkValue(cached.type == 1 && cached.denom > 0,
                    QStringLiteral("a manual load into %1 succeeded").arg(plan.unit));
-        const long long loaded = plan.amount / static_cast<long long>(cached.denom);
         const long long expected = before.counts.value(h) + loaded;
         checkBalanceWrites(call, h, [loaded](int) { return loaded; });
         checkValue(line->device().hopperCount(h) == expected,
