@@ -1,5 +1,5 @@
 # What the Debian package holds besides the programs, and the package itself:
-#   cmake --build build --target package   ->   cpibcr_<version>_<arch>.deb
+#   cmake --build build --target package   ->   cpibcr_<version>_<arch>.deb, cpibcr-dev_<version>_<arch>.deb
 #
 # Every install() rule names a component. The runtime package "cpibcr" is the component
 # "runtime"; another package is one more component added to CPACK_COMPONENTS_ALL with its
@@ -63,7 +63,8 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
   "A Qt plug-in that lets a point-of-sale host application operate a CPI BCR
 coin recycler (coin acceptor, payout hoppers, cashbox) over the ccTalk
 serial protocol, with the host tool cpibcr to try, script and diagnose it,
-the device simulator cpibcr-sim, an example log configuration and an
+the service panel cpibcr-panel, the device simulator cpibcr-sim, an
+example log configuration and an
 example udev rule for a USB-serial adapter.")
 
 include(CPack)

@@ -31,9 +31,7 @@ fi
 
 echo "== i386 root $root"
 if [ ! -f "$root/.cpibcr-root" ]; then
-  pristine_root i386 "$cpibcr_cache/i386-pristine"
-  remove_root "$root"
-  cp -a "$cpibcr_cache/i386-pristine" "$root"
+  fresh_root i386 "$root"
   touch "$root/.cpibcr-root"
 fi
 trap 'unmount_root "$root"' EXIT

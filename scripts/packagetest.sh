@@ -4,10 +4,10 @@
 # installed tool against its built-in simulator and checks that lintian finds no error.
 #   packagetest.sh DEB
 set -euo pipefail
+deb=$(readlink -f "$1")
 cd "$(dirname "$0")/.."
 source scripts/debroot.sh
 
-deb=$(readlink -f "$1")
 arch=$(dpkg-deb -f "$deb" Architecture)
 name=$(basename "$deb")
 [ "$(id -u)" -eq 0 ] || { echo "packagetest.sh needs root (debootstrap, chroot, mounts)" >&2; exit 1; }
@@ -22,7 +22,6 @@ trap 'unmount_root "$root"' EXIT
 mount_root "$root"
 # Downloaded packages are kept between runs; the root itself is thrown away.
 mkdir -p "$archives/partial"
-bind_into_root "$root" "$archives"
 mount --bind "$archives" "$root/var/cache/apt/archives"
 
 fail() {
@@ -41,8 +40,9 @@ in_root "$root" dpkg-query -W -f='${Status}\n' cpibcr | grep -qx 'install ok ins
 version=$(dpkg-deb -f "$deb" Version)
 [ "$(in_root "$root" cpibcr --version)" = "cpibcr $version" ] || fail "cpibcr --version"
 [ "$(in_root "$root" cpibcr-sim --version)" = "cpibcr-sim $version" ] || fail "cpibcr-sim --version"
-[ -f "$root/usr/share/man/man1/cpibcr.1.gz" ] && [ -f "$root/usr/share/man/man1/cpibcr-sim.1.gz" ] ||
-  fail "manual pages missing"
+for page in cpibcr cpibcr-sim cpibcr-panel; do
+  [ -f "$root/usr/share/man/man1/$page.1.gz" ] || fail "manual page $page.1 missing"
+done
 
 echo "== cpibcr status"
 status=$(in_root "$root" cpibcr status) || fail "cpibcr status failed"

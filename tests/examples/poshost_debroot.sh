@@ -19,7 +19,9 @@ if [ -z "$runtime_deb" ] || [ -z "$dev_deb" ]; then
 fi
 
 arch=$(dpkg --print-architecture)
-root=$(mktemp -d /var/tmp/cpibcr-poshost.XXXXXX)
+# A fixed place in the cache: a run killed before its trap leaves mounts there, and the next
+# run's fresh_root takes them down before it copies the root again.
+root=$cpibcr_cache/$arch-poshost
 trap 'remove_root "$root"' EXIT
 fresh_root "$arch" "$root"
 mount_root "$root"
