@@ -1,8 +1,8 @@
 # What a POS host builds against: the cash-control interface and shared types, the
-# serial device interface with its QSerialPort implementation, the timer and the
-# logging set-up, as the static library cpibcr::host with its headers and a CMake
-# package (find_package(cpibcr)). Installed as the component "dev". The plug-in
-# keeps its own copies of the same code inside.
+# serial device interface with its QSerialPort implementation (which can record the line
+# to a trace file), the timer and the logging set-up, as the static library cpibcr::host
+# with its headers and a CMake package (find_package(cpibcr)). Installed as the component
+# "dev". The plug-in keeps its own copies of the same code inside.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -15,19 +15,23 @@ set(cpibcr_dev_headers
   cashcontrol/sumdetailed.h
   host/abstractserialdevice.h
   host/interfaceids.h
+  host/linerecorder.h
   host/logging.h
   host/serialport.h
-  host/timer.h)
+  host/timer.h
+  trace/traceformat.h)
 
 add_library(cpibcr_hostlib STATIC
   ${cpibcr_dev_headers}
-  host/serialport.cpp host/timer.cpp host/logging.cpp
+  host/serialport.cpp host/linerecorder.cpp host/timer.cpp host/logging.cpp
+  trace/traceformat.cpp
   cashcontrol/sumdetailed.cpp cashcontrol/ecashcontrol.cpp)
 set_target_properties(cpibcr_hostlib PROPERTIES OUTPUT_NAME cpibcr-host EXPORT_NAME host)
 target_include_directories(cpibcr_hostlib PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/cpibcr>)
-target_link_libraries(cpibcr_hostlib PUBLIC Qt5::Core Qt5::SerialPort log4cxx)
+find_package(Threads REQUIRED)
+target_link_libraries(cpibcr_hostlib PUBLIC Qt5::Core Qt5::SerialPort log4cxx Threads::Threads)
 add_library(cpibcr::host ALIAS cpibcr_hostlib)
 
 foreach(header IN LISTS cpibcr_dev_headers)

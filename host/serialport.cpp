@@ -18,11 +18,13 @@ SerialPort::SerialPort(QObject* parent) : QObject(parent) {}
 SerialPort::~SerialPort()
 {
     close();
+    recording.stop();
 }
 
 bool SerialPort::open(const QString& path)
 {
     close();
+    openedPath = path;
     serial.setPortName(path);
     if (!serial.open(QIODevice::ReadWrite)) {
         lastError = QStringLiteral("cannot open %1: %2").arg(path, serial.errorString());
@@ -129,14 +131,17 @@ void SerialPort::discardInput()
         return;
     // Bytes still in the kernel are fetched first, so that clear() drops them too.
     serial.waitForReadyRead(0);
+    QByteArray dropped = serial.readAll();
     serial.clear(QSerialPort::Input);
-    serial.readAll();
+    dropped += serial.readAll();
+    record(trace::Direction::Discarded, dropped);
 }
 
 void SerialPort::write(const QByteArray& data)
 {
     if (!serial.isOpen())
         return;
+    record(trace::Direction::Written, data);
     serial.write(data);
     serial.flush();
 }
@@ -154,7 +159,55 @@ QByteArray SerialPort::read(int maxSize)
 {
     if (!serial.isOpen())
         return QByteArray();
-    return maxSize > 0 ? serial.read(maxSize) : serial.readAll();
+    const QByteArray bytes = maxSize > 0 ? serial.read(maxSize) : serial.readAll();
+    record(trace::Direction::Read, bytes);
+    return bytes;
+}
+
+bool SerialPort::startRecording(const QString& path, const QString& recorder, QString* error)
+{
+    recorderName = recorder;
+    return recording.start(path, error);
+}
+
+void SerialPort::stopRecording()
+{
+    recording.stop();
+}
+
+void SerialPort::record(trace::Direction direction, const QByteArray& bytes)
+{
+    if (bytes.isEmpty() || !recording.isRecording())
+        return;
+    if (!recording.hasHeader()) {
+        static const QMap<QSerialPort::Parity, QString> parities{
+            {QSerialPort::NoParity, QStringLiteral("none")},
+            {QSerialPort::EvenParity, QStringLiteral("even")},
+            {QSerialPort::OddParity, QStringLiteral("odd")},
+            {QSerialPort::SpaceParity, QStringLiteral("space")},
+            {QSerialPort::MarkParity, QStringLiteral("mark")},
+        };
+        static const QMap<QSerialPort::StopBits, QString> stops{
+            {QSerialPort::OneStop, QStringLiteral("1")},
+            {QSerialPort::OneAndHalfStop, QStringLiteral("1.5")},
+            {QSerialPort::TwoStop, QStringLiteral("2")},
+        };
+        static const QMap<QSerialPort::FlowControl, QString> flows{
+            {QSerialPort::NoFlowControl, QStringLiteral("none")},
+            {QSerialPort::HardwareControl, QStringLiteral("hardware")},
+            {QSerialPort::SoftwareControl, QStringLiteral("software")},
+        };
+        trace::Header header;
+        header.recorder = recorderName;
+        header.port = openedPath;
+        header.baudRate = serial.baudRate();
+        header.dataBits = int(serial.dataBits());
+        header.parity = parities.value(serial.parity(), QStringLiteral("unknown"));
+        header.stopBits = stops.value(serial.stopBits(), QStringLiteral("unknown"));
+        header.flow = flows.value(serial.flowControl(), QStringLiteral("unknown"));
+        recording.header(header);
+    }
+    recording.chunk(direction, bytes);
 }
 
 } // namespace hw

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "abstractserialdevice.h"
+#include "linerecorder.h"
 
 #include <QObject>
 #include <QSerialPort>
@@ -35,11 +36,23 @@ public:
 
     QSerialPort& port() { return serial; }
 
+    // Records every chunk written, read and thrown away to a trace file (appended to), until
+    // stopRecording() or the port's end. `recorder` names the program in the trace's header,
+    // "cpibcr/1.0.0"; the header, with the line settings of that moment, is written before
+    // the first chunk.
+    bool startRecording(const QString& path, const QString& recorder, QString* error);
+    void stopRecording();
+    bool isRecording() const { return recording.isRecording(); }
+
 private:
     bool refuse(const QString& setting, const QString& value);
+    void record(trace::Direction direction, const QByteArray& bytes);
 
     QSerialPort serial;
     QString lastError;
+    QString openedPath;
+    QString recorderName;
+    LineRecorder recording;
 };
 
 } // namespace hw

@@ -42,6 +42,7 @@ const QMap<QString, CommandInfo>& commands()
         {QStringLiteral("watch"), {Command::Watch, 0, 0, {QStringLiteral("--seconds")}}},
         {QStringLiteral("demo"), {Command::Demo, 0, 0, {}}},
         {QStringLiteral("ports"), {Command::Ports, 0, 0, {}}},
+        {QStringLiteral("trace"), {Command::Trace, 1, 1, {QStringLiteral("--summary")}}},
     };
     return table;
 }
@@ -50,7 +51,8 @@ const QStringList& globalOptions()
 {
     static const QStringList list{QStringLiteral("--port"),   QStringLiteral("--json"),
                                   QStringLiteral("--log"),    QStringLiteral("--log-config"),
-                                  QStringLiteral("--plugin"), QStringLiteral("--sim-config")};
+                                  QStringLiteral("--plugin"), QStringLiteral("--sim-config"),
+                                  QStringLiteral("--trace")};
     return list;
 }
 
@@ -65,7 +67,7 @@ bool isKnownOption(const QString& option)
 bool takesValue(const QString& option)
 {
     return option != QLatin1String("--json") && option != QLatin1String("--fast") &&
-           option != QLatin1String("--done");
+           option != QLatin1String("--done") && option != QLatin1String("--summary");
 }
 
 struct NamedOperation
@@ -212,7 +214,7 @@ QString usageText()
 {
     return QStringLiteral(
         "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] COMMAND [ARGS]\n"
+        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
         "\n"
         "Without --port the tool runs against the built-in simulated recycler.\n"
         "\n"
@@ -231,7 +233,9 @@ QString usageText()
         "  watch [--seconds N]                  the background state check, printing each error\n"
         "  demo                                 a short session against the built-in simulator\n"
         "  ports                                the serial ports of this machine (no device is opened)\n"
+        "  trace FILE [--summary]               a line recording read as ccTalk, and its summary\n"
         "\n"
+        "--trace FILE records every byte written to and read from the line into FILE (appended).\n"
         "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
         "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
         "LEVEL is error, warn, info, debug or trace.\n"
@@ -325,6 +329,12 @@ ParseResult parseArguments(const QStringList& arguments)
             a.plugin = value;
         } else if (name == QLatin1String("--sim-config")) {
             a.simConfig = value;
+        } else if (name == QLatin1String("--trace")) {
+            if (value.isEmpty())
+                return fail(QStringLiteral("--trace needs a file"));
+            a.traceFile = value;
+        } else if (name == QLatin1String("--summary")) {
+            a.summaryOnly = true;
         } else if (name == QLatin1String("--fast")) {
             a.fast = true;
         } else if (name == QLatin1String("--done")) {
@@ -366,6 +376,12 @@ ParseResult parseArguments(const QStringList& arguments)
     if (a.command == Command::Ports && (!a.port.isEmpty() || !a.simConfig.isEmpty() || !a.plugin.isEmpty()))
         return fail(QStringLiteral("ports lists the machine's serial ports and takes no --port, --plugin or "
                                    "--sim-config"));
+    if (a.command == Command::Trace &&
+        (!a.port.isEmpty() || !a.simConfig.isEmpty() || !a.plugin.isEmpty() || !a.traceFile.isEmpty()))
+        return fail(
+            QStringLiteral("trace reads a recording and takes no --port, --plugin, --sim-config or --trace"));
+    if (a.command == Command::Ports && !a.traceFile.isEmpty())
+        return fail(QStringLiteral("ports opens no port and has no line to record"));
     if (a.command == Command::Demo && a.json)
         return fail(QStringLiteral("demo has no JSON form"));
 
@@ -424,6 +440,9 @@ ParseResult parseArguments(const QStringList& arguments)
             return fail(
                 QStringLiteral("unknown counter \"%1\" (accepted or dispensed)").arg(positional.at(0)));
         }
+        break;
+    case Command::Trace:
+        a.traceInput = positional.at(0);
         break;
     case Command::Maintenance:
         if (!positional.isEmpty())

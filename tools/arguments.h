@@ -19,7 +19,8 @@ enum class Command {
     Maintenance,
     Watch,
     Demo,
-    Ports
+    Ports,
+    Trace
 };
 
 // One invocation of the tool, validated: every amount is within the device's range and every
@@ -33,6 +34,7 @@ struct Arguments
     QString logConfig;
     QString plugin;
     QString simConfig;
+    QString traceFile; // --trace: record the line to this file
 
     Command command = Command::Status;
     QString commandName;
@@ -49,6 +51,8 @@ struct Arguments
     QList<long long> simCoins;
     QList<int> counters; // ECashControl::CounterType, in the order to print
     bool done = false;
+    QString traceInput; // the trace command's FILE
+    bool summaryOnly = false;
 };
 
 struct ParseResult

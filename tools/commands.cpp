@@ -137,6 +137,7 @@ int Runner::run()
     case Command::Demo:
         return demo();
     case Command::Ports:
+    case Command::Trace:
         break; // answered without a device
     }
     return 2;

@@ -34,6 +34,12 @@ bool DriverHost::startSimulator(const sim::Config& config, QString* error)
     return true;
 }
 
+void DriverHost::recordLine(const QString& path, const QString& recorder)
+{
+    tracePath = path;
+    traceRecorder = recorder;
+}
+
 bool DriverHost::open(const QString& pluginPath, const QString& portPath, QString* error)
 {
     if (!portPath.isEmpty())
@@ -67,6 +73,8 @@ bool DriverHost::open(const QString& pluginPath, const QString& portPath, QStrin
                                                                         : serial->errorString();
         return false;
     }
+    if (!tracePath.isEmpty() && !serial->startRecording(tracePath, traceRecorder, error))
+        return false;
     if (!driverObj->setProperty("serialObj", QVariant::fromValue<QObject*>(serial.get()))) {
         *error = QStringLiteral("the driver has no property serialObj");
         return false;

@@ -29,6 +29,9 @@ public:
 
     // Starts the built-in simulator with this configuration; the port becomes its pseudo-terminal.
     bool startSimulator(const sim::Config& config, QString* error);
+    // Records the line to this trace file from the moment open() opens the port; `recorder`
+    // names the program in the trace ("cpibcr/1.0.0").
+    void recordLine(const QString& tracePath, const QString& recorder);
     // Loads the plug-in, creates the driver, opens the port and runs the driver's init().
     // The device is not talked to yet: that is the driver's connect().
     bool open(const QString& pluginPath, const QString& portPath, QString* error);
@@ -41,6 +44,8 @@ public:
     QString pluginPath() const { return plugin; }
     // A class information value of the driver's meta-object ("info", "name", ...).
     QString classInfo(const char* key) const;
+    // The host's serial port object; null before open().
+    hw::SerialPort* serialPort() const { return serial.get(); }
 
 private:
     std::unique_ptr<sim::Simulator> sim;
@@ -50,6 +55,8 @@ private:
     hw::AbstractCashControl* cashControl = nullptr;
     QString port;
     QString plugin;
+    QString tracePath;
+    QString traceRecorder;
 };
 
 } // namespace tool

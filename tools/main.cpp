@@ -5,6 +5,7 @@
 #include "driverhost.h"
 #include "pluginlocator.h"
 #include "serialports.h"
+#include "tracecommand.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logging.h"
@@ -23,7 +24,7 @@ QString shortUsage()
 {
     return QStringLiteral(
         "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] COMMAND [ARGS]\n"
+        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
         "Try 'cpibcr --help' for the commands.\n");
 }
 
@@ -93,6 +94,8 @@ int main(int argc, char** argv)
             console.out(tool::serialPortsTable(ports));
         return 0;
     }
+    if (args.command == tool::Command::Trace)
+        return tool::showTrace(args.traceInput, args.summaryOnly, console);
 
     QString error;
     if (!configureLogging(args, &error))
@@ -139,6 +142,8 @@ int main(int argc, char** argv)
     }
 
     tool::DriverHost host;
+    if (!args.traceFile.isEmpty())
+        host.recordLine(args.traceFile, QStringLiteral("cpibcr/%1").arg(QLatin1String(CPIBCR_VERSION)));
     if (simConfig && !host.startSimulator(*simConfig, &error))
         return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
     logging::info(log, QStringLiteral("plug-in %1, port %2%3")
