@@ -1,8 +1,12 @@
 #include "config.h"
 #include "control.h"
+#include "replay.h"
+#include "replayserver.h"
+#include "serialline.h"
 #include "simulator.h"
 
 #include <QByteArray>
+#include <QFile>
 #include <QString>
 #include <QStringList>
 #include <cerrno>
@@ -32,6 +36,7 @@ void usage(FILE* to)
 {
     std::fprintf(to, "usage: cpibcr-sim [--config FILE] [--device PATH | --link PATH] [--control PATH]\n"
                      "                  [--no-echo] [--dump-config] [--version]\n"
+                     "       cpibcr-sim --replay FILE [--speed N] [--device PATH | --link PATH]\n"
                      "Simulates a CPI BCR coin recycler at ccTalk address 55 on a pseudo-terminal\n"
                      "(or on the serial device given with --device) and prints the port path.\n"
                      "  --config FILE   JSON configuration; missing keys keep the built-in defaults\n"
@@ -40,6 +45,9 @@ void usage(FILE* to)
                      "  --control PATH  also take commands from a FIFO (if PATH is one) or a Unix socket\n"
                      "  --no-echo       do not repeat the host's bytes back\n"
                      "  --dump-config   print the effective configuration as JSON and exit\n"
+                     "  --replay FILE   play the recycler's side of a line recording (cpibcr --trace)\n"
+                     "                  instead of simulating; exits 1 at the first request that differs\n"
+                     "  --speed N       with --replay: recorded pauses divided by N (default 1)\n"
                      "  --version       print the version and exit\n"
                      "Commands are read from standard input, one per line; type help for the list.\n");
 }
@@ -71,11 +79,90 @@ struct LineSource
     QByteArray pending;
 };
 
+int replay(const QString& tracePath, double speed, const QString& devicePath, const QString& linkPath)
+{
+    QFile file(tracePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "cpibcr-sim: cannot read the trace %s: %s\n",
+                     tracePath.toLocal8Bit().constData(), file.errorString().toLocal8Bit().constData());
+        return 2;
+    }
+    const trace::Document document = trace::parse(file.readAll());
+    if (!document.error.isEmpty()) {
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", tracePath.toLocal8Bit().constData(),
+                     document.error.toLocal8Bit().constData());
+        return 2;
+    }
+    QList<sim::ReplayStep> steps = sim::replaySteps(document.records);
+    if (steps.isEmpty()) {
+        std::fprintf(stderr, "cpibcr-sim: %s: the recording holds no request to answer\n",
+                     tracePath.toLocal8Bit().constData());
+        return 2;
+    }
+    int baud = 115200;
+    if (!document.records.isEmpty() && document.records.first().header.baudRate > 0)
+        baud = document.records.first().header.baudRate;
+
+    int fd = -1, slave = -1;
+    QString port, error;
+    if (devicePath.isEmpty()) {
+        // The slave side stays open here, so that the host may close and reopen the port.
+        if (!sim::openRawPty(baud, &fd, &slave, &port, &error)) {
+            std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+            return 1;
+        }
+    } else {
+        fd = sim::openRawDevice(devicePath, baud, &error);
+        if (fd < 0) {
+            std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+            return 1;
+        }
+        port = devicePath;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    const QByteArray link = linkPath.toLocal8Bit();
+    if (!linkPath.isEmpty()) {
+        struct stat st;
+        if (lstat(link.constData(), &st) == 0 && S_ISLNK(st.st_mode))
+            ::unlink(link.constData());
+        if (::symlink(port.toLocal8Bit().constData(), link.constData()) != 0) {
+            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", link.constData(), std::strerror(errno));
+            return 1;
+        }
+    }
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return 1;
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGHUP, &sa, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    std::printf("port: %s\n", port.toLocal8Bit().constData());
+    if (!linkPath.isEmpty())
+        std::printf("link: %s\n", link.constData());
+    std::printf("replay: %d requests from %s, speed %s\n", int(steps.size()),
+                tracePath.toLocal8Bit().constData(), QByteArray::number(speed, 'g', 6).constData());
+    std::fflush(stdout);
+
+    sim::Replay player(steps, speed);
+    const int status = sim::serveReplay(
+        player, fd, signalPipe[0], 1500, [](const QString& text) { say(STDOUT_FILENO, text); },
+        [](const QString& text) { say(STDERR_FILENO, QStringLiteral("cpibcr-sim: ") + text.trimmed()); });
+    ::close(fd);
+    if (slave >= 0)
+        ::close(slave);
+    if (!linkPath.isEmpty())
+        ::unlink(link.constData());
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    QString configPath, devicePath, linkPath, controlPath;
+    QString configPath, devicePath, linkPath, controlPath, replayPath, speedText;
     bool noEcho = false, dump = false;
     for (int i = 1; i < argc; ++i) {
         const QString a = QString::fromLocal8Bit(argv[i]);
@@ -94,6 +181,10 @@ int main(int argc, char** argv)
             value(linkPath);
         else if (a == QLatin1String("--control"))
             value(controlPath);
+        else if (a == QLatin1String("--replay"))
+            value(replayPath);
+        else if (a == QLatin1String("--speed"))
+            value(speedText);
         else if (a == QLatin1String("--no-echo"))
             noEcho = true;
         else if (a == QLatin1String("--dump-config"))
@@ -109,6 +200,30 @@ int main(int argc, char** argv)
             usage(stderr);
             return 2;
         }
+    }
+
+    if (!replayPath.isEmpty()) {
+        if (!configPath.isEmpty() || !controlPath.isEmpty() || noEcho || dump) {
+            std::fprintf(stderr, "cpibcr-sim: --replay plays a recording and takes no --config, --control, "
+                                 "--no-echo or --dump-config\n");
+            return 2;
+        }
+        double speed = 1;
+        if (!speedText.isEmpty()) {
+            bool ok = false;
+            speed = speedText.toDouble(&ok);
+            if (!ok || !(speed > 0) || speed > 1000) {
+                std::fprintf(stderr,
+                             "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"%s\"\n",
+                             speedText.toLocal8Bit().constData());
+                return 2;
+            }
+        }
+        return replay(replayPath, speed, devicePath, linkPath);
+    }
+    if (!speedText.isEmpty()) {
+        std::fprintf(stderr, "cpibcr-sim: --speed goes with --replay\n");
+        return 2;
     }
 
     sim::Config config = sim::Config::defaults();

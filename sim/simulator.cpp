@@ -2,6 +2,7 @@
 
 #include "frame.h"
 #include "linefaults.h"
+#include "serialline.h"
 
 #include <QMap>
 
@@ -14,66 +15,11 @@
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
-#include <pty.h>
 #include <random>
-#include <termios.h>
 #include <thread>
 #include <unistd.h>
 
 namespace sim {
-
-namespace {
-
-speed_t speedFor(int baud)
-{
-    switch (baud) {
-    case 1200:
-        return B1200;
-    case 2400:
-        return B2400;
-    case 4800:
-        return B4800;
-    case 9600:
-        return B9600;
-    case 19200:
-        return B19200;
-    case 38400:
-        return B38400;
-    case 57600:
-        return B57600;
-    case 230400:
-        return B230400;
-    case 460800:
-        return B460800;
-    case 921600:
-        return B921600;
-    }
-    return B115200;
-}
-
-bool makeRaw(int fd, int baud, QString* error)
-{
-    termios t{};
-    if (tcgetattr(fd, &t) != 0) {
-        if (error)
-            *error = QStringLiteral("tcgetattr: %1").arg(QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
-    cfmakeraw(&t);
-    t.c_cflag |= CLOCAL | CREAD;
-    t.c_cc[VMIN] = 1;
-    t.c_cc[VTIME] = 0;
-    cfsetispeed(&t, speedFor(baud));
-    cfsetospeed(&t, speedFor(baud));
-    if (tcsetattr(fd, TCSANOW, &t) != 0) {
-        if (error)
-            *error = QStringLiteral("tcsetattr: %1").arg(QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
-    return true;
-}
-
-} // namespace
 
 struct Simulator::Private
 {
@@ -298,40 +244,23 @@ bool Simulator::openPty(QString* error)
 {
     stop();
     int master = -1, slave = -1;
-    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) {
-        if (error)
-            *error = QStringLiteral("openpty: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+    QString name;
+    if (!openRawPty(d->config.baudRate, &master, &slave, &name, error))
         return false;
-    }
-    if (!makeRaw(slave, d->config.baudRate, error)) {
-        ::close(master);
-        ::close(slave);
-        return false;
-    }
-    fcntl(master, F_SETFD, FD_CLOEXEC);
-    fcntl(slave, F_SETFD, FD_CLOEXEC);
     // The simulator keeps the slave side open so that the master never sees a hang-up while the
     // host closes and reopens the port.
-    const char* name = ttyname(slave);
     std::lock_guard<std::mutex> lock(d->m);
     d->slaveFd = slave;
-    d->path = QString::fromLocal8Bit(name ? name : "");
+    d->path = name;
     return d->start_(master, error);
 }
 
 bool Simulator::openDevice(const QString& path, QString* error)
 {
     stop();
-    const int fd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        if (error)
-            *error = QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(strerror(errno)));
+    const int fd = openRawDevice(path, d->config.baudRate, error);
+    if (fd < 0)
         return false;
-    }
-    if (isatty(fd) && !makeRaw(fd, d->config.baudRate, error)) {
-        ::close(fd);
-        return false;
-    }
     std::lock_guard<std::mutex> lock(d->m);
     d->path = path;
     return d->start_(fd, error);

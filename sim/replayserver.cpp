@@ -1,0 +1,128 @@
+#include "replayserver.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <deque>
+#include <poll.h>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+qint64 nowUs(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+bool writeAll(int fd, const QByteArray& bytes)
+{
+    const char* p = bytes.constData();
+    size_t left = size_t(bytes.size());
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, left);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && errno == EAGAIN) {
+            pollfd out{fd, POLLOUT, 0};
+            ::poll(&out, 1, 100);
+            continue;
+        }
+        if (n <= 0)
+            return false;
+        p += n;
+        left -= size_t(n);
+    }
+    return true;
+}
+
+} // namespace
+
+int serveReplay(Replay& replay, int fd, int stopFd, int quietMs,
+                const std::function<void(const QString&)>& say,
+                const std::function<void(const QString&)>& complain)
+{
+    const auto start = std::chrono::steady_clock::now();
+    std::deque<Replay::Out> queue;
+    qint64 quietSince = -1;
+    const auto take = [&](const QList<Replay::Out>& outs) {
+        for (const Replay::Out& o : outs) {
+            // In recorded order: a chunk never overtakes the one before it.
+            const qint64 due = queue.empty() ? o.dueUs : std::max(o.dueUs, queue.back().dueUs);
+            queue.push_back(Replay::Out{due, o.bytes});
+        }
+        for (const QString& note : replay.takeNotes())
+            say(QStringLiteral("note: %1").arg(note));
+    };
+    char buf[512];
+    for (;;) {
+        qint64 now = nowUs(start);
+        qint64 timeoutUs = 1000000;
+        const auto consider = [&](qint64 due) {
+            if (due >= 0)
+                timeoutUs = std::min(timeoutUs, std::max<qint64>(0, due - now));
+        };
+        consider(queue.empty() ? -1 : queue.front().dueUs);
+        consider(replay.deadline());
+        consider(quietSince < 0 ? -1 : quietSince + qint64(quietMs) * 1000);
+        pollfd fds[2] = {{fd, POLLIN, 0}, {stopFd, POLLIN, 0}};
+        const timespec ts{time_t(timeoutUs / 1000000), long(timeoutUs % 1000000) * 1000};
+        const int ready = ppoll(fds, stopFd >= 0 ? 2 : 1, &ts, nullptr);
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (stopFd >= 0 && (fds[1].revents & POLLIN)) {
+            say(QStringLiteral("replay stopped after %1 of %2 requests")
+                    .arg(replay.matched())
+                    .arg(replay.total()));
+            return replay.complete() ? 0 : 1;
+        }
+        if (fds[0].revents & (POLLERR | POLLNVAL))
+            break;
+        QByteArray incoming;
+        if (fds[0].revents & (POLLIN | POLLHUP)) {
+            for (;;) {
+                const ssize_t n = ::read(fd, buf, sizeof buf);
+                if (n > 0)
+                    incoming.append(buf, int(n));
+                else if (n < 0 && errno == EINTR)
+                    continue;
+                else
+                    break;
+            }
+        }
+        now = nowUs(start);
+        if (!incoming.isEmpty()) {
+            quietSince = -1;
+            take(replay.receive(incoming, now));
+        }
+        take(replay.expire(now));
+        if (replay.diverged()) {
+            complain(replay.divergence());
+            return 1;
+        }
+        while (!queue.empty() && queue.front().dueUs <= now) {
+            if (!writeAll(fd, queue.front().bytes)) {
+                complain(QStringLiteral("the line was lost"));
+                return 1;
+            }
+            queue.pop_front();
+        }
+        if (replay.complete() && queue.empty() && replay.deadline() < 0) {
+            if (quietSince < 0)
+                quietSince = now;
+            else if (now - quietSince >= qint64(quietMs) * 1000) {
+                say(QStringLiteral("replay complete: all %1 requests of the recording matched")
+                        .arg(replay.total()));
+                return 0;
+            }
+        }
+    }
+    complain(QStringLiteral("the line was lost after %1 of %2 requests")
+                 .arg(replay.matched())
+                 .arg(replay.total()));
+    return 1;
+}
+
+} // namespace sim
