@@ -120,7 +120,7 @@ QList<Replay::Out> Replay::handle(const QByteArray& frame, qint64 nowUs)
         ++next;
         return out;
     }
-    if (isClockSet(frame) && frame::isComplete(frame)) {
+    if (isClockSet(frame) && !isClockSet(step.request) && frame::isComplete(frame)) {
         // The recorded clock answer is older now than it was at the site, so this host finds the
         // device's clock wrong where the recorded host did not. The device takes the time.
         notes.append(QStringLiteral("before request %1 the host set the device's clock, which the recorded "

@@ -18,21 +18,22 @@ int lengthOf(const char* frameStart)
     return static_cast<unsigned char>(frameStart[1]) + shortestFrame;
 }
 
-// Splits bytes the assembly dropped one by one into frames whose checksum failed and bytes that
-// start no frame.
-void splitDropped(const char* bytes, int size, qint64 us, QList<Piece>& out)
+// Splits bytes that held no frame the assembly could take into frames whose checksum failed and
+// bytes that start no frame. With `tailIsCut` the bytes after the last such frame are the start
+// of one that never completed.
+void splitDropped(const char* bytes, int size, qint64 us, bool tailIsCut, QList<Piece>& out)
 {
     int garbageFrom = 0;
     int pos = 0;
-    const auto flushGarbage = [&](int upTo) {
+    const auto flushGarbage = [&](int upTo, Piece::Kind kind) {
         if (upTo > garbageFrom)
-            out.append(Piece{Piece::Garbage, us, QByteArray(bytes + garbageFrom, upTo - garbageFrom)});
+            out.append(Piece{kind, us, QByteArray(bytes + garbageFrom, upTo - garbageFrom)});
     };
     while (pos < size) {
         if (size - pos >= shortestFrame) {
             const int length = lengthOf(bytes + pos);
             if (length <= longestFrame && length <= size - pos) {
-                flushGarbage(pos);
+                flushGarbage(pos, Piece::Garbage);
                 out.append(Piece{Piece::Corrupt, us, QByteArray(bytes + pos, length)});
                 pos += length;
                 garbageFrom = pos;
@@ -41,7 +42,7 @@ void splitDropped(const char* bytes, int size, qint64 us, QList<Piece>& out)
         }
         ++pos;
     }
-    flushGarbage(size);
+    flushGarbage(size, tailIsCut ? Piece::Cut : Piece::Garbage);
 }
 
 qint64 timeAt(const std::vector<int>& chunkEnds, const std::vector<qint64>& chunkTimes, int lastByte)
@@ -121,7 +122,8 @@ QList<Piece> takeApart(const QByteArray& read, const std::vector<int>& chunkEnds
     const auto flushDropped = [&]() {
         if (droppedFrom < 0)
             return;
-        splitDropped(bytes + droppedFrom, pos - droppedFrom, timeAt(chunkEnds, chunkTimes, pos - 1), pieces);
+        splitDropped(bytes + droppedFrom, pos - droppedFrom, timeAt(chunkEnds, chunkTimes, pos - 1), false,
+                     pieces);
         droppedFrom = -1;
     };
     bool answered = false;
@@ -155,10 +157,14 @@ QList<Piece> takeApart(const QByteArray& read, const std::vector<int>& chunkEnds
         }
         pos += length;
     }
-    flushDropped();
-    if (pos < size) {
-        pieces.append(Piece{answered ? Piece::Ignored : Piece::Cut, timeAt(chunkEnds, chunkTimes, size - 1),
-                            read.mid(pos)});
+    if (answered) {
+        if (pos < size)
+            pieces.append(Piece{Piece::Ignored, timeAt(chunkEnds, chunkTimes, size - 1), read.mid(pos)});
+    } else {
+        // Nothing was taken: what the assembly dropped and what it still waited for, shown whole.
+        const int from = droppedFrom >= 0 ? droppedFrom : pos;
+        if (from < size)
+            splitDropped(bytes + from, size - from, timeAt(chunkEnds, chunkTimes, size - 1), true, pieces);
     }
     return pieces;
 }
