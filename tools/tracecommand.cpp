@@ -231,9 +231,10 @@ int showTrace(const QString& path, bool summaryOnly, const Console& console)
         size = contents.size();
     }
 
-    // The whole file is checked before anything is shown: a damaged trace is refused at its
-    // first bad line instead of being half printed.
-    {
+    // Text is shown as it is read, so a damaged trace is checked whole first and refused at its
+    // first bad line instead of being half printed. The other forms show nothing before the end.
+    const bool json = console.json();
+    if (!summaryOnly && !json) {
         trace::Reader check(data, size);
         trace::Record record;
         trace::Reader::Result result;
@@ -247,7 +248,6 @@ int showTrace(const QString& path, bool summaryOnly, const Console& console)
 
     QString text;
     QJsonArray exchanges;
-    const bool json = console.json();
     trace::Analyzer analyzer([&](const trace::Exchange& e) {
         if (summaryOnly)
             return;
@@ -263,10 +263,15 @@ int showTrace(const QString& path, bool summaryOnly, const Console& console)
     });
     trace::Reader reader(data, size);
     trace::Record record;
-    while (reader.next(&record) == trace::Reader::Ok) {
+    trace::Reader::Result result;
+    while ((result = reader.next(&record)) == trace::Reader::Ok) {
         analyzer.add(record);
         if (record.kind == trace::Record::HeaderRecord && !summaryOnly && !json)
             text += recordingText(record.header, analyzer.headers().size());
+    }
+    if (result == trace::Reader::Error) {
+        console.err(QStringLiteral("cpibcr: %1: %2\n").arg(path, reader.error()));
+        return 1;
     }
     const trace::Summary summary = analyzer.finish();
     if (json) {
