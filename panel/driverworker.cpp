@@ -6,6 +6,7 @@
 #include "sim/simulator.h"
 #include "tools/driverhost.h"
 
+#include <QCoreApplication>
 #include <QSet>
 #include <QTimer>
 
@@ -52,8 +53,10 @@ public:
     explicit Activity(DriverWorker* owner) : worker(owner) { ++worker->activeDepth; }
     ~Activity()
     {
-        if (--worker->activeDepth == 0)
+        if (--worker->activeDepth == 0) {
+            worker->checkRecording();
             emit worker->idle();
+        }
     }
     Activity(const Activity&) = delete;
     Activity& operator=(const Activity&) = delete;
@@ -105,6 +108,7 @@ void DriverWorker::open(const panel::Connection& connection)
         return;
     }
     host = std::move(made);
+    startRecording();
     QObject* driverObject = host->driverObject();
     QObject::connect(driverObject, SIGNAL(received(SumDetailed)), this, SLOT(onReceived(SumDetailed)));
     QObject::connect(driverObject, SIGNAL(error(QString)), this, SLOT(onDriverError(QString)));
@@ -320,6 +324,43 @@ void DriverWorker::setRecheckInterval(int msecs)
     recheckTimer->setInterval(std::max(1, msecs));
 }
 
+void DriverWorker::setRecording(const QString& path)
+{
+    const Activity activity(this);
+    if (host && recordingNow) {
+        host->serialPort()->stopRecording();
+        recordingNow = false;
+        emit recordingChanged(false, recordPath, QString());
+    }
+    recordPath = path;
+    startRecording();
+}
+
+void DriverWorker::startRecording()
+{
+    if (!host || recordPath.isEmpty() || !host->serialPort())
+        return;
+    QString error;
+    recordingNow = host->serialPort()->startRecording(
+        recordPath,
+        QStringLiteral("%1/%2").arg(QCoreApplication::applicationName(),
+                                    QCoreApplication::applicationVersion()),
+        &error);
+    emit recordingChanged(recordingNow, recordPath, error);
+    if (!recordingNow)
+        recordPath.clear();
+}
+
+void DriverWorker::checkRecording()
+{
+    if (!recordingNow || !host || host->serialPort()->isRecording())
+        return;
+    recordingNow = false;
+    emit recordingChanged(false, recordPath,
+                          QStringLiteral("the recording stopped: the file takes no more (see the log)"));
+    recordPath.clear();
+}
+
 void DriverWorker::shutdown()
 {
     const Activity activity(this);
@@ -328,6 +369,7 @@ void DriverWorker::shutdown()
         run(QStringLiteral("Stopping acceptance"), [&] { host->driver()->cashInStop(); });
     accepting = false;
     faulted = false;
+    recordingNow = false;
     host.reset();
 }
 

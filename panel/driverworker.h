@@ -31,6 +31,7 @@ struct Connection
     QString plugin;
     QString port;
     QString simConfig;
+    QString trace; // record the line to this file from the start (empty: not)
 };
 
 // The driver and its port on the thread this object lives in, which runs its own event loop
@@ -67,6 +68,9 @@ public slots:
     void setSupervision(bool on);
     // While a fault is shown, how often the state is checked again to see it gone.
     void setRecheckInterval(int msecs);
+    // Records the line to this trace file (appended to), now and after every (re)connection;
+    // an empty path stops recording.
+    void setRecording(const QString& path);
     // Deletes the driver, the port and the simulator on this thread.
     void shutdown();
 
@@ -91,6 +95,8 @@ signals:
     void stateGood();
     // A call failed; message is the driver's own text.
     void failed(const QString& what, const QString& message);
+    // The line recording started or stopped; `error` says why it could not start or went off.
+    void recordingChanged(bool on, const QString& path, const QString& error);
 
 private slots:
     void onReceived(const SumDetailed& coins);
@@ -104,6 +110,9 @@ private:
     bool run(const QString& what, const std::function<void()>& call);
     void emitUnits();
     void raiseFault(const QString& message);
+    void startRecording();
+    // Reports a recording the port stopped by itself (the disk full).
+    void checkRecording();
 
     std::unique_ptr<tool::DriverHost> host;
     QTimer* recheckTimer;
@@ -111,6 +120,8 @@ private:
     bool faulted = false;
     bool accepting = false;
     int activeDepth = 0;
+    QString recordPath;
+    bool recordingNow = false;
 };
 
 void registerMetaTypes();

@@ -42,7 +42,12 @@ int main(int argc, char** argv)
     const QCommandLineOption simOption(QStringLiteral("sim-config"),
                                        QStringLiteral("JSON configuration of the built-in simulator."),
                                        QStringLiteral("FILE"));
-    parser.addOptions({portOption, pluginOption, simOption});
+    const QCommandLineOption traceOption(
+        QStringLiteral("trace"),
+        QStringLiteral(
+            "Record the line to this file (appended to) from the start, as \"Record the line\" does."),
+        QStringLiteral("FILE"));
+    parser.addOptions({portOption, pluginOption, simOption, traceOption});
     // parse() rather than process(): arguments that make no sense exit with 2, as with cpibcr.
     if (!parser.parse(QCoreApplication::arguments())) {
         printError(QStringLiteral("cpibcr-panel: ") + parser.errorText());
@@ -67,6 +72,7 @@ int main(int argc, char** argv)
     connection.port = parser.value(portOption);
     connection.simConfig = parser.value(simOption);
     connection.plugin = parser.value(pluginOption);
+    connection.trace = parser.value(traceOption);
     QString hint;
     if (connection.plugin.isEmpty()) {
         const QString dir = QCoreApplication::applicationDirPath();

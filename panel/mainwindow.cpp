@@ -11,6 +11,8 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDateTime>
+#include <QDir>
 #include <QFormLayout>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -21,7 +23,9 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QSplitter>
+#include <QStandardPaths>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTableWidget>
@@ -164,11 +168,42 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
     connect(driverWorker, &DriverWorker::deviceFault, this, &MainWindow::onFault);
     connect(driverWorker, &DriverWorker::stateGood, this, &MainWindow::onStateGood);
     connect(driverWorker, &DriverWorker::failed, this, &MainWindow::onFailed);
+    connect(driverWorker, &DriverWorker::recordingChanged, this, &MainWindow::onRecording);
     thread.setObjectName(QStringLiteral("driver"));
     thread.start();
 
+    recordingFolder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    if (recordingFolder.isEmpty())
+        recordingFolder = QDir::homePath();
+    if (!connection.trace.isEmpty())
+        recordBox->setChecked(true);
+
     scanPorts();
     updateEnabled();
+}
+
+void MainWindow::recordSwitched(bool on)
+{
+    QString path;
+    if (on) {
+        path = connection.trace.isEmpty() ? QDir(recordingFolder)
+                                                .filePath(QStringLiteral("cpibcr-%1.trace")
+                                                              .arg(QDateTime::currentDateTime().toString(
+                                                                  QStringLiteral("yyyyMMdd-HHmmss"))))
+                                          : connection.trace;
+        recordLabel->setText(QStringLiteral("to %1").arg(path));
+    }
+    QMetaObject::invokeMethod(
+        driverWorker, [worker = driverWorker, path] { worker->setRecording(path); }, Qt::QueuedConnection);
+}
+
+void MainWindow::onRecording(bool on, const QString& path, const QString& error)
+{
+    const QSignalBlocker blocker(recordBox);
+    recordBox->setChecked(on);
+    recordLabel->setText(on ? QStringLiteral("to %1").arg(path) : QString());
+    if (!error.isEmpty())
+        showMessage(QStringLiteral("line recording to %1: %2").arg(path, error), true);
 }
 
 MainWindow::~MainWindow()
@@ -225,6 +260,13 @@ QWidget* MainWindow::buildConnectionRow()
     supervisionBox = new QCheckBox(QStringLiteral("Background state check"), row);
     supervisionBox->setObjectName(QStringLiteral("supervisionBox"));
     supervisionBox->setChecked(true);
+    recordBox = new QCheckBox(QStringLiteral("Record the line"), row);
+    recordBox->setObjectName(QStringLiteral("recordBox"));
+    recordBox->setToolTip(QStringLiteral("Write every byte sent to and received from the recycler to a trace "
+                                         "file, for cpibcr trace and for replaying it in the lab"));
+    recordLabel = new QLabel(row);
+    recordLabel->setObjectName(QStringLiteral("recordLabel"));
+    recordLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     checkStateButton = new QPushButton(QStringLiteral("Check state"), row);
     checkStateButton->setObjectName(QStringLiteral("checkStateButton"));
     layout->addWidget(new QLabel(QStringLiteral("Port"), row));
@@ -232,12 +274,15 @@ QWidget* MainWindow::buildConnectionRow()
     layout->addWidget(rescanButton);
     layout->addWidget(connectButton);
     layout->addStretch(1);
+    layout->addWidget(recordBox);
+    layout->addWidget(recordLabel);
     layout->addWidget(supervisionBox);
     layout->addWidget(checkStateButton);
 
     connect(rescanButton, &QPushButton::clicked, this, &MainWindow::scanPorts);
     connect(connectButton, &QPushButton::clicked, this, &MainWindow::connectDevice);
     connect(checkStateButton, &QPushButton::clicked, this, [this] { call(&DriverWorker::checkState); });
+    connect(recordBox, &QCheckBox::toggled, this, &MainWindow::recordSwitched);
     connect(supervisionBox, &QCheckBox::toggled, this, [this](bool on) {
         // Before connecting, the choice is only remembered by the worker.
         QMetaObject::invokeMethod(

@@ -38,6 +38,9 @@ public:
     // The built-in simulator once connected to it, otherwise null.
     sim::Simulator* simulator() const;
     void setRecheckInterval(int msecs);
+    // Where "Record the line" puts its files when no file was given with --trace: a new file
+    // cpibcr-YYYYMMDD-HHMMSS.trace each time it is switched on. The user's documents by default.
+    void setRecordingFolder(const QString& folder) { recordingFolder = folder; }
     bool isConnected() const { return connectedNow; }
     bool isBusy() const { return busyNow; }
 
@@ -58,6 +61,8 @@ private slots:
     void onFault(const QString& message);
     void onStateGood();
     void onFailed(const QString& what, const QString& message);
+    void onRecording(bool on, const QString& path, const QString& error);
+    void recordSwitched(bool on);
 
     void connectDevice();
     void scanPorts();
@@ -102,6 +107,9 @@ private:
     QPushButton* connectButton;
     QLabel* deviceLabel;
     QCheckBox* supervisionBox;
+    QCheckBox* recordBox;
+    QLabel* recordLabel;
+    QString recordingFolder;
     QPushButton* checkStateButton;
     QLabel* banner;
     QProgressBar* busyBar;

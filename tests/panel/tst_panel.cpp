@@ -7,9 +7,12 @@
 #include "sim/device.h"
 #include "sim/simulator.h"
 #include "tools/serialports.h"
+#include "trace/traceformat.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
+#include <QFile>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -18,6 +21,7 @@
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTableWidget>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
 
@@ -73,6 +77,7 @@ private slots:
     void logPaneShowsTheDriversLinesAtTheChosenLevel();
     void choosesThePortAndReportsAFailedConnection();
     void connectsToAPortAndShowsALinkFailure();
+    void recordsTheLine();
     void rendersTheWindow();
 
 private:
@@ -600,6 +605,41 @@ void TestPanel::connectsToAPortAndShowsALinkFailure()
     QTRY_COMPARE_WITH_TIMEOUT(unitCell(1, 3), QStringLiteral("17"), operationMs);
     QTRY_VERIFY_WITH_TIMEOUT(idle(), operationMs);
     window.reset();
+}
+
+void TestPanel::recordsTheLine()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    window->setRecordingFolder(dir.path());
+    child<QCheckBox>("recordBox")->setChecked(true);
+    click("refreshButton");
+    QTRY_VERIFY_WITH_TIMEOUT(idle() && child<QTableWidget>("unitsTable")->rowCount() == 5, operationMs);
+    QVERIFY(child<QLabel>("recordLabel")
+                ->text()
+                .startsWith(QStringLiteral("to ") + dir.path() + QStringLiteral("/cpibcr-")));
+    child<QCheckBox>("recordBox")->setChecked(false);
+    QTRY_VERIFY_WITH_TIMEOUT(idle() && child<QLabel>("recordLabel")->text().isEmpty(), operationMs);
+    QVERIFY(!child<QCheckBox>("recordBox")->isChecked());
+    // Nothing is recorded once switched off.
+    click("refreshButton");
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), operationMs);
+
+    const QStringList files = QDir(dir.path()).entryList({QStringLiteral("cpibcr-*.trace")});
+    QCOMPARE(files.size(), 1);
+    QFile file(dir.filePath(files.first()));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const trace::Document doc = trace::parse(file.readAll());
+    QVERIFY2(doc.error.isEmpty(), qPrintable(doc.error));
+    QCOMPARE(doc.records.first().kind, trace::Record::HeaderRecord);
+    QCOMPARE(doc.records.first().header.port, window->simulator()->portPath());
+    // One refresh: every enabled hopper's balance asked once, each request echoed and answered.
+    int balances = 0;
+    for (const trace::Record& r : doc.records)
+        if (r.kind == trace::Record::ChunkRecord && r.chunk.direction == trace::Direction::Written &&
+            quint8(r.chunk.bytes.at(3)) == 119)
+            ++balances;
+    QCOMPARE(balances, 4);
 }
 
 void TestPanel::rendersTheWindow()
