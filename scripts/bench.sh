@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Release benchmark build in build-bench and measures the five figures of
+# Builds the Release benchmark build in build-bench and measures the six figures of
 # BENCHMARKS.md: answer assembly, change computation, command round trip, acceptance polling
-# (with the host tool's CPU share while accepting) and memory. Prints a summary; the raw
+# (with the host tool's CPU share while accepting), memory and reading a trace. Prints a summary; the raw
 # Google Benchmark JSON and the summary stay in build-bench/results/.
 #
 #   scripts/bench.sh [REPETITIONS]     default 5; the figures are medians over the repetitions
@@ -17,7 +17,7 @@ results=$build/results
 bash scripts/setup.sh --dev >/dev/null
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCPIBCR_BENCH=ON -DCPIBCR_WERROR=ON >/dev/null
 cmake --build "$build" -j"$(nproc)" --target bench_assembly bench_change bench_roundtrip bench_polling \
-  cpibcr cpibcr_plugin cpibcr-sim
+  bench_trace cpibcr cpibcr_plugin cpibcr-sim
 mkdir -p "$results"
 
 {
@@ -38,6 +38,7 @@ run() {
 }
 run bench_assembly
 run bench_change --benchmark_min_time=0.2
+run bench_trace
 # The two loops take turns, so that a change in the machine's load falls on both alike.
 run bench_roundtrip --benchmark_min_time=2 --benchmark_enable_random_interleaving=true
 run bench_polling --benchmark_min_time=2
@@ -223,4 +224,10 @@ print(f"   host tool: 'status' VmHWM {t['status_hwm_kib']} KiB; 'accept' in prog
       f"VmHWM {t['help_hwm_kib']} KiB")
 print(f"   plug-in libcpibcr.so: {t['plugin_bytes']} bytes as built, {t['plugin_stripped_bytes']} bytes stripped")
 print("   " + t["plugin_size"].replace("\n", "\n   "))
+
+print("6. Reading a 100 MB trace on one thread, median")
+tr = medians("bench_trace")
+for run, label in [("BM_ReadTrace/iterations:3", "parsed and assembled"), ("BM_ParseTrace/iterations:3", "parsed only")]:
+    b = tr[run]
+    print(f"   {label:21s} {ms(b)[0]:7.1f} ms  {b['bytes_per_second'] / 1e6:6.1f} MB/s (goal >= 50 MB/s)")
 PY
