@@ -38,6 +38,7 @@ private slots:
     void pickupDefaultsAndAmounts();
     void countersSelection();
     void maintenanceArguments();
+    void traceArguments();
 };
 
 void TestToolArguments::parseAmount_data()
@@ -261,6 +262,7 @@ void TestToolArguments::commands_data()
     QTest::newRow("maintenance") << QStringList{"maintenance"} << Command::Maintenance;
     QTest::newRow("watch") << QStringList{"watch"} << Command::Watch;
     QTest::newRow("demo") << QStringList{"demo"} << Command::Demo;
+    QTest::newRow("trace") << QStringList{"trace", "site.trace"} << Command::Trace;
 }
 
 void TestToolArguments::commands()
@@ -286,6 +288,20 @@ void TestToolArguments::usageErrors_data()
         << QStringList{"status", "--mode", "optimal"} << "--mode is not an option of status";
     QTest::newRow("missing value") << QStringList{"status", "--port"} << "--port needs a value";
     QTest::newRow("value for a flag") << QStringList{"status", "--json=yes"} << "--json takes no value";
+    QTest::newRow("trace without a file") << QStringList{"trace"} << "trace: missing arguments";
+    QTest::newRow("trace of a port")
+        << QStringList{"trace", "a.trace", "--port", "/dev/ttyUSB0"}
+        << "trace reads a recording and takes no --port, --plugin, --sim-config or "
+           "--trace";
+    QTest::newRow("trace while tracing")
+        << QStringList{"--trace", "b.trace", "trace", "a.trace"}
+        << "trace reads a recording and takes no --port, --plugin, --sim-config "
+           "or --trace";
+    QTest::newRow("summary of another command")
+        << QStringList{"status", "--summary"} << "--summary is not an option of status";
+    QTest::newRow("recording ports") << QStringList{"ports", "--trace", "a.trace"}
+                                     << "ports opens no port and has no line to record";
+    QTest::newRow("trace without a file name") << QStringList{"status", "--trace="} << "--trace needs a file";
     QTest::newRow("bad log level") << QStringList{"--log", "verbose", "status"}
                                    << "unknown log level \"verbose\" (error, warn, info, debug, trace)";
     QTest::newRow("pay without amount") << QStringList{"pay"} << "pay: missing arguments";
@@ -469,6 +485,20 @@ void TestToolArguments::maintenanceArguments()
     QCOMPARE(reset.status, ParseResult::Ok);
     QCOMPARE(reset.args.unit, QStringLiteral("hopper3"));
     QVERIFY(reset.args.done);
+}
+
+void TestToolArguments::traceArguments()
+{
+    ParseResult r = tool::parseArguments({"--port", "/dev/ttyUSB0", "pay", "5", "--trace", "site.trace"});
+    QCOMPARE(r.status, ParseResult::Ok);
+    QCOMPARE(r.args.traceFile, QStringLiteral("site.trace"));
+    QCOMPARE(r.args.port, QStringLiteral("/dev/ttyUSB0"));
+    r = tool::parseArguments({"trace", "site.trace", "--summary", "--json"});
+    QCOMPARE(r.status, ParseResult::Ok);
+    QCOMPARE(r.args.traceInput, QStringLiteral("site.trace"));
+    QVERIFY(r.args.summaryOnly);
+    QVERIFY(r.args.json);
+    QVERIFY(r.args.traceFile.isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolArguments)

@@ -121,6 +121,7 @@ private slots:
     void replayWithAnotherCommand();
     void damagedTraceIsRefused_data();
     void damagedTraceIsRefused();
+    void traceFileThatCannotBeWritten();
 
 private:
     QString link() const { return dir.filePath(QStringLiteral("ttyBCR")); }
@@ -333,6 +334,22 @@ void TestTraceSession::damagedTraceIsRefused()
     QCOMPARE(replay.status, 2);
     QVERIFY(replay.out.isEmpty());
     QCOMPARE(QString::fromUtf8(replay.err), QStringLiteral("cpibcr-sim: %1: %2\n").arg(damaged, message));
+}
+
+void TestTraceSession::traceFileThatCannotBeWritten()
+{
+    QString error;
+    sim::Simulator device(sim::Config::fromJsonFile(QStringLiteral(CPIBCR_TEST_DATA "/fast.json"), &error));
+    QVERIFY2(device.openPty(&error), qPrintable(error));
+    const QString file = dir.filePath(QStringLiteral("no-such-folder/site.trace"));
+    const Result r = tool({QStringLiteral("--port"), device.portPath(), QStringLiteral("--trace"), file,
+                           QStringLiteral("status")});
+    QCOMPARE(r.status, 1);
+    QCOMPARE(QString::fromUtf8(r.err),
+             QStringLiteral("cpibcr: cannot write the trace %1: No such file or directory\n").arg(file));
+    QVERIFY(r.out.isEmpty());
+    // Refused before the driver said a word to the device.
+    QCOMPARE(device.transactions().size(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestTraceSession)
