@@ -7,8 +7,13 @@
 #include "trace/traceformat.h"
 
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
+#include <chrono>
+#include <fcntl.h>
+#include <future>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -126,6 +131,47 @@ private slots:
                  qPrintable(warnings.first()));
         QVERIFY2(warnings.first().endsWith(QStringLiteral("; the session goes on")),
                  qPrintable(warnings.first()));
+    }
+
+    // A file that takes nothing (a FIFO nobody reads) while the line goes on: the line never
+    // waits for it, and once more than the queue's limit waits, the recording stops.
+    void diskThatCannotKeepUp()
+    {
+        QTemporaryDir dir;
+        const QByteArray fifo = dir.filePath(QStringLiteral("slow.trace")).toLocal8Bit();
+        QVERIFY(::mkfifo(fifo.constData(), 0600) == 0);
+        // The read end, opened first so that the recorder's open does not wait; read only at the end.
+        const int reader = ::open(fifo.constData(), O_RDONLY | O_NONBLOCK);
+        QVERIFY(reader >= 0);
+        testsupport::LogCapture log;
+        hw::LineRecorder recorder;
+        QVERIFY(recorder.start(QString::fromLocal8Bit(fifo), nullptr));
+        recorder.header(trace::Header());
+        const QByteArray chunk(4096, '\x37');
+        int queued = 0;
+        while (recorder.isRecording() && queued < 10000) {
+            recorder.chunk(trace::Direction::Read, chunk);
+            ++queued;
+        }
+        QVERIFY(!recorder.isRecording());
+        // A 64 KiB pipe and 8 MiB of queue hold about 700 chunks of this size as text.
+        QVERIFY2(queued > 500 && queued < 2000, qPrintable(QString::number(queued)));
+        QStringList warnings;
+        for (const testsupport::LogLine& line : log.lines())
+            if (line.level == QLatin1String("WARN"))
+                warnings << line.text;
+        QCOMPARE(warnings,
+                 QStringList{QStringLiteral("line recording to %1 stopped: the disk cannot keep up with "
+                                            "the line; the session goes on")
+                                 .arg(QString::fromLocal8Bit(fifo))});
+        // The writer is still inside a write to the full pipe: drain it so that stop() returns.
+        auto stopped = std::async(std::launch::async, [&] { recorder.stop(); });
+        char buf[65536];
+        while (stopped.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready) {
+            if (::read(reader, buf, sizeof buf) <= 0)
+                QThread::msleep(1);
+        }
+        ::close(reader);
     }
 
     void unwritableFileIsRefusedAtTheStart()
