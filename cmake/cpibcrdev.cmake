@@ -16,6 +16,7 @@ set(cpibcr_dev_headers
   host/abstractserialdevice.h
   host/interfaceids.h
   host/logging.h
+  host/logsetup.h
   host/serialport.h
   host/timer.h)
 

@@ -7,7 +7,7 @@
 #include "serialports.h"
 
 #include "cashcontrol/cashcontrolexc.h"
-#include "host/logging.h"
+#include "host/logsetup.h"
 #include "sim/simulator.h"
 
 #include <QCoreApplication>
