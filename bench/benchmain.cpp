@@ -1,7 +1,7 @@
 // Entry of the benchmarks that drive the serial port or timers: Qt's I/O and timers want an
 // application object, and the driver logs at the level a POS installation runs it (info).
 
-#include "host/logging.h"
+#include "host/logsetup.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,5 +1,7 @@
 #include "cashcontrol/basiccashcontrol.h"
 
+#include "host/qtcompat.h"
+
 #include <QMetaType>
 
 #include <algorithm>
@@ -115,9 +117,8 @@ SumDetailed balanced(const QList<CashControlUnit>& hoppers, long long amount)
 BasicCashControl::BasicCashControl(QObject* parent)
     : QObject(parent), logger(logging::rootLogger()), type(0), options(0)
 {
-    if (QMetaType::type("SumDetailed") == QMetaType::UnknownType) {
+    if (!QMetaType::type("SumDetailed"))
         qRegisterMetaType<SumDetailed>("SumDetailed");
-    }
 }
 
 int BasicCashControl::getType() const

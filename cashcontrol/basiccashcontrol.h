@@ -3,6 +3,7 @@
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logging.h"
+#include "host/qtcompat.h"
 
 #include <QObject>
 

@@ -14,7 +14,7 @@ public:
     explicit CashControlExc(const QString& message) : text(message.toUtf8()) {}
 
     const char* what() const noexcept override { return text.constData(); }
-    QString message() const { return QString::fromUtf8(text); }
+    QString message() const { return QString::fromUtf8(text.constData(), text.size()); }
 
 private:
     QByteArray text;

@@ -1,5 +1,7 @@
 #include "cashcontrol/ecashcontrol.h"
 
+#include "host/qtcompat.h"
+
 namespace ECashControl {
 
 namespace {

@@ -1,5 +1,7 @@
 #include "cctalk/auditcommands.h"
 
+#include "host/qtcompat.h"
+
 namespace CcTalk {
 
 ReqRealTimeClock::ReqRealTimeClock() : Request(Header::reqRealTimeClock, QByteArray()) {}
@@ -9,12 +11,12 @@ ReqRealTimeClockResp::ReqRealTimeClockResp(const Response& response) : Response(
 QDateTime ReqRealTimeClockResp::getTime() const
 {
     // Local time, as the operator's clock reads; the instant is the same.
-    return QDateTime::fromSecsSinceEpoch(qint64(getUint(0, 4)));
+    return qtcompat::fromSecsSinceEpoch(qint64(getUint(0, 4)));
 }
 
 ModRealTimeClock::ModRealTimeClock(const QDateTime& time) : Request(Header::modRealTimeClock, QByteArray())
 {
-    setUint(unsigned(quint64(time.toSecsSinceEpoch()) & 0xFFFFFFFFu), 0, 4);
+    setUint(unsigned(quint64(qtcompat::toSecsSinceEpoch(time)) & 0xFFFFFFFFu), 0, 4);
 }
 
 ReqAuditCounter::ReqAuditCounter(unsigned char group, unsigned char index)

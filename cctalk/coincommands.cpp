@@ -1,5 +1,7 @@
 #include "cctalk/coincommands.h"
 
+#include "host/qtcompat.h"
+
 namespace CcTalk {
 
 CoinId coinIdFromData(const Response& response)
@@ -8,7 +10,7 @@ CoinId coinIdFromData(const Response& response)
     const int zero = text.indexOf('\0');
     if (zero >= 0)
         text.truncate(zero);
-    return CoinId(QString::fromUtf8(text));
+    return CoinId(qtcompat::fromUtf8(text));
 }
 
 ReqCoinId::ReqCoinId(unsigned char position) : Request(Header::reqCoinId, QByteArray())

@@ -28,9 +28,9 @@ unsigned int CoinId::getDenom() const
     QString value = id.mid(2, 3);
     // The first character that is not 0 to 9 marks the fraction; a plain scan, since a
     // regular expression finds nothing at all in text that is not valid UTF-16.
-    const auto nonDigit = std::find_if(value.cbegin(), value.cend(),
+    const auto nonDigit = std::find_if(value.constBegin(), value.constEnd(),
                                        [](QChar c) { return c.unicode() < '0' || c.unicode() > '9'; });
-    const int i = nonDigit == value.cend() ? -1 : int(nonDigit - value.cbegin());
+    const int i = nonDigit == value.constEnd() ? -1 : int(nonDigit - value.constBegin());
     long double multiplier = 1;
     if (i >= 0) {
         const QChar c = value.at(i);

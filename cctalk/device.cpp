@@ -1,6 +1,7 @@
 #include "cctalk/device.h"
 
 #include "cctalk/identcommands.h"
+#include "host/qtcompat.h"
 
 #include <QElapsedTimer>
 
@@ -20,7 +21,7 @@ QString hexBytes(const QByteArray& bytes)
 {
     if (bytes.isEmpty())
         return QString();
-    return QLatin1Char(' ') + QString::fromLatin1(bytes.toHex(' ').toUpper());
+    return QLatin1Char(' ') + qtcompat::toHex(bytes, ' ');
 }
 
 qint64 monotonicMsecs()
@@ -77,7 +78,7 @@ QString Device::identText(const Request& request, const QString& prefix)
     const int zero = line.indexOf('\0');
     if (zero >= 0)
         line.truncate(zero);
-    return QString::fromUtf8(line);
+    return qtcompat::fromUtf8(line);
 }
 
 void Device::checkState()

@@ -1,5 +1,7 @@
 #include "cctalk/exception.h"
 
+#include "host/qtcompat.h"
+
 namespace CcTalk {
 
 Exception::Exception(const QString& message, const QString& deviceName)
@@ -17,12 +19,12 @@ const char* Exception::what() const noexcept
 
 QString Exception::message() const
 {
-    return QString::fromUtf8(msg);
+    return qtcompat::fromUtf8(msg);
 }
 
 QString Exception::deviceName() const
 {
-    return QString::fromUtf8(name);
+    return qtcompat::fromUtf8(name);
 }
 
 } // namespace CcTalk

@@ -1,5 +1,7 @@
 #include "cctalk/faults.h"
 
+#include "host/qtcompat.h"
+
 namespace CcTalk {
 
 ReqErrorStatus::ReqErrorStatus() : Request(Header::reqErrorStatus, QByteArray()) {}

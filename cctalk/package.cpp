@@ -1,5 +1,7 @@
 #include "cctalk/package.h"
 
+#include "host/qtcompat.h"
+
 #include <QMetaEnum>
 #include <QVarLengthArray>
 
@@ -101,7 +103,7 @@ QString Package::toLog() const
 {
     QString hex;
     if (!data.isEmpty())
-        hex = QLatin1Char(' ') + QString::fromLatin1(data.toHex(' ').toUpper());
+        hex = QLatin1Char(' ') + qtcompat::toHex(data, ' ');
     return QStringLiteral("%1, data ='%2', src = %3, dest = %4")
         .arg(getName(), hex)
         .arg(unsigned(src))

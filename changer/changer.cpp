@@ -1,6 +1,7 @@
 #include "changer/changer.h"
 
 #include "cctalk/commands.h"
+#include "host/qtcompat.h"
 #include "host/timer.h"
 
 #include <QDateTime>
@@ -65,7 +66,7 @@ Changer::Changer(QObject* parent) : Device(parent), pollTimer(new Timer(this)), 
         qRegisterMetaType<SumDetailed>("SumDetailed");
     pollTimer->setInterval(pollIntervalMsecs);
     pollTimer->setSingleShot(true);
-    QObject::connect(pollTimer, &Timer::timeout, this, &Changer::checkMoneyIn);
+    QObject::connect(pollTimer, SIGNAL(timeout()), this, SLOT(checkMoneyIn()));
 }
 
 Changer::~Changer() = default;
@@ -178,7 +179,7 @@ void Changer::loadCashUnits()
     }
 
     // Acceptable means recycled by a hopper and recognised by the acceptor.
-    acceptableDenoms.intersect(QSet<unsigned int>(coinDenoms.cbegin(), coinDenoms.cend()));
+    acceptableDenoms.intersect(qtcompat::toSet<unsigned int>(coinDenoms));
 
     logInfo(QStringLiteral("Кэшбокс"));
     const ReqCashboxValueResp cashbox(exec(ReqCashboxValue()));
@@ -204,7 +205,7 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
     allowed.subtract(excluded);
     unsigned short mask = 0;
     QStringList names;
-    for (auto it = coinDenoms.cbegin(); it != coinDenoms.cend(); ++it) {
+    for (auto it = coinDenoms.constBegin(); it != coinDenoms.constEnd(); ++it) {
         if (!allowed.contains(it.value()))
             continue;
         // The inhibit register has one bit per position, positions 1 to 16.
@@ -260,7 +261,7 @@ void Changer::checkMoneyIn()
         const CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow());
         if (!step.rebased.isEmpty()) {
             QStringList changes;
-            for (auto it = step.rebased.cbegin(); it != step.rebased.cend(); ++it)
+            for (auto it = step.rebased.constBegin(); it != step.rebased.constEnd(); ++it)
                 changes << QStringLiteral("позиция %1: %2 -> %3")
                                .arg(unsigned(it.key()))
                                .arg(it.value().first)
@@ -270,7 +271,7 @@ void Changer::checkMoneyIn()
                     changes.join(QStringLiteral(", ")));
         }
         SumDetailed sum;
-        for (auto it = step.added.cbegin(); it != step.added.cend(); ++it)
+        for (auto it = step.added.constBegin(); it != step.added.constEnd(); ++it)
             sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
         if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
             logInfo(QStringLiteral("Принято: ") + sum.toString());
@@ -427,7 +428,7 @@ SumDetailed Changer::cashOut(ECashControl::ChangeMode mode, long long sum)
 
 SumDetailed Changer::cashOut(SumDetailed coins)
 {
-    for (auto it = coins.denoms.cbegin(); it != coins.denoms.cend(); ++it) {
+    for (auto it = coins.denoms.constBegin(); it != coins.denoms.constEnd(); ++it) {
         if (it.value() < 0)
             refuseAmount();
     }
@@ -497,7 +498,7 @@ bool Changer::payoutSeen()
     if (activity.checkFlag(ReqActivityRegResp::Payout))
         return true;
     const SumDetailed paid = getLastCashOut();
-    for (auto it = paid.denoms.cbegin(); it != paid.denoms.cend(); ++it) {
+    for (auto it = paid.denoms.constBegin(); it != paid.denoms.constEnd(); ++it) {
         if (it.value() > 0)
             return true;
     }
@@ -508,7 +509,7 @@ SumDetailed Changer::getLastCashOut()
 {
     const QMap<unsigned int, long long> now = getHoppersCounters();
     SumDetailed paid;
-    for (auto it = now.cbegin(); it != now.cend(); ++it) {
+    for (auto it = now.constBegin(); it != now.constEnd(); ++it) {
         const long long difference = it.value() - snapshot.value(it.key(), 0);
         paid.denoms[it.key()] = difference < 0 ? 0 : difference;
     }
@@ -519,7 +520,7 @@ SumDetailed Changer::getAcceptedCounters()
 {
     waitNotState(ReqActivityRegResp::CoinAcceptance, 10, QStringLiteral("завершения приема монет"), true);
     SumDetailed accepted;
-    for (auto it = coinDenoms.cbegin(); it != coinDenoms.cend(); ++it) {
+    for (auto it = coinDenoms.constBegin(); it != coinDenoms.constEnd(); ++it) {
         const ReqAuditCounterResp counter(exec(ReqAuditCounter(acceptedGroup, it.key())));
         accepted.denoms[it.value()] += counter.value();
     }

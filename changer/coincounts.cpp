@@ -33,7 +33,7 @@ CoinCounts::Step CoinCounts::update(const Counters& counts, qint64 atMsecs)
     Step step;
     const bool first = baseline.isEmpty();
     const unsigned int limit = maxCoins(atMsecs - lastAt);
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
+    for (auto it = counts.constBegin(); it != counts.constEnd(); ++it) {
         const unsigned int now = it.value() % counterRange;
         if (first || !baseline.contains(it.key())) {
             baseline[it.key()] = now;

@@ -17,6 +17,7 @@ set(cpibcr_dev_headers
   host/interfaceids.h
   host/linerecorder.h
   host/logging.h
+  host/logsetup.h
   host/serialport.h
   host/timer.h
   trace/traceformat.h)

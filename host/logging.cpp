@@ -1,4 +1,4 @@
-#include "logging.h"
+#include "host/logsetup.h"
 
 #include <log4cxx/consoleappender.h>
 #include <log4cxx/file.h>

@@ -2,7 +2,7 @@
 
 Timer::Timer(QObject* parent) : QObject(parent)
 {
-    QObject::connect(&timer, &QTimer::timeout, this, &Timer::timeout);
+    QObject::connect(&timer, SIGNAL(timeout()), this, SIGNAL(timeout()));
 }
 
 void Timer::setInterval(int msecs)

@@ -1,6 +1,6 @@
 #include "logpane.h"
 
-#include "host/logging.h"
+#include "host/logsetup.h"
 
 #include <log4cxx/logger.h>
 #include <log4cxx/spi/loggingevent.h>

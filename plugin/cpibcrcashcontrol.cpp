@@ -2,6 +2,7 @@
 
 #include "changer/changer.h"
 #include "host/abstractserialdevice.h"
+#include "host/qtcompat.h"
 #include "host/timer.h"
 
 #include <limits>
@@ -46,10 +47,11 @@ CpiBcrCashControl::CpiBcrCashControl(QObject* parent, CcTalk::Changer* device) :
     changer->setLogger(logger);
     changer->setAddress(busAddress);
 
-    QObject::connect(changer, &CcTalk::Changer::received, this, &BasicCashControl::received);
-    QObject::connect(changer, &CcTalk::Changer::error, this, &BasicCashControl::error);
+    // By signature: Qt 4 has no connections by member pointer.
+    QObject::connect(changer, SIGNAL(received(SumDetailed)), this, SIGNAL(received(SumDetailed)));
+    QObject::connect(changer, SIGNAL(error(QString)), this, SIGNAL(error(QString)));
 
-    QObject::connect(timer, &Timer::timeout, this, &CpiBcrCashControl::asyncCheckState);
+    QObject::connect(timer, SIGNAL(timeout()), this, SLOT(asyncCheckState()));
     timer->setInterval(asyncCheckMsecs);
     timer->setSingleShot(true);
 }

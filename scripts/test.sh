@@ -2,7 +2,8 @@
 # Installs what is missing, builds warning-free and runs every test: the normal build, the
 # same suite under AddressSanitizer and UndefinedBehaviorSanitizer (leaks included), each
 # fuzz target for a bounded time, the Debian package installed into a fresh Debian 12 root,
-# and the whole suite and the package again on 32-bit x86 (scripts/i386.sh).
+# the whole suite and the package again on 32-bit x86 (scripts/i386.sh), and the terminal build:
+# the plug-in for Qt 4.8 and Log4Qt, loaded by a Qt 4 host on i386 (scripts/terminal.sh).
 #
 # Compilations go through ccache, so a later run, also in a fresh clone on the same machine,
 # rebuilds quickly: paths are taken relative to the clone and the working folder is left out
@@ -47,5 +48,8 @@ bash scripts/packagetest.sh build/cpibcr_*_"$(dpkg --print-architecture)".deb
 
 step "i386"
 bash scripts/i386.sh
+
+step "terminal: Qt 4.8 and Log4Qt on i386"
+bash scripts/terminal.sh
 
 step "all passed"

@@ -8,7 +8,7 @@
 #include "tracecommand.h"
 
 #include "cashcontrol/cashcontrolexc.h"
-#include "host/logging.h"
+#include "host/logsetup.h"
 #include "sim/simulator.h"
 
 #include <QCoreApplication>

@@ -10,7 +10,7 @@
 #include <cashcontrol/abstractcashcontrol.h>
 #include <cashcontrol/cashcontrolexc.h>
 #include <cashcontrol/sumdetailed.h>
-#include <host/logging.h>
+#include <host/logsetup.h>
 #include <host/serialport.h>
 
 #include <QCommandLineParser>

@@ -4,7 +4,7 @@
 // log4cxx starts unconfigured, under the C locale, in an empty directory.
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
-#include "host/logging.h"
+#include "host/logsetup.h"
 
 #include <log4cxx/logmanager.h>
 #include <log4cxx/propertyconfigurator.h>

@@ -1,4 +1,4 @@
-#include "host/logging.h"
+#include "host/logsetup.h"
 #include "support/logcapture.h"
 
 #include <log4cxx/logmanager.h>

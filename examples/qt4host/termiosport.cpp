@@ -1,0 +1,223 @@
+#include "termiosport.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+QString normalised(const QString& value)
+{
+    return value.trimmed().toLower();
+}
+
+QString systemError()
+{
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
+
+} // namespace
+
+TermiosPort::TermiosPort(QObject* parent)
+    : QObject(parent), fd(-1), speed(B9600), size(CS8), parity(0), stopBits(0), flow(0)
+{
+}
+
+TermiosPort::~TermiosPort()
+{
+    close();
+}
+
+bool TermiosPort::open(const QString& path)
+{
+    close();
+    fd = ::open(QFile::encodeName(path).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        lastError = QString::fromLatin1("cannot open %1: %2").arg(path, systemError());
+        return false;
+    }
+    return apply();
+}
+
+void TermiosPort::close()
+{
+    if (fd >= 0)
+        ::close(fd);
+    fd = -1;
+}
+
+bool TermiosPort::refuse(const QString& setting, const QString& value)
+{
+    lastError = QString::fromLatin1("unknown %1 \"%2\"").arg(setting, value);
+    return false;
+}
+
+bool TermiosPort::apply()
+{
+    if (fd < 0)
+        return true;
+    termios tio;
+    if (tcgetattr(fd, &tio) != 0) {
+        lastError = QString::fromLatin1("cannot read the line settings: %1").arg(systemError());
+        return false;
+    }
+    cfmakeraw(&tio);
+    tio.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
+    tio.c_cflag |= size | parity | stopBits | CREAD | CLOCAL;
+    tio.c_iflag &= ~tcflag_t(IXON | IXOFF | IXANY);
+    if (flow == CRTSCTS)
+        tio.c_cflag |= CRTSCTS;
+    else
+        tio.c_iflag |= flow;
+    tio.c_cc[VMIN] = 0;
+    tio.c_cc[VTIME] = 0;
+    cfsetispeed(&tio, speed);
+    cfsetospeed(&tio, speed);
+    if (tcsetattr(fd, TCSANOW, &tio) != 0) {
+        lastError = QString::fromLatin1("cannot set the line: %1").arg(systemError());
+        return false;
+    }
+    return true;
+}
+
+bool TermiosPort::setBaudRate(const QString& value)
+{
+    static const struct
+    {
+        int rate;
+        speed_t code;
+    } rates[] = {{1200, B1200},   {2400, B2400},   {4800, B4800},   {9600, B9600},
+                 {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}};
+    bool ok = false;
+    const int rate = value.trimmed().toInt(&ok);
+    for (const auto& known : rates) {
+        if (ok && known.rate == rate) {
+            speed = known.code;
+            return apply();
+        }
+    }
+    return refuse(QString::fromLatin1("baud rate"), value);
+}
+
+bool TermiosPort::setDataBits(const QString& value)
+{
+    const QString v = normalised(value);
+    if (v == QLatin1String("5"))
+        size = CS5;
+    else if (v == QLatin1String("6"))
+        size = CS6;
+    else if (v == QLatin1String("7"))
+        size = CS7;
+    else if (v == QLatin1String("8"))
+        size = CS8;
+    else
+        return refuse(QString::fromLatin1("data bits"), value);
+    return apply();
+}
+
+bool TermiosPort::setParity(const QString& value)
+{
+    const QString v = normalised(value);
+    if (v == QLatin1String("none") || v == QLatin1String("no") || v == QLatin1String("n"))
+        parity = 0;
+    else if (v == QLatin1String("even") || v == QLatin1String("e"))
+        parity = PARENB;
+    else if (v == QLatin1String("odd") || v == QLatin1String("o"))
+        parity = PARENB | PARODD;
+    else
+        return refuse(QString::fromLatin1("parity"), value);
+    return apply();
+}
+
+bool TermiosPort::setStopBits(const QString& value)
+{
+    const QString v = normalised(value);
+    if (v == QLatin1String("1"))
+        stopBits = 0;
+    else if (v == QLatin1String("2"))
+        stopBits = CSTOPB;
+    else
+        return refuse(QString::fromLatin1("stop bits"), value);
+    return apply();
+}
+
+bool TermiosPort::setFlowControl(const QString& value)
+{
+    const QString v = normalised(value);
+    if (v == QLatin1String("disable") || v == QLatin1String("disabled") || v == QLatin1String("none") ||
+        v == QLatin1String("off"))
+        flow = 0;
+    else if (v == QLatin1String("hardware") || v == QLatin1String("rts/cts"))
+        flow = CRTSCTS;
+    else if (v == QLatin1String("software") || v == QLatin1String("xon/xoff"))
+        flow = IXON | IXOFF;
+    else
+        return refuse(QString::fromLatin1("flow control"), value);
+    return apply();
+}
+
+void TermiosPort::discardInput()
+{
+    if (fd < 0)
+        return;
+    tcflush(fd, TCIFLUSH);
+    char sink[256];
+    while (::read(fd, sink, sizeof sink) > 0) {
+    }
+}
+
+void TermiosPort::write(const QByteArray& data)
+{
+    const char* at = data.constData();
+    int left = data.size();
+    while (fd >= 0 && left > 0) {
+        const ssize_t n = ::write(fd, at, size_t(left));
+        if (n > 0) {
+            at += n;
+            left -= int(n);
+        } else if (n < 0 && errno == EAGAIN) {
+            pollfd p = {fd, POLLOUT, 0};
+            ::poll(&p, 1, 100);
+        } else if (!(n < 0 && errno == EINTR)) {
+            return;
+        }
+    }
+    if (fd >= 0)
+        tcdrain(fd);
+}
+
+bool TermiosPort::waitForInput(int msecs)
+{
+    if (fd < 0)
+        return false;
+    pollfd p = {fd, POLLIN, 0};
+    int n;
+    do {
+        n = ::poll(&p, 1, msecs);
+    } while (n < 0 && errno == EINTR);
+    return n > 0 && (p.revents & POLLIN);
+}
+
+QByteArray TermiosPort::read(int maxSize)
+{
+    QByteArray data;
+    if (fd < 0)
+        return data;
+    char chunk[512];
+    for (;;) {
+        int want = int(sizeof chunk);
+        if (maxSize > 0)
+            want = qMin(want, maxSize - data.size());
+        if (want <= 0)
+            break;
+        const ssize_t n = ::read(fd, chunk, size_t(want));
+        if (n <= 0)
+            break;
+        data.append(chunk, int(n));
+    }
+    return data;
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <host/abstractserialdevice.h>
+
+#include <QObject>
+#include <QString>
+
+#include <termios.h>
+
+// The host's serial port object on a Qt 4 terminal, which has no QSerialPort: a POSIX
+// terminal device in raw mode. The line settings arrive as text before the port is used
+// and are applied at once when it is open, otherwise when it opens.
+class TermiosPort : public QObject, public hw::AbstractSerialDevice
+{
+    Q_OBJECT
+    Q_INTERFACES(hw::AbstractSerialDevice)
+public:
+    explicit TermiosPort(QObject* parent = 0);
+    ~TermiosPort();
+
+    bool open(const QString& path);
+    void close();
+    QString errorString() const { return lastError; }
+
+    bool setBaudRate(const QString& value) override;
+    bool setDataBits(const QString& value) override;
+    bool setParity(const QString& value) override;
+    bool setStopBits(const QString& value) override;
+    bool setFlowControl(const QString& value) override;
+
+    void discardInput() override;
+    void write(const QByteArray& data) override;
+    bool waitForInput(int msecs) override;
+    QByteArray read(int maxSize) override;
+
+private:
+    bool refuse(const QString& setting, const QString& value);
+    bool apply();
+
+    int fd;
+    speed_t speed;
+    tcflag_t size;
+    tcflag_t parity;
+    tcflag_t stopBits;
+    tcflag_t flow;
+    QString lastError;
+};
