@@ -48,6 +48,16 @@ unsigned char hopperNumber(const QString& unitName)
     return static_cast<unsigned char>(QString(unitName).remove(QStringLiteral("hopper")).toUInt());
 }
 
+QString payoutWaitText()
+{
+    return QStringLiteral("завершения выдачи монет");
+}
+
+bool timedOut(const Exception& e)
+{
+    return QString::fromUtf8(e.what()) == QStringLiteral("Таймаут ожидания ") + payoutWaitText();
+}
+
 // Data bytes of a dispense pattern asking a hopper for count coins.
 long long patternBytes(long long count)
 {
@@ -548,20 +558,21 @@ SumDetailed Changer::payOut(const Request& command, int polls)
         throw;
     }
     try {
-        waitNotState(ReqActivityRegResp::Payout, polls, QStringLiteral("завершения выдачи монет"), true);
+        waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), true);
         return getLastCashOut();
-    } catch (const Exception&) {
-        reportFailedPayout(0);
+    } catch (const Exception& e) {
+        reportFailedPayout(timedOut(e) ? 0 : polls);
         throw;
     }
 }
 
 void Changer::reportFailedPayout(int polls)
 {
-    // Measured from the counters, so that the till can be reconciled from the log.
+    // Measured from the counters once the device has stopped paying, so that the till
+    // can be reconciled from the log. A wait that ran out its polls is not repeated.
     try {
         if (polls > 0)
-            waitNotState(ReqActivityRegResp::Payout, polls, QStringLiteral("завершения выдачи монет"), false);
+            waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), false);
         logWarn(QStringLiteral("Выдано ") + getLastCashOut().toString());
     } catch (const Exception&) {
         logWarn(QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны"));
@@ -574,10 +585,10 @@ SumDetailed Changer::purge(unsigned char hopper)
     try {
         exec(PurgeHopper(hopper, 0));
     } catch (const NakException&) {
-        reportFailedPayout(0);
+        reportFailedPayout(2000);
         throw;
     } catch (const BusyException&) {
-        reportFailedPayout(0);
+        reportFailedPayout(2000);
         throw;
     } catch (const Exception&) {
         // The answer was lost, not necessarily the command, and the command is never
@@ -588,16 +599,16 @@ SumDetailed Changer::purge(unsigned char hopper)
         } catch (const Exception&) {
         }
         if (!purging) {
-            reportFailedPayout(0);
+            reportFailedPayout(2000);
             throw;
         }
         logWarn(QStringLiteral("Ответ на команду потерян, устройство ее выполняет"));
     }
     try {
-        waitNotState(ReqActivityRegResp::Payout, 2000, QStringLiteral("завершения выдачи монет"), true);
+        waitNotState(ReqActivityRegResp::Payout, 2000, payoutWaitText(), true);
         return getLastCashOut();
-    } catch (const Exception&) {
-        reportFailedPayout(0);
+    } catch (const Exception& e) {
+        reportFailedPayout(timedOut(e) ? 0 : 2000);
         throw;
     }
 }

@@ -341,7 +341,7 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     }
     // the counters read once more for the log of what came out
     QCOMPARE(rig.serial.writes, counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
-                                    counterReads({1, 2}) + counterReads({1, 2}));
+                                    counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>({200}));
     QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{QStringLiteral("Выдано 0.00")});
 }
@@ -412,7 +412,8 @@ void TestPayout::faultDuringThePayoutWait()
 {
     Rig rig;
     prepare(rig, 1, 0);
-    rig.model.setActivitySequence({8, 8 | 16});
+    // The jam ends the payout.
+    rig.model.setActivitySequence({8, 8 | 16, 16});
     rig.model.setErrorStatus(1, 2);
     rig.model.setSelfcheck(0, 0);
     testsupport::LogCapture log;
@@ -424,7 +425,8 @@ void TestPayout::faultDuringThePayoutWait()
     }
     QVERIFY(TestChanger::resetPending());
     QCOMPARE(rig.serial.writes.mid(4),
-             frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232)}) + counterReads({1, 2}));
+             frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232), req(123)}) +
+                 counterReads({1, 2}));
     QCOMPARE(log.texts(QStringLiteral("WARN")),
              QStringList{QStringLiteral("Выдано 10.00. номиналы: 10.00 x 1")});
 }
