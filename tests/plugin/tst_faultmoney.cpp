@@ -173,8 +173,7 @@ void TestFaultMoney::hopperJamWhileAccepting()
     QCOMPARE(rig.total(), 1000LL);
 
     rig.device().insertCoin(4);
-    rig.device().setErrorStatus(1, 2);
-    rig.device().setActivityBits(16);
+    rig.device().flagHopperJam(1);
     const int polls = rig.line.countHeader(82);
     rig.runPolls(250);
     QCOMPARE(errors.size(), 1);
@@ -269,14 +268,10 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
     rig.device().insertCoin(4);
-    rig.device().setErrorStatus(2, 2);
-    rig.device().setActivityBits(16);
+    rig.device().flagHopperJam(2);
     rig.runPolls(250);
     QVERIFY(RecordingChanger::resetRequested());
     rig.line.advance(1000);
-    rig.device().clearFaults();
-    rig.device().setActivityBits(0);
-    rig.device().setErrorStatus(0, 0);
 
     // The host starts a new session instead of stopping the old one.
     const int resets = rig.device().resets();

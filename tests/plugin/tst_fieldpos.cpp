@@ -211,16 +211,14 @@ private slots:
         rig->simulator.insertCoin(4);
         waitForReported(1000);
         rig->simulator.insertCoin(1);
-        rig->simulator.setErrorStatus(1, 2);
-        rig->simulator.setActivityBits(16);
+        rig->simulator.flagHopperJam(1);
         QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, hangMsecs);
         QCOMPARE(errors.at(0), QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
         QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
         const long long acceptedAtFailure = acceptedBySimulator();
         rig->simulator.insertCoin(4);
         QCOMPARE(acceptedBySimulator(), acceptedAtFailure);
-        rig->simulator.setErrorStatus(0, 0);
-        rig->simulator.setActivityBits(0);
+        rig->simulator.clearFaults();
         driver->cashInStop();
         QCOMPARE(acceptedBySimulator(), 1100LL);
         QCOMPARE(reported, 1100LL);
