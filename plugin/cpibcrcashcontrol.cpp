@@ -245,7 +245,13 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
         case ECashControl::DispensePickupAll:
             // The purge runs until the hopper is empty, so nothing is left to count.
             result = changer->purge(number);
-            changer->setHopperCount(number, 0);
+            try {
+                changer->setHopperCount(number, 0);
+            } catch (const CcTalk::Exception&) {
+                // The coins are out although the call fails.
+                logging::warn(logger, QStringLiteral("Выдано ") + result.toString());
+                throw;
+            }
             break;
         case ECashControl::DispensePickupSum:
             result = changer->cashOut(number, static_cast<unsigned int>(amount / unit.denom));
