@@ -83,6 +83,7 @@ Changer::~Changer() = default;
 
 void Changer::init()
 {
+    closeStalledSession();
     resetIfNeeded();
     commonInit();
     setTime();
@@ -313,6 +314,14 @@ void Changer::checkMoneyIn()
     }
 }
 
+void Changer::closeStalledSession()
+{
+    // Before anything else: a reset would restart the coins-in counters, and the coins
+    // counted since the last good poll would never be reported.
+    if (coinsPending && !pollTimer->isActive())
+        cashInStop();
+}
+
 void Changer::inhibitAfterFailedPoll()
 {
     // Nobody polls now, and the acceptor would go on taking coins; those already counted
@@ -331,10 +340,7 @@ void Changer::checkState()
         delayedError.clear();
         throwError<Exception>(message);
     }
-    // A session whose polling has ended is closed before anything else: a reset would
-    // restart the coins-in counters, and its coins would never be reported.
-    if (coinsPending && !pollTimer->isActive())
-        cashInStop();
+    closeStalledSession();
     resetIfNeeded();
     Device::checkState();
     const ReqActivityRegResp activity(exec(ReqActivityReg()));
@@ -570,9 +576,13 @@ void Changer::reportFailedPayout(int polls)
 {
     // Measured from the counters once the device has stopped paying, so that the till
     // can be reconciled from the log. A wait that ran out its polls is not repeated.
-    try {
-        if (polls > 0)
+    if (polls > 0) {
+        try {
             waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), false);
+        } catch (const Exception&) {
+        }
+    }
+    try {
         logWarn(QStringLiteral("Выдано ") + getLastCashOut().toString());
     } catch (const Exception&) {
         logWarn(QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны"));

@@ -49,9 +49,6 @@ public:
     // Each hopper is asked for at most the coins it holds, the hoppers of one
     // denomination in unit order; what no hopper's count covers goes to the first.
     virtual SumDetailed cashOut(SumDetailed coins);
-    // The same; under the optimal mode the fuller hopper of a denomination, relative to
-    // its capacity, is drawn on first.
-    virtual SumDetailed cashOut(SumDetailed coins, ECashControl::ChangeMode mode);
     virtual SumDetailed cashOut(unsigned char hopper, unsigned int count);
     virtual SumDetailed getLastCashOut();
     virtual SumDetailed getAcceptedCounters();
@@ -84,6 +81,10 @@ public:
     // The coins a hopper holds and the cashbox's value as the device counts them now.
     virtual unsigned int getHopperCount(unsigned char hopper);
     virtual unsigned int getCashboxSum();
+    // The payout of cashOut(SumDetailed); under the optimal mode the fuller hopper of a
+    // denomination, relative to its capacity, is drawn on first. Declared last, so that
+    // the earlier operations keep their places in the virtual table.
+    virtual SumDetailed cashOut(SumDetailed coins, ECashControl::ChangeMode mode);
 
 protected:
     QList<CashControlUnit> units;
@@ -111,6 +112,8 @@ private:
     // Reads the coins-in counters and reports the coins added since the last read.
     void reportNewCoins();
     void inhibitAfterFailedPoll();
+    // Ends a session whose polling has stopped, with the last read of its coins.
+    void closeStalledSession();
     bool payoutSeen();
     // Sends the payout command and waits for the payout to end. A failure after the
     // command went out logs what came out before it passes on.

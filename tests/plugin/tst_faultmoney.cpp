@@ -283,6 +283,17 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
     rig.driver.cashInStop();
     QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
     QCOMPARE(rig.total(), 1100LL);
+
+    // The same when the host connects again instead.
+    rig.driver.cashInStart(false, {});
+    rig.device().insertCoin(3);
+    rig.device().flagHopperJam(4);
+    rig.runPolls(250);
+    rig.line.advance(1000);
+    rig.driver.connect();
+    QCOMPARE(rig.device().resets(), resets + 2);
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.total(), 1600LL);
 }
 
 void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
