@@ -9,6 +9,7 @@
 #include <QPair>
 #include <QStringList>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace CcTalk {
@@ -48,6 +49,16 @@ unsigned char hopperNumber(const QString& unitName)
     return static_cast<unsigned char>(QString(unitName).remove(QStringLiteral("hopper")).toUInt());
 }
 
+QString payoutWaitText()
+{
+    return QStringLiteral("завершения выдачи монет");
+}
+
+bool timedOut(const Exception& e)
+{
+    return QString::fromUtf8(e.what()) == QStringLiteral("Таймаут ожидания ") + payoutWaitText();
+}
+
 // Data bytes of a dispense pattern asking a hopper for count coins.
 long long patternBytes(long long count)
 {
@@ -73,6 +84,7 @@ Changer::~Changer() = default;
 
 void Changer::init()
 {
+    closeStalledSession();
     resetIfNeeded();
     commonInit();
     setTime();
@@ -197,6 +209,9 @@ void Changer::loadCashUnits()
 
 void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
 {
+    // The new session's baseline would swallow the coins an open session has not read yet.
+    if (coinsPending)
+        cashInStop();
     logInfo(QStringLiteral("Режим приема монет: ") +
             (fast ? QStringLiteral("ускоренный") : QStringLiteral("нормальный")));
     exec(ModVarSet(fast ? 255 : 0));
@@ -234,6 +249,7 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
         throw;
     }
     accepting = true;
+    coinsPending = true;
     pollTimer->start();
 }
 
@@ -245,43 +261,76 @@ CoinCounts::Counters Changer::readCoinCounts()
 
 void Changer::cashInStop()
 {
-    const bool polling = pollTimer->isActive();
     accepting = false;
     pollTimer->stop();
     exec(ModInhibitStatus(0));
     waitNotState(ReqActivityRegResp::CoinAcceptance, 300, QStringLiteral("завершения приема монет"), true);
-    // Coins that landed after the last poll.
-    if (polling)
-        checkMoneyIn();
+    if (!coinsPending)
+        return;
+    // The last read also follows a failed poll: the counters kept are those of the last
+    // good one. If it fails the coins stay pending and a repeated stop reads them.
+    reportNewCoins();
+    coinsPending = false;
+    try {
+        checkError();
+    } catch (const std::exception& e) {
+        emit error(QStringLiteral("Монетоприемник: ") + QString::fromUtf8(e.what()));
+    }
+}
+
+void Changer::reportNewCoins()
+{
+    const CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow());
+    if (!step.rebased.isEmpty()) {
+        QStringList changes;
+        for (auto it = step.rebased.constBegin(); it != step.rebased.constEnd(); ++it)
+            changes << QStringLiteral("позиция %1: %2 -> %3")
+                           .arg(unsigned(it.key()))
+                           .arg(it.value().first)
+                           .arg(it.value().second);
+        logWarn(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
+                               "(сброс устройства или искаженный ответ): ") +
+                changes.join(QStringLiteral(", ")));
+    }
+    SumDetailed sum;
+    for (auto it = step.added.constBegin(); it != step.added.constEnd(); ++it)
+        sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
+    if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
+        logInfo(QStringLiteral("Принято: ") + sum.toString());
+        emit received(sum);
+    }
 }
 
 void Changer::checkMoneyIn()
 {
     try {
-        const CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow());
-        if (!step.rebased.isEmpty()) {
-            QStringList changes;
-            for (auto it = step.rebased.constBegin(); it != step.rebased.constEnd(); ++it)
-                changes << QStringLiteral("позиция %1: %2 -> %3")
-                               .arg(unsigned(it.key()))
-                               .arg(it.value().first)
-                               .arg(it.value().second);
-            logWarn(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
-                                   "(сброс устройства или искаженный ответ): ") +
-                    changes.join(QStringLiteral(", ")));
-        }
-        SumDetailed sum;
-        for (auto it = step.added.constBegin(); it != step.added.constEnd(); ++it)
-            sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
-        if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
-            logInfo(QStringLiteral("Принято: ") + sum.toString());
-            emit received(sum);
-        }
+        reportNewCoins();
         checkError();
         if (accepting)
             pollTimer->start();
     } catch (const std::exception& e) {
         emit error(QStringLiteral("Монетоприемник: ") + QString::fromUtf8(e.what()));
+        if (accepting)
+            inhibitAfterFailedPoll();
+    }
+}
+
+void Changer::closeStalledSession()
+{
+    // Before anything else: a reset would restart the coins-in counters, and the coins
+    // counted since the last good poll would never be reported.
+    if (coinsPending && !pollTimer->isActive())
+        cashInStop();
+}
+
+void Changer::inhibitAfterFailedPoll()
+{
+    // Nobody polls now, and the acceptor would go on taking coins; those already counted
+    // are read by the stop.
+    try {
+        exec(ModInhibitStatus(0));
+    } catch (const std::exception& e) {
+        logWarn(QStringLiteral("Прием монет не запрещен: ") + QString::fromUtf8(e.what()));
     }
 }
 
@@ -292,6 +341,7 @@ void Changer::checkState()
         delayedError.clear();
         throwError<Exception>(message);
     }
+    closeStalledSession();
     resetIfNeeded();
     Device::checkState();
     const ReqActivityRegResp activity(exec(ReqActivityReg()));
@@ -421,30 +471,68 @@ SumDetailed Changer::cashOut(ECashControl::ChangeMode mode, long long sum)
     snapshot = getHoppersCounters();
     exec(SetChangeAlgorithm(mode == ECashControl::Optimal ? SetChangeAlgorithm::Balanced
                                                           : SetChangeAlgorithm::LargestFirst));
-    exec(PayMoneyOut(static_cast<unsigned int>(sum)));
-    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выдачи монет"), true);
-    return getLastCashOut();
+    return payOut(PayMoneyOut(static_cast<unsigned int>(sum)), 300);
 }
 
 SumDetailed Changer::cashOut(SumDetailed coins)
+{
+    return cashOut(coins, ECashControl::Minimum);
+}
+
+namespace {
+
+// Fill relative to capacity, compared without division; without a capacity on either
+// side the counts decide.
+bool fuller(const CashControlUnit& a, const CashControlUnit& b)
+{
+    if (a.capacity > 0 && b.capacity > 0)
+        return a.count * b.capacity > b.count * a.capacity;
+    return a.count > b.count;
+}
+
+} // namespace
+
+SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
 {
     for (auto it = coins.denoms.constBegin(); it != coins.denoms.constEnd(); ++it) {
         if (it.value() < 0)
             refuseAmount();
     }
-    // The pattern is planned before anything is sent, so that a request too long for
-    // one frame never reaches the device.
-    QList<QPair<unsigned char, long long>> plan;
-    long long bytes = 0;
+    // Hoppers by denomination, the denominations in the order their first hopper is listed.
+    QList<unsigned int> order;
+    QMap<unsigned int, QList<CashControlUnit>> byDenom;
     const QList<CashControlUnit> known = units;
     for (const CashControlUnit& unit : known) {
         if (unit.type != hopperUnitType || coins.denoms.value(unit.denom, 0) == 0)
             continue;
-        const long long count = coins.denoms.take(unit.denom);
-        bytes += patternBytes(count);
-        if (bytes > maxFrameData)
-            refuseAmount();
-        plan.append(qMakePair(hopperNumber(unit.name), count));
+        if (!byDenom.contains(unit.denom))
+            order.append(unit.denom);
+        byDenom[unit.denom].append(unit);
+    }
+    // The pattern is planned before anything is sent, so that a request too long for
+    // one frame never reaches the device.
+    QList<QPair<unsigned char, long long>> plan;
+    long long bytes = 0;
+    for (const unsigned int denom : order) {
+        QList<CashControlUnit> hoppers = byDenom.value(denom);
+        if (mode == ECashControl::Optimal)
+            std::stable_sort(hoppers.begin(), hoppers.end(), fuller);
+        QList<long long> counts;
+        long long left = coins.denoms.value(denom);
+        for (const CashControlUnit& hopper : hoppers) {
+            const long long n = std::min(left, std::max(hopper.count, 0LL));
+            counts.append(n);
+            left -= n;
+        }
+        counts[0] += left;
+        for (int i = 0; i < hoppers.size(); ++i) {
+            if (counts.at(i) == 0)
+                continue;
+            bytes += patternBytes(counts.at(i));
+            if (bytes > maxFrameData)
+                refuseAmount();
+            plan.append(qMakePair(hopperNumber(hoppers.at(i).name), counts.at(i)));
+        }
     }
 
     snapshot = getHoppersCounters();
@@ -454,9 +542,7 @@ SumDetailed Changer::cashOut(SumDetailed coins)
         pattern.addCount(entry.first, entry.second);
         polls += static_cast<int>(2 * entry.second);
     }
-    exec(pattern);
-    waitNotState(ReqActivityRegResp::Payout, polls, QStringLiteral("завершения выдачи монет"), true);
-    return getLastCashOut();
+    return payOut(pattern, polls);
 }
 
 SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
@@ -466,10 +552,42 @@ SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
     snapshot = getHoppersCounters();
     DispenseHopperPattern pattern;
     pattern.addCount(hopper, count);
-    exec(pattern);
-    waitNotState(ReqActivityRegResp::Payout, static_cast<int>(60 + 2 * count),
-                 QStringLiteral("завершения выдачи монет"), true);
-    return getLastCashOut();
+    return payOut(pattern, static_cast<int>(60 + 2 * count));
+}
+
+SumDetailed Changer::payOut(const Request& command, int polls)
+{
+    try {
+        exec(command);
+    } catch (const Exception&) {
+        // After a lost answer the device may be paying still.
+        reportFailedPayout(polls);
+        throw;
+    }
+    try {
+        waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), true);
+        return getLastCashOut();
+    } catch (const Exception& e) {
+        reportFailedPayout(timedOut(e) ? 0 : polls);
+        throw;
+    }
+}
+
+void Changer::reportFailedPayout(int polls)
+{
+    // Measured from the counters once the device has stopped paying, so that the till
+    // can be reconciled from the log. A wait that ran out its polls is not repeated.
+    if (polls > 0) {
+        try {
+            waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), false);
+        } catch (const Exception&) {
+        }
+    }
+    try {
+        logWarn(QStringLiteral("Выдано ") + getLastCashOut().toString());
+    } catch (const Exception&) {
+        logWarn(QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны"));
+    }
 }
 
 SumDetailed Changer::purge(unsigned char hopper)
@@ -478,18 +596,32 @@ SumDetailed Changer::purge(unsigned char hopper)
     try {
         exec(PurgeHopper(hopper, 0));
     } catch (const NakException&) {
+        reportFailedPayout(2000);
         throw;
     } catch (const BusyException&) {
+        reportFailedPayout(2000);
         throw;
     } catch (const Exception&) {
         // The answer was lost, not necessarily the command, and the command is never
         // sent twice: the device tells whether it is purging or has purged.
-        if (!payoutSeen())
+        bool purging = false;
+        try {
+            purging = payoutSeen();
+        } catch (const Exception&) {
+        }
+        if (!purging) {
+            reportFailedPayout(2000);
             throw;
+        }
         logWarn(QStringLiteral("Ответ на команду потерян, устройство ее выполняет"));
     }
-    waitNotState(ReqActivityRegResp::Payout, 2000, QStringLiteral("завершения выдачи монет"), true);
-    return getLastCashOut();
+    try {
+        waitNotState(ReqActivityRegResp::Payout, 2000, payoutWaitText(), true);
+        return getLastCashOut();
+    } catch (const Exception& e) {
+        reportFailedPayout(timedOut(e) ? 0 : 2000);
+        throw;
+    }
 }
 
 bool Changer::payoutSeen()

@@ -46,6 +46,8 @@ public:
     virtual void cashInStop();
     // Each payout returns what the hopper counters say was paid.
     virtual SumDetailed cashOut(ECashControl::ChangeMode mode, long long sum);
+    // Each hopper is asked for at most the coins it holds, the hoppers of one
+    // denomination in unit order; what no hopper's count covers goes to the first.
     virtual SumDetailed cashOut(SumDetailed coins);
     virtual SumDetailed cashOut(unsigned char hopper, unsigned int count);
     virtual SumDetailed getLastCashOut();
@@ -79,6 +81,10 @@ public:
     // The coins a hopper holds and the cashbox's value as the device counts them now.
     virtual unsigned int getHopperCount(unsigned char hopper);
     virtual unsigned int getCashboxSum();
+    // The payout of cashOut(SumDetailed); under the optimal mode the fuller hopper of a
+    // denomination, relative to its capacity, is drawn on first. Declared last, so that
+    // the earlier operations keep their places in the virtual table.
+    virtual SumDetailed cashOut(SumDetailed coins, ECashControl::ChangeMode mode);
 
 protected:
     QList<CashControlUnit> units;
@@ -91,6 +97,9 @@ protected:
     QMap<unsigned int, long long> snapshot;
     bool accepting;
     QString delayedError;
+    // From the start of an acceptance session until a stop has read its last coins,
+    // whether polling goes on, has failed, or a stop failed before its last read.
+    bool coinsPending = false;
 
     // Set by a fault raised as an exception; the next init() or checkState() resets
     // the device first.
@@ -100,7 +109,16 @@ private:
     QString describeUnit(unsigned char unit);
     void refuseAmount() const;
     CoinCounts::Counters readCoinCounts();
+    // Reads the coins-in counters and reports the coins added since the last read.
+    void reportNewCoins();
+    void inhibitAfterFailedPoll();
+    // Ends a session whose polling has stopped, with the last read of its coins.
+    void closeStalledSession();
     bool payoutSeen();
+    // Sends the payout command and waits for the payout to end. A failure after the
+    // command went out logs what came out before it passes on.
+    SumDetailed payOut(const Request& command, int polls);
+    void reportFailedPayout(int polls);
 };
 
 } // namespace CcTalk

@@ -137,8 +137,8 @@ SumDetailed CpiBcrCashControl::cashOut(ECashControl::ChangeMode mode, long long 
         if (plan.sum() != amount) {
             throwError(QStringLiteral("Невозможно выдать сумму"), true);
         }
-        const SumDetailed paid = changer->cashOut(plan);
-        logging::info(logger, QStringLiteral("Выдано ") + paid.toString());
+        const SumDetailed paid = changer->cashOut(plan, mode);
+        reportPaid(paid, amount);
         checkPaid(paid, amount);
         return paid;
     });
@@ -247,10 +247,19 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
         case ECashControl::DispensePickupAll:
             // The purge runs until the hopper is empty, so nothing is left to count.
             result = changer->purge(number);
-            changer->setHopperCount(number, 0);
+            try {
+                changer->setHopperCount(number, 0);
+            } catch (const CcTalk::Exception&) {
+                // The coins are out although the call fails.
+                logging::warn(logger, QStringLiteral("Выдано ") + result.toString());
+                throw;
+            }
             break;
         case ECashControl::DispensePickupSum:
             result = changer->cashOut(number, static_cast<unsigned int>(amount / unit.denom));
+            if (result.sum() != amount) {
+                logging::warn(logger, QStringLiteral("Выдано ") + result.toString());
+            }
             checkPaid(result, amount);
             break;
         default:
@@ -374,6 +383,16 @@ void CpiBcrCashControl::refuseFractionalCoins(const CashControlUnit& unit, long 
 {
     if (unit.denom == 0 || amount % unit.denom != 0) {
         throwError(QStringLiteral("Некорректная сумма"), true);
+    }
+}
+
+void CpiBcrCashControl::reportPaid(const SumDetailed& paid, long long amount) const
+{
+    // A payout that differs from the amount is a failure the till is reconciled by.
+    if (paid.sum() == amount) {
+        logging::info(logger, QStringLiteral("Выдано ") + paid.toString());
+    } else {
+        logging::warn(logger, QStringLiteral("Выдано ") + paid.toString());
     }
 }
 

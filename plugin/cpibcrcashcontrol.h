@@ -106,6 +106,7 @@ private:
     // whole number of its coins, is refused before the device is asked anything.
     void refuseOperation(const CashControlUnit& unit, ECashControl::UnitOperation operation) const;
     void refuseFractionalCoins(const CashControlUnit& unit, long long amount) const;
+    void reportPaid(const SumDetailed& paid, long long amount) const;
     void checkPaid(const SumDetailed& paid, long long amount) const;
 };
 

@@ -47,6 +47,7 @@ QString ControlChannel::help()
         "  selfcheck FAULT SUB     self-check answer to header 232 (0 0 = none)\n"
         "  activity BITS           extra activity-register bits, or'ed with the model's own\n"
         "  jam HOPPER [on|off]     jam a hopper (or free it)\n"
+        "  jam HOPPER now          jam a hopper and raise its fault at once\n"
         "  empty HOPPER            take every coin out of a hopper behind the device's back\n"
         "  door open|close\n"
         "  hopper HOPPER COUNT     set a hopper's coin count\n"
@@ -169,6 +170,12 @@ QString ControlChannel::execute(const QString& line)
         if (!toNumber(w.at(1), 0, 0xFFFF, a))
             return QStringLiteral("error: a 16-bit number expected");
         sim_.setActivityBits(quint16(a));
+        return kOk;
+    }
+    if (c == QLatin1String("jam") && argc == 2 && w.at(2) == QLatin1String("now")) {
+        if (!toNumber(w.at(1), 1, 255, a))
+            return QStringLiteral("error: jam HOPPER now");
+        sim_.flagHopperJam(int(a));
         return kOk;
     }
     if (c == QLatin1String("jam") && (argc == 1 || argc == 2)) {

@@ -672,6 +672,16 @@ void Device::jamHopper(int hopper, bool jammed)
         hoppers_[hopper - 1].jammed = jammed;
 }
 
+void Device::flagHopperJam(int hopper)
+{
+    if (!validHopper(hopper))
+        return;
+    hoppers_[hopper - 1].jammed = true;
+    eventModule_ = quint8(hopper);
+    eventCode_ = errcode::HopperJam;
+    eventFault_ = true;
+}
+
 void Device::emptyHopper(int hopper)
 {
     if (validHopper(hopper))

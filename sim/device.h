@@ -109,6 +109,9 @@ public:
     void setSelfCheck(quint8 fault, quint8 subCode);
     void setActivityBits(quint16 bits);
     void jamHopper(int hopper, bool jammed = true);
+    // Jams the hopper and raises its jam fault at once, as the device does when it finds a
+    // hopper jammed outside a payout; a reset clears the fault, the hopper stays jammed.
+    void flagHopperJam(int hopper);
     void emptyHopper(int hopper);
     void openDoor(bool open = true);
     void setHopperCount(int hopper, int count);

@@ -314,6 +314,10 @@ void Simulator::jamHopper(int hopper, bool jammed)
 {
     d->control([&] { d->device.jamHopper(hopper, jammed); });
 }
+void Simulator::flagHopperJam(int hopper)
+{
+    d->control([&] { d->device.flagHopperJam(hopper); });
+}
 void Simulator::emptyHopper(int hopper)
 {
     d->control([&] { d->device.emptyHopper(hopper); });

@@ -41,6 +41,7 @@ public:
     void setSelfCheck(quint8 fault, quint8 subCode);
     void setActivityBits(quint16 bits);
     void jamHopper(int hopper, bool jammed = true);
+    void flagHopperJam(int hopper);
     void emptyHopper(int hopper);
     void openDoor(bool open = true);
     void setHopperCount(int hopper, int count);

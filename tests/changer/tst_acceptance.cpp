@@ -56,6 +56,7 @@ private slots:
     void stopWithoutPollingMakesNoFinalPoll();
     void stopWaitsForAcceptanceToEnd();
     void pollFailureEmitsErrorAndStopsPolling();
+    void inhibitAfterFailedPollMayFail();
     void faultDuringAcceptanceAfterCoinsWereReported();
     void pollWithoutAcceptingDoesNotRearm();
     void timerDrivesThePolls();
@@ -380,14 +381,20 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
     rig.model.setCoinsIn({{2, 1}});
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
+    // the coin counted since the last poll is read before the new baseline
     rig.model.setCoinsIn({{2, 2}});
+    rig.serial.writes.clear();
     rig.changer.cashInStart(true, {});
-    rig.changer.checkMoneyIn();
-    QCOMPARE(received.size(), 1);
-    rig.model.setCoinsIn({{2, 3}});
-    rig.changer.checkMoneyIn();
+    QCOMPARE(rig.serial.writes.mid(0, 4),
+             QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
     QCOMPARE(received.size(), 2);
     QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{1000, 1}}));
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 2);
+    rig.model.setCoinsIn({{2, 3}});
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 3);
+    QCOMPARE(sumOf(received.at(2).at(0)).denoms, denoms({{1000, 1}}));
 }
 
 void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
@@ -441,22 +448,40 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 {
     Rig rig;
     standard(rig);
+    rig.model.setCoinsIn({{1, 1}});
     rig.changer.cashInStart(false, {});
     rig.model.on(82, QByteArray(), DeviceModel::nak());
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     rig.changer.timer()->stop();
+    rig.serial.writes.clear();
     rig.changer.checkMoneyIn();
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
+    // every position inhibited at once
+    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(231, bytes({0, 0}))}));
     QVERIFY(!rig.changer.timer()->isActive());
     QVERIFY(rig.changer.isAccepting());
     QCOMPARE(received.size(), 0);
 
-    // stalled: the stop makes no final poll
+    // stalled: the stop still reads the counters; while they cannot be read the stop
+    // fails and the coins stay pending
+    rig.serial.writes.clear();
+    QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStop(), CcTalk::NakException);
+    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}));
+    QVERIFY(!rig.changer.isAccepting());
+
+    // the repeated stop reports what came in since the last good poll, once
+    rig.model.setCoinsIn({{1, 3}});
+    rig.serial.writes.clear();
+    rig.changer.cashInStop();
+    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
     rig.serial.writes.clear();
     rig.changer.cashInStop();
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
+    QCOMPARE(received.size(), 1);
 
     // only a new start brings the polls back
     rig.model.setCoinsIn({});
@@ -464,8 +489,29 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
     QVERIFY(rig.changer.timer()->isActive());
     rig.model.setCoinsIn({{1, 2}});
     rig.changer.checkMoneyIn();
-    QCOMPARE(received.size(), 1);
+    QCOMPARE(received.size(), 2);
     QCOMPARE(errors.size(), 1);
+}
+
+// The link is gone: the inhibit fails quietly, with a warning, and polling ends.
+void TestAcceptance::inhibitAfterFailedPollMayFail()
+{
+    Rig rig;
+    standard(rig);
+    rig.changer.cashInStart(false, {});
+    rig.model.on(82, QByteArray(), DeviceModel::nak());
+    rig.model.on(231, bytes({0, 0}), DeviceModel::nak());
+    QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
+    rig.changer.timer()->stop();
+    testsupport::LogCapture log;
+    rig.changer.checkMoneyIn();
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(significant(log),
+             QStringList({QStringLiteral("ERROR Ошибка выполнения команды"),
+                          QStringLiteral("ERROR Ошибка выполнения команды"),
+                          QStringLiteral("WARN Прием монет не запрещен: Ошибка выполнения команды")}));
+    QVERIFY(!rig.changer.timer()->isActive());
+    QVERIFY(rig.changer.isAccepting());
 }
 
 void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
@@ -483,7 +529,8 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
     testsupport::LogCapture log;
     rig.changer.timer()->stop();
     rig.changer.checkMoneyIn();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(123), req(122), req(232)}));
+    QCOMPARE(rig.serial.writes,
+             QList<QByteArray>({req(82), req(123), req(122), req(232), req(231, bytes({0, 0}))}));
     QCOMPARE(received.size(), 1);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Хоппер 3, заклинивание"));

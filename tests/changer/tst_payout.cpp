@@ -90,6 +90,7 @@ private slots:
     void patternWaitsTwoPollsPerCoin();
     void emptyPatternIsStillSent();
     void sameDenominationInTwoHoppersGoesToTheFirst();
+    void sameDenominationSplitByWhatEachHopperHolds();
     void denominationWithoutHopperIsIgnored();
     void oneHopperPatternSplitsIntoPairs();
     void amountByMinimumAndOptimalModes();
@@ -163,6 +164,7 @@ void TestPayout::emptyPatternIsStillSent()
 
 void TestPayout::sameDenominationInTwoHoppersGoesToTheFirst()
 {
+    // Without counts the first hopper in unit order is asked for everything.
     Rig rig;
     prepare(rig, 0, 4);
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper2"), 500),
@@ -171,6 +173,38 @@ void TestPayout::sameDenominationInTwoHoppersGoesToTheFirst()
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{500, 4}})), CcTalk::Exception);
     QCOMPARE(rig.serial.writes.mid(0, 5), counterReads({2, 1}) + frames({req(85, bytes({2, 4}))}));
     QCOMPARE(rig.changer.sleeps.size(), 68);
+}
+
+void TestPayout::sameDenominationSplitByWhatEachHopperHolds()
+{
+    const QList<CashControlUnit> units = {hopperUnit(QStringLiteral("hopper2"), 500, 3),
+                                          hopperUnit(QStringLiteral("hopper1"), 500, 5), cashboxUnit()};
+    // unit order, each at most what it holds
+    Rig minimum;
+    prepare(minimum, 0, 0);
+    minimum.changer.setUnits(units);
+    minimum.changer.cashOut(coins({{500, 6}}));
+    QCOMPARE(minimum.serial.writes.at(4), req(85, bytes({2, 3, 1, 3})));
+    QCOMPARE(minimum.changer.sleeps.size(), 0);
+    Rig plain;
+    prepare(plain, 0, 0);
+    plain.changer.setUnits(units);
+    plain.changer.cashOut(coins({{500, 6}}), ECashControl::Minimum);
+    QCOMPARE(plain.serial.writes.at(4), req(85, bytes({2, 3, 1, 3})));
+
+    // the fuller hopper first
+    Rig optimal;
+    prepare(optimal, 0, 0);
+    optimal.changer.setUnits(units);
+    optimal.changer.cashOut(coins({{500, 6}}), ECashControl::Optimal);
+    QCOMPARE(optimal.serial.writes.at(4), req(85, bytes({1, 5, 2, 1})));
+
+    // more than both hold: the rest goes to the first, and the device pays what it can
+    Rig more;
+    prepare(more, 0, 0);
+    more.changer.setUnits(units);
+    more.changer.cashOut(coins({{500, 10}}), ECashControl::Optimal);
+    QCOMPARE(more.serial.writes.at(4), req(85, bytes({1, 7, 2, 3})));
 }
 
 void TestPayout::denominationWithoutHopperIsIgnored()
@@ -298,15 +332,18 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     Rig rig;
     prepare(rig, 0, 0);
     rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    testsupport::LogCapture log;
     try {
         rig.changer.purge(2);
         QFAIL("no exception");
     } catch (const CcTalk::Exception& e) {
         QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
     }
-    QCOMPARE(rig.serial.writes,
-             counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) + counterReads({1, 2}));
+    // the counters read once more for the log of what came out
+    QCOMPARE(rig.serial.writes, counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
+                                    counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>({200}));
+    QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{QStringLiteral("Выдано 0.00")});
 }
 
 void TestPayout::counterGoingDownCountsAsZero()
@@ -349,9 +386,12 @@ void TestPayout::lostPatternAnswerIsNotRepeated()
         QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
     }
     QCOMPARE(rig.serial.writes.count(req(85, bytes({1, 3}))), 1);
-    QCOMPARE(rig.serial.writes.last(), req(85, bytes({1, 3})));
+    // no payout runs any more; the counters tell what came out
+    QCOMPARE(rig.serial.writes.mid(4), frames({req(85, bytes({1, 3})), req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
     QCOMPARE(significant(log).count(QStringLiteral("ERROR Нет связи")), 1);
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдано 30.00. номиналы: 10.00 x 3")});
     // the coins did go out; the snapshot still tells how many
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 3}}));
 }
@@ -363,7 +403,8 @@ void TestPayout::lostAmountAnswerIsNotRepeated()
     rig.model.on(125, bytes({0xE8, 0x03, 0, 0}), DeviceModel::silent());
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 1000), CcTalk::Exception);
     QCOMPARE(rig.serial.writes.mid(4),
-             QList<QByteArray>({req(80, bytes({0})), req(125, bytes({0xE8, 0x03, 0, 0}))}));
+             frames({req(80, bytes({0})), req(125, bytes({0xE8, 0x03, 0, 0})), req(123)}) +
+                 counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
 }
 
@@ -371,9 +412,11 @@ void TestPayout::faultDuringThePayoutWait()
 {
     Rig rig;
     prepare(rig, 1, 0);
-    rig.model.setActivitySequence({8, 8 | 16});
+    // The jam ends the payout.
+    rig.model.setActivitySequence({8, 8 | 16, 16});
     rig.model.setErrorStatus(1, 2);
     rig.model.setSelfcheck(0, 0);
+    testsupport::LogCapture log;
     try {
         rig.changer.cashOut(1, 5);
         QFAIL("no exception");
@@ -382,7 +425,10 @@ void TestPayout::faultDuringThePayoutWait()
     }
     QVERIFY(TestChanger::resetPending());
     QCOMPARE(rig.serial.writes.mid(4),
-             QList<QByteArray>({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232)}));
+             frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232), req(123)}) +
+                 counterReads({1, 2}));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдано 10.00. номиналы: 10.00 x 1")});
 }
 
 void TestPayout::payoutsCallTheirStepsVirtually()

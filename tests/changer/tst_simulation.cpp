@@ -269,12 +269,22 @@ void TestSimulation::faultDuringAcceptance()
     QVERIFY(!rig.changer.timer()->isActive());
     QVERIFY(TestChanger::resetPending());
 
-    // polling has stopped: a coin now is never reported
+    // polling has stopped and the acceptor is closed: a coin now is refused
+    QCOMPARE(rig.device().inhibitMask(), quint16(0));
     const int polls = rig.headers(82);
     rig.device().clearFaults();
+    rig.device().setActivityBits(0);
+    rig.device().setErrorStatus(0, 0);
     rig.device().insertCoin(1);
     rig.line.runTimer(rig.changer.timer(), 2000);
     QCOMPARE(rig.headers(82), polls);
+    QCOMPARE(received.size(), 0);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(rig.device().coinsInByType(1), quint16(0));
+
+    // the stop still reads the counters once, and finds nothing new
+    rig.changer.cashInStop();
+    QCOMPARE(rig.headers(82), polls + 1);
     QCOMPARE(received.size(), 0);
     QCOMPARE(errors.size(), 1);
 }

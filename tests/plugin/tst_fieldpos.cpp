@@ -44,11 +44,27 @@ class TestFieldPos : public QObject
         return static_cast<long long>(rig->simulator.valueAccepted() - acceptedAtStart);
     }
 
-private slots:
-    void init()
+    // Patterns of the dispense commands the simulator received, in order.
+    QList<QByteArray> patterns() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : rig->simulator.transactions()) {
+            if (t.header == 85)
+                out << t.frame.mid(4, t.frame.size() - 5);
+        }
+        return out;
+    }
+
+    quint32 paidOutOf(int hopper) const
+    {
+        return rig->simulator.auditCounter(80, quint8(hopper)) +
+               rig->simulator.auditCounter(87, quint8(hopper));
+    }
+
+    void start(const sim::Config& config)
     {
         RecordingChanger::clearResetRequest();
-        rig = new testsupport::PtyRig(testsupport::fastConfig());
+        rig = new testsupport::PtyRig(config);
         QVERIFY2(rig->opened(), qPrintable(rig->error));
         driver = new TestDriver;
         // The driver's pauses are a second at a time; the quick recycler needs far less.
@@ -65,6 +81,9 @@ private slots:
         driver->connect();
         acceptedAtStart = rig->simulator.valueAccepted();
     }
+
+private slots:
+    void init() { start(testsupport::fastConfig()); }
 
     void cleanup()
     {
@@ -182,6 +201,123 @@ private slots:
                 ++busyAnswers;
         }
         QCOMPARE(busyAnswers, 135);
+    }
+
+    // A hopper jam flagged during acceptance, then a poll whose answers are all lost: each
+    // time the acceptor is closed at once and the stop reports every coin taken, once.
+    void acceptanceAcrossFailedPolls()
+    {
+        driver->cashInStart(false, {});
+        rig->simulator.insertCoin(4);
+        waitForReported(1000);
+        rig->simulator.insertCoin(1);
+        rig->simulator.flagHopperJam(1);
+        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, hangMsecs);
+        QCOMPARE(errors.at(0), QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
+        QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
+        const long long acceptedAtFailure = acceptedBySimulator();
+        rig->simulator.insertCoin(4);
+        QCOMPARE(acceptedBySimulator(), acceptedAtFailure);
+        rig->simulator.clearFaults();
+        driver->cashInStop();
+        QCOMPARE(acceptedBySimulator(), 1100LL);
+        QCOMPARE(reported, 1100LL);
+
+        // The next session begins with the reset the fault asked for.
+        driver->cashInStart(true, {});
+        rig->simulator.insertCoin(3);
+        waitForReported(1600);
+        rig->simulator.dropAnswersTo(82, 5);
+        rig->simulator.insertCoin(2);
+        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 2, hangMsecs);
+        QCOMPARE(errors.at(1), QStringLiteral("Монетоприемник: Нет связи"));
+        QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
+        driver->cashInStop();
+        QCOMPARE(acceptedBySimulator(), 1800LL);
+        QCOMPARE(reported, 1800LL);
+        QCOMPARE(errors.size(), 2);
+    }
+
+    // Hoppers 1 and 2 both hold 10.00 coins, 2 and 5 of them; hopper 3 holds three 2.00
+    // coins, hopper 4 no 1.00 coin: 76.00 in all.
+    void twoHoppersOfOneDenomination()
+    {
+        cleanup();
+        sim::Config config = testsupport::fastConfig();
+        config.hoppers[1].coinId = config.hoppers[0].coinId;
+        config.hoppers[0].count = 2;
+        config.hoppers[1].count = 5;
+        config.hoppers[1].capacity = config.hoppers[0].capacity;
+        config.hoppers[2].count = 3;
+        config.hoppers[3].count = 0;
+        start(config);
+
+        QVERIFY(driver->cashOutCheck(ECashControl::Minimum, 7000));
+        QVERIFY(driver->cashOutCheck(ECashControl::Optimal, 7000));
+        // More 10.00 coins than both hold: refused before anything moves.
+        for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
+            QVERIFY(!driver->cashOutCheck(mode, 8000));
+            QCOMPARE(failureOf([&] { driver->cashOut(mode, 8000); }),
+                     QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
+        }
+        QCOMPARE(rig->simulator.coinsPaidOut(), quint64(0));
+        QVERIFY(patterns().isEmpty());
+
+        const SumDetailed first = driver->cashOut(ECashControl::Minimum, 3000);
+        QCOMPARE(first.denoms.value(1000), 3LL);
+        QCOMPARE(patterns(), QList<QByteArray>{QByteArray::fromHex("01020201")});
+        QCOMPARE(rig->simulator.hopperCount(1), 0);
+        QCOMPARE(rig->simulator.hopperCount(2), 4);
+
+        const SumDetailed second = driver->cashOut(ECashControl::Optimal, 3000);
+        QCOMPARE(second.denoms.value(1000), 3LL);
+        QCOMPARE(patterns().last(), QByteArray::fromHex("0203"));
+        QCOMPARE(rig->simulator.hopperCount(2), 1);
+
+        // One 10.00 coin and three 2.00 coins left: 20.00 cannot be paid.
+        const quint64 paidBefore = rig->simulator.coinsPaidOut();
+        QVERIFY(!driver->cashOutCheck(ECashControl::Optimal, 2000));
+        QCOMPARE(failureOf([&] { driver->cashOut(ECashControl::Minimum, 2000); }),
+                 QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
+        QCOMPARE(rig->simulator.coinsPaidOut(), paidBefore);
+        QCOMPARE(patterns().size(), 2);
+
+        // Two coins accepted go into hopper 1, which then is the fuller one.
+        driver->cashInStart(false, {});
+        rig->simulator.insertCoin(4);
+        rig->simulator.insertCoin(4);
+        waitForReported(2000);
+        driver->cashInStop();
+        QCOMPARE(rig->simulator.hopperCount(1), 2);
+        const SumDetailed third = driver->cashOut(ECashControl::Optimal, 3000);
+        QCOMPARE(third.toString(), QStringLiteral("30.00. номиналы: 10.00 x 3"));
+        QCOMPARE(patterns().last(), QByteArray::fromHex("01020201"));
+        QCOMPARE(rig->simulator.hopperCount(1), 0);
+        QCOMPARE(rig->simulator.hopperCount(2), 0);
+        QVERIFY(errors.isEmpty());
+    }
+
+    // Hopper 2 is jammed: hopper 1 pays its coins, then the payout stops on the fault. One
+    // warning tells what came out, as the simulator counted it.
+    void jamMidwayThroughAPayout()
+    {
+        rig->simulator.jamHopper(2);
+        const quint32 ten = paidOutOf(1), five = paidOutOf(2);
+        testsupport::LogCapture log;
+        QCOMPARE(failureOf([&] { driver->cashOut(ECashControl::Minimum, 3500); }),
+                 QStringLiteral("Монетоприемник: Хоппер 2, заклинивание"));
+        QCOMPARE(patterns(), QList<QByteArray>{QByteArray::fromHex("01030201")});
+        SumDetailed measured;
+        measured.denoms[1000] = paidOutOf(1) - ten;
+        measured.denoms[500] = paidOutOf(2) - five;
+        QCOMPARE(measured.sum(), 3000LL);
+        QCOMPARE(log.texts(QStringLiteral("WARN")),
+                 QStringList{QStringLiteral("Выдано ") + measured.toString()});
+
+        // Freed, the same driver pays again after the reset the fault asked for.
+        rig->simulator.jamHopper(2, false);
+        const SumDetailed paid = driver->cashOut(ECashControl::Minimum, 500);
+        QCOMPARE(paid.denoms.value(500), 1LL);
     }
 };
 

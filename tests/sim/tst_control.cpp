@@ -98,6 +98,12 @@ void TestControl::faultCommands()
     QCOMPARE(s.errorStatus(), qMakePair(quint8(1), quint8(2)));
     QCOMPARE(c.execute(QStringLiteral("jam 1 off")), QStringLiteral("ok"));
     QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
+    QCOMPARE(c.execute(QStringLiteral("jam 3 now")), QStringLiteral("ok"));
+    QCOMPARE(s.activityRegister(), quint16(16));
+    QCOMPARE(s.errorStatus(), qMakePair(quint8(3), quint8(2)));
+    QCOMPARE(c.execute(QStringLiteral("jam 0 now")), QStringLiteral("error: jam HOPPER now"));
+    QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
+    QCOMPARE(s.activityRegister(), quint16(0));
 
     QCOMPARE(c.execute(QStringLiteral("empty 4")), QStringLiteral("ok"));
     QCOMPARE(ask(s, "37 02 01 55 04 01 6C"), QByteArray("01 00 37 00 C8"));

@@ -79,6 +79,7 @@ private slots:
     void hopperRunsEmptyDuringPayout();
     void hopperEmptiedBehindTheDevicesBack();
     void hopperJamAndReset();
+    void hopperJamFlaggedAtOnce();
     void doorOpen();
     void auditCounters();
     void realTimeClock();
@@ -568,6 +569,25 @@ void TestDevice::hopperJamAndReset()
     dev->advance(30);
     QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
     QCOMPARE(dev->hopperCount(1), 197);
+}
+
+// A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
+void TestDevice::hopperJamFlaggedAtOnce()
+{
+    auto dev = makeDevice();
+    dev->flagHopperJam(2);
+    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
+    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
+    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
+    dev->advance(100);
+    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
+    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
+    QCOMPARE(ask(*dev, "37 02 01 55 02 03 6C"), ACK);
+    dev->advance(10);
+    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
+    QCOMPARE(dev->coinsPaidOut(), quint64(0));
+    dev->flagHopperJam(9);
+    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
 }
 
 void TestDevice::doorOpen()

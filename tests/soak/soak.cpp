@@ -28,8 +28,9 @@ const QSet<int> payoutHeaders = {85, 121, 125};
 const QSet<int> balanceHeaders = {118, 120};
 const int busyHeader = 6;
 const int purgeHeader = 121;
-const int hoppers = 4;
-const unsigned int hopperDenoms[hoppers] = {1000, 500, 200, 100};
+// Hoppers 1 and 5 both hold 10.00 coins; hopper 6 (50 kopecks) is switched off.
+const int hoppers = 5;
+const unsigned int hopperDenoms[hoppers] = {1000, 500, 200, 100, 1000};
 
 // Times are the line's virtual milliseconds: the same on any machine, however loaded.
 // Hard ceiling of one host call besides its pauses; the computed bound of each call
@@ -52,6 +53,35 @@ quint64 splitMix(quint64 x)
     x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ULL;
     x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
     return x ^ (x >> 31);
+}
+
+// A dispense pattern that asks both hoppers of 10.00 coins for some.
+bool drawsOnBothTens(const QByteArray& frame)
+{
+    QSet<int> asked;
+    for (int i = 4; i + 1 < frame.size() - 1; i += 2) {
+        if (quint8(frame.at(i + 1)) > 0)
+            asked.insert(quint8(frame.at(i)));
+    }
+    return asked.contains(1) && asked.contains(5);
+}
+
+// The rig's fast recycler with two small hoppers of 10.00 coins, hopper 1 and hopper 5.
+// The operator fills a hopper to the brim only once it is nearly empty, so the two
+// often share a payout, and which of them is the fuller changes from payout to payout.
+sim::Config soakConfig()
+{
+    sim::Config c = testsupport::fastConfig();
+    sim::HopperConfig disabled = c.hoppers.at(4);
+    disabled.serial = 610026;
+    c.hoppers[4].coinId = c.hoppers.at(0).coinId;
+    c.hoppers[0].count = 8;
+    c.hoppers[0].capacity = 8;
+    c.hoppers[4].count = 6;
+    c.hoppers[4].capacity = 6;
+    c.hoppers[4].enabled = true;
+    c.hoppers.append(disabled);
+    return c;
 }
 
 // Draws from the step's generator without the standard distributions, whose
@@ -356,6 +386,10 @@ StepPlan planStep(quint64 seed, int step)
             p.coins.begin(), p.coins.end(),
             [](const QPair<int, int>& a, const QPair<int, int>& b) { return a.first < b.first; });
         p.doorAtMsecs = d.chance(0.06) ? d.uniform(0, p.pumpMsecs - 1) : -1;
+        if (d.chance(0.06)) {
+            p.jamFoundAtMsecs = d.uniform(0, p.pumpMsecs - 1);
+            p.jamFoundHopper = d.uniform(1, hoppers);
+        }
         break;
     }
     case Op::CashOut:
@@ -367,7 +401,7 @@ StepPlan planStep(quint64 seed, int step)
         const int u = d.uniform(0, 99);
         p.unit = u < 80   ? hopperName(d.uniform(1, hoppers))
                  : u < 90 ? QStringLiteral("cashbox")
-                 : u < 95 ? QStringLiteral("hopper5")
+                 : u < 95 ? QStringLiteral("hopper6")
                           : QStringLiteral("hopper9");
         const int o = d.uniform(0, 99);
         p.operation = o < 15   ? ECashControl::ManualPickupAll
@@ -431,6 +465,9 @@ QString StepPlan::describe() const
                      .arg(pumpMsecs);
         if (doorAtMsecs >= 0)
             parts << QStringLiteral("door opens at %1 ms").arg(doorAtMsecs);
+        if (jamFoundAtMsecs >= 0)
+            parts
+                << QStringLiteral("hopper%1 found jammed at %2 ms").arg(jamFoundHopper).arg(jamFoundAtMsecs);
         break;
     }
     case Op::CashOut:
@@ -533,9 +570,15 @@ QString Figures::toText() const
                .arg(failedPayoutsReconciled);
     out << QStringLiteral("purge commands sent again after a lost answer: %1").arg(purgeRepeats);
     out << QStringLiteral(
+               "dispense patterns drawing on both hoppers of 10.00: %1; failed payouts whose warning "
+               "of what came out matched the hoppers: %2")
+               .arg(twinPayouts)
+               .arg(paidLinesChecked);
+    out << QStringLiteral(
                "acceptance: %1 sessions (%2 started, %3 clean, %4 stalled by a poll failure), %5 coins "
                "inserted; accepted %6 (%7 of it in sessions with forged answers, not compared), "
-               "reported %8 (those sessions left out), unreported %9 in %10 sessions")
+               "reported %8 (those sessions left out), unreported %9 in %10 sessions; %11 stalled until "
+               "the stop, %12 with coins reported after the failed poll")
                .arg(sessions)
                .arg(sessionsStarted)
                .arg(cleanSessions)
@@ -545,7 +588,9 @@ QString Figures::toText() const
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueAcceptedInForgedSessions)))
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueReported)))
                .arg(cashcontrol::formatAmount(static_cast<long long>(valueUnreported)))
-               .arg(sessionsShort);
+               .arg(sessionsShort)
+               .arg(stalledUntilStop)
+               .arg(reportedAfterPollError);
     out << QStringLiteral("sessions that enabled no coin position: %1, of them reporting coins of an earlier "
                           "session again: %2, value %3")
                .arg(sessionsNothingEnabled)
@@ -629,7 +674,7 @@ void Soak::setUp()
 {
     SoakChanger::clearResetRequest();
     log = std::make_unique<testsupport::LogCapture>();
-    line = std::make_unique<testsupport::SimLine>(testsupport::fastConfig());
+    line = std::make_unique<testsupport::SimLine>(soakConfig());
     port = std::make_unique<SoakPort>(line.get());
 
     makeDriver();
@@ -769,8 +814,9 @@ void Soak::applyDeviceFaults(const StepPlan& plan)
     }
     if (plan.refill) {
         for (int h = 1; h <= hoppers; ++h) {
-            if (line->device().hopperCount(h) < 40) {
-                line->device().setHopperCount(h, plan.refillCount);
+            const int capacity = soakConfig().hoppers.at(h - 1).capacity;
+            if (line->device().hopperCount(h) < std::min(40, capacity / 4)) {
+                line->device().setHopperCount(h, std::min(plan.refillCount, capacity));
                 emptiedHoppers.remove(h);
                 ++fig.deviceFaults[QStringLiteral("operator refill")];
             }
@@ -880,6 +926,8 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
             } else {
                 ++(t.header == purgeHeader ? purges : paying);
                 call.payoutHeaders.insert(t.header);
+                if (t.header == 85 && drawsOnBothTens(t.frame))
+                    ++fig.twinPayouts;
             }
             // A purge with a count would take coins the host never asked for if it
             // were repeated; the driver purges with count 0, until the hopper is empty.
@@ -908,7 +956,11 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
     for (int i = logStart; i < lines.size(); ++i) {
         if (lines.at(i).level == QLatin1String("ERROR") && lines.at(i).text == noLink)
             ++lostAnswers;
+        if (lines.at(i).level == QLatin1String("WARN") &&
+            lines.at(i).text.startsWith(QStringLiteral("Выдано")))
+            call.paidLines << lines.at(i).text;
     }
+    lastCall.paidLines = call.paidLines;
     const long long pauses = changer->pauses - pausesBefore;
     const qint64 paused = changer->pausedMsecs - pausedBefore;
     const long long noisy = port->attemptsInNoise - noisyBefore;
@@ -1024,6 +1076,22 @@ void Soak::reconcileFailedPayout(const Call& call, const Audit& before)
         return;
     }
     fig.valuePaidByFailedCalls += after.paidOut - before.paidOut;
+    // The driver's one warning of what came out, from the counters once the device
+    // stopped paying; only a line too faulty to read them leaves it unknown.
+    check(call.paidLines.size() == 1,
+          QStringLiteral("%1 failed after its payout command with %2 lines of what "
+                         "came out: %3")
+              .arg(call.op)
+              .arg(call.paidLines.size())
+              .arg(call.paidLines.join(QStringLiteral(" | "))));
+    SumDetailed left;
+    left.denoms = moved;
+    if (call.paidLines.value(0) != QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны")) {
+        checkValue(call.paidLines.value(0) == QStringLiteral("Выдано ") + left.toString(),
+                   QStringLiteral("%1 failed (%2) and logged \"%3\"; the hoppers paid %4")
+                       .arg(call.op, call.error, call.paidLines.value(0), sumText(moved)));
+        ++fig.paidLinesChecked;
+    }
     // What the payout paid before it failed: the driver measures it against the
     // snapshot it took before sending the command.
     SumDetailed measured;
@@ -1098,23 +1166,28 @@ void Soak::accept(const StepPlan& plan)
                 }
             });
         }
+        if (plan.jamFoundAtMsecs >= 0) {
+            const int jamHopper = plan.jamFoundHopper;
+            line->at(started + plan.jamFoundAtMsecs, [this, jamHopper] {
+                line->device().flagHopperJam(jamHopper);
+                jammed.insert(jamHopper);
+                ++fig.deviceFaults[QStringLiteral("hopper jam found while accepting")];
+            });
+        }
         pump(plan.pumpMsecs);
     }
 
     // The host closes the acceptor whatever happened, and tries again on a clean line.
     bool stopped = false;
-    bool finalPoll = false;
+    const bool stalled = start.ok && !changer->isPolling();
     for (int attempt = 0; attempt < 20 && !stopped; ++attempt) {
-        const bool polling = changer->isPolling();
         const Call stop = hostCall(QStringLiteral("cashInStop"), Allowed(), [this] { driver->cashInStop(); });
         if (attempt == 0)
             disarmFaults();
-        if (stop.ok) {
+        if (stop.ok)
             stopped = true;
-            finalPoll = polling;
-        } else {
+        else
             pump(40);
-        }
     }
     inSession = false;
     check(stopped, QStringLiteral("cashInStop failed 20 times, 19 of them on a clean line"));
@@ -1128,7 +1201,7 @@ void Soak::accept(const StepPlan& plan)
 
     // Coins that landed in this session, by denomination, from the lifetime counters.
     const QMap<unsigned char, unsigned int> positions = changer->positions();
-    const sim::Config config = testsupport::fastConfig();
+    const sim::Config config = soakConfig();
     QMap<unsigned int, long long> landed;
     quint64 landedValue = 0;
     for (int p = 1; p <= 16; ++p) {
@@ -1211,24 +1284,25 @@ void Soak::accept(const StepPlan& plan)
         checkValue(!reported.contains(excludedDenom),
                    QStringLiteral("coins of the excluded %1 reported").arg(excludedDenom));
 
-    // A stop that failed before it stopped the timer leaves polling running, and the
-    // stop that succeeds still makes the final poll.
-    const bool clean = pollErrors.isEmpty() && finalPoll;
+    // A failed poll closed the acceptor; the stop read the counters kept from the last
+    // good poll. Whether polling failed or not, every coin that landed is reported, once.
     if (!pollErrors.isEmpty()) {
         ++fig.stalledSessions;
-        check(receivedInSession.size() == reportsBeforePollError,
-              QStringLiteral("coins reported after a poll failed and before acceptance was started again"));
-    }
-    if (clean) {
+        if (stalled)
+            ++fig.stalledUntilStop;
+        if (receivedInSession.size() > reportsBeforePollError)
+            ++fig.reportedAfterPollError;
+    } else {
         ++fig.cleanSessions;
-        checkValue(reported == landed, QStringLiteral("a session without failures reported %1 of %2 landed")
-                                           .arg(sumText(reported), sumText(landed)));
-    } else if (reportedValue < accepted) {
-        // Polling ended by a failure, or the stop that succeeded found the timer
-        // already stopped: no final poll, the rest stays in the device's counters.
+    }
+    if (reportedValue < accepted) {
         ++fig.sessionsShort;
         fig.valueUnreported += accepted - reportedValue;
     }
+    checkValue(reported == landed,
+               QStringLiteral("a session reported %1 of %2 landed%3")
+                   .arg(sumText(reported), sumText(landed))
+                   .arg(pollErrors.isEmpty() ? QString() : QStringLiteral(" after a failed poll")));
 }
 
 void Soak::cashOut(const StepPlan& plan)
@@ -1548,9 +1622,11 @@ void Soak::units()
     QStringList names;
     for (const CashControlUnit& u : list)
         names << u.name;
-    checkValue(names == QStringList({hopperName(1), hopperName(2), hopperName(3), hopperName(4),
-                                     QStringLiteral("cashbox")}),
-               QStringLiteral("getUnits listed ") + names.join(QStringLiteral(", ")));
+    QStringList expected;
+    for (int h = 1; h <= hoppers; ++h)
+        expected << hopperName(h);
+    expected << QStringLiteral("cashbox");
+    checkValue(names == expected, QStringLiteral("getUnits listed ") + names.join(QStringLiteral(", ")));
     for (int h = 1; h <= hoppers; ++h) {
         const CashControlUnit& u = list.at(h - 1);
         checkValue(u.type == 1 && u.denom == hopperDenom(h) && u.count == line->device().hopperCount(h),

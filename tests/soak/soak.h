@@ -83,6 +83,8 @@ struct StepPlan
     QList<QPair<int, int>> coins;
     int pumpMsecs = 0;
     int doorAtMsecs = -1;
+    int jamFoundAtMsecs = -1;
+    int jamFoundHopper = 0;
 
     int mode = 0;
     long long amount = 0;
@@ -139,6 +141,10 @@ struct Figures
     int sessionsStarted = 0;
     int cleanSessions = 0;
     int stalledSessions = 0;
+    int stalledUntilStop = 0;
+    int reportedAfterPollError = 0;
+    int twinPayouts = 0;
+    int paidLinesChecked = 0;
     int coinsInserted = 0;
     quint64 valueAccepted = 0;
     quint64 valueReported = 0;
@@ -199,6 +205,8 @@ private:
         QSet<int> payoutHeaders;
         QSet<int> balanceHeaders;
         QList<SoakPort::BalanceWrite> balanceWrites;
+        // The driver's warnings of what a failed payout paid.
+        QStringList paidLines;
     };
     struct Allowed
     {

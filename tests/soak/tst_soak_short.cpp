@@ -8,7 +8,7 @@
 namespace {
 
 const quint64 defaultSeed = 20240611;
-const int defaultSteps = 4000;
+const int defaultSteps = 10000;
 
 QStringList plans(quint64 seed, int steps)
 {
@@ -50,6 +50,7 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
     QSet<QString> faults;
     int payoutTargets = 0;
     int doorWhileAccepting = 0;
+    int jamWhileAccepting = 0;
     for (int step = 0; step < 2000; ++step) {
         const soak::StepPlan plan = soak::planStep(defaultSeed, step);
         ops << soak::opName(plan.op);
@@ -59,6 +60,11 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
             QVERIFY(f.count >= 1 && f.count <= 10);
         }
         doorWhileAccepting += plan.doorAtMsecs >= 0 ? 1 : 0;
+        if (plan.jamFoundAtMsecs >= 0) {
+            ++jamWhileAccepting;
+            QVERIFY(plan.jamFoundAtMsecs < plan.pumpMsecs);
+            QVERIFY(plan.jamFoundHopper >= 1 && plan.jamFoundHopper <= 5);
+        }
         for (const auto& coin : plan.coins) {
             QVERIFY(coin.first >= 0 && coin.first < plan.pumpMsecs);
             QVERIFY(coin.second >= 1 && coin.second <= 8);
@@ -68,6 +74,7 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
     QCOMPARE(faults.size(), 8);
     QVERIFY(payoutTargets > 10);
     QVERIFY(doorWhileAccepting > 5);
+    QVERIFY(jamWhileAccepting > 5);
 }
 
 void TestSoakShort::shortRunHoldsTheInvariants()
@@ -95,6 +102,10 @@ void TestSoakShort::shortRunHoldsTheInvariants()
         QVERIFY(!fig.lineFaultsFired.isEmpty());
         QVERIFY(!fig.deviceFaults.isEmpty());
         QVERIFY(fig.invariantChecks > 20 * fig.stepsRun);
+        QCOMPARE(fig.valueUnreported, quint64(0));
+        QVERIFY(fig.twinPayouts > 0);
+        QVERIFY(fig.reportedAfterPollError > 0);
+        QVERIFY(fig.paidLinesChecked > 0);
     }
 }
 

@@ -1,0 +1,425 @@
+// Money across faults, the driver object end to end against the simulated recycler on
+// an in-process line in virtual time: coins taken while polling has failed, a
+// denomination held by two hoppers, and payouts that fail midway.
+#include "testdriver.h"
+
+#include "support/simline.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+using namespace plugintest;
+
+namespace {
+
+sim::HopperConfig hopper(const char* coin, int count, int capacity)
+{
+    sim::HopperConfig h;
+    h.coinId = QString::fromLatin1(coin);
+    h.count = count;
+    h.capacity = capacity;
+    h.firmware = QStringLiteral("HP-3.02");
+    h.model = QStringLiteral("BCR-HOP");
+    h.serial = 610030;
+    return h;
+}
+
+// Hoppers 1 and 2 both hold 10.00 coins, 2 and 5 of them; hopper 3 holds 5.00 and
+// hopper 4 2.00, three coins each. All have room for 800.
+sim::Config twinTens()
+{
+    sim::Config c = sim::Config::defaults();
+    c.hoppers = {hopper("RU1K0A", 2, 800), hopper("RU1K0A", 5, 800), hopper("RU500A", 3, 800),
+                 hopper("RU200A", 3, 800)};
+    return c;
+}
+
+struct SimRig
+{
+    explicit SimRig(const sim::Config& config = sim::Config::defaults()) : line(config)
+    {
+        RecordingChanger::clearResetRequest();
+        driver.recorder->setClock([this] { return line.now(); });
+        driver.recorder->onPause = [this](int msecs) { line.advance(msecs); };
+        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
+        driver.init();
+        driver.connect();
+        QObject::connect(&driver, &hw::BasicCashControl::received,
+                         [this](SumDetailed sum) { reports << sum; });
+    }
+    ~SimRig() { RecordingChanger::clearResetRequest(); }
+
+    sim::Device& device() { return line.device(); }
+    void runPolls(qint64 msecs) { line.runTimer(driver.recorder->timer(), msecs); }
+
+    QList<QByteArray> patterns() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : line.transactions()) {
+            if (t.header == 85) {
+                out << t.frame.mid(4, t.frame.size() - 5);
+            }
+        }
+        return out;
+    }
+
+    int moves() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
+
+    long long total() const
+    {
+        long long sum = 0;
+        for (const SumDetailed& report : reports) {
+            sum += report.sum();
+        }
+        return sum;
+    }
+
+    QMap<unsigned int, long long> byDenomination() const
+    {
+        QMap<unsigned int, long long> out;
+        for (const SumDetailed& report : reports) {
+            for (auto it = report.denoms.cbegin(); it != report.denoms.cend(); ++it) {
+                out[it.key()] += it.value();
+            }
+        }
+        return out;
+    }
+
+    testsupport::SimLine line;
+    TestDriver driver;
+    QList<SumDetailed> reports;
+};
+
+// Coins by denomination the simulator counted in through its positions since `before`.
+QMap<unsigned int, long long> acceptedSince(const sim::Device& device, const QMap<int, quint32>& before)
+{
+    QMap<unsigned int, long long> out;
+    const QMap<int, QString> ids = device.config().coinIds;
+    for (auto it = ids.cbegin(); it != ids.cend(); ++it) {
+        const long long n = device.auditCounter(70, quint8(it.key())) - before.value(it.key());
+        if (n != 0) {
+            out[sim::coinValue(it.value())] += n;
+        }
+    }
+    return out;
+}
+
+QMap<int, quint32> acceptedNow(const sim::Device& device)
+{
+    QMap<int, quint32> out;
+    for (int p = 1; p <= 16; ++p) {
+        out[p] = device.auditCounter(70, quint8(p));
+    }
+    return out;
+}
+
+// What came out of the simulator's hoppers since `before`, as the driver's log shows it.
+QString paidText(const sim::Device& device, const QMap<int, quint32>& before)
+{
+    SumDetailed paid;
+    for (int h = 1; h <= device.hopperCount(); ++h) {
+        const long long n =
+            device.auditCounter(80, quint8(h)) + device.auditCounter(87, quint8(h)) - before.value(h);
+        paid.denoms[sim::coinValue(device.config().hoppers.at(h - 1).coinId)] += n;
+    }
+    return QStringLiteral("Выдано ") + paid.toString();
+}
+
+QMap<int, quint32> paidNow(const sim::Device& device)
+{
+    QMap<int, quint32> out;
+    for (int h = 1; h <= device.hopperCount(); ++h) {
+        out[h] = device.auditCounter(80, quint8(h)) + device.auditCounter(87, quint8(h));
+    }
+    return out;
+}
+
+QStringList warnings(const testsupport::LogCapture& log)
+{
+    return log.texts(QStringLiteral("WARN"));
+}
+
+} // namespace
+
+class TestFaultMoney : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup() { RecordingChanger::clearResetRequest(); }
+
+    void hopperJamWhileAccepting();
+    void lostPollAnswerWhileAccepting();
+    void inhibitFailsOnADeadLink();
+    void stalledSessionClosedBeforeTheReset();
+    void twoHoppersOfOneDenominationMinimum();
+    void twoHoppersOfOneDenominationOptimal();
+    void payLargerThanBothHoldMovesNothing();
+    void jamMidwayThroughAPayout();
+    void lostPayoutAnswer();
+    void jamMidwayThroughAPickup();
+};
+
+// A hopper jam flagged while coins come in: the poll that finds it fails, the acceptor is
+// closed at once, and the stop reports the coin that was in flight across the failure.
+void TestFaultMoney::hopperJamWhileAccepting()
+{
+    SimRig rig;
+    QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
+    const QMap<int, quint32> start = acceptedNow(rig.device());
+    rig.driver.cashInStart(false, {});
+    rig.device().insertCoin(4);
+    rig.runPolls(1000);
+    QCOMPARE(rig.total(), 1000LL);
+
+    rig.device().insertCoin(4);
+    rig.device().flagHopperJam(1);
+    const int polls = rig.line.countHeader(82);
+    rig.runPolls(250);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
+    QCOMPARE(rig.device().inhibitMask(), quint16(0));
+    QVERIFY(!rig.driver.recorder->timer()->isActive());
+
+    // The coin in flight lands; coins put in afterwards are refused; nothing polls.
+    rig.line.advance(1000);
+    rig.device().insertCoin(3);
+    rig.device().insertCoin(4);
+    rig.line.advance(1000);
+    QCOMPARE(rig.line.countHeader(82), polls + 1);
+    QCOMPARE(acceptedSince(rig.device(), start), (QMap<unsigned int, long long>{{1000, 2}}));
+    QCOMPARE(rig.total(), 1000LL);
+
+    rig.driver.cashInStop();
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.reports.size(), 2);
+    QCOMPARE(rig.reports.last().toString(), QStringLiteral("10.00. номиналы: 10.00 x 1"));
+    // The fault is still flagged at the stop's last check.
+    QCOMPARE(errors.size(), 2);
+    QCOMPARE(errors.at(1).at(0).toString(), QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
+
+    // Stopped for good: a second stop reports nothing more.
+    rig.driver.cashInStop();
+    QCOMPARE(rig.reports.size(), 2);
+}
+
+void TestFaultMoney::lostPollAnswerWhileAccepting()
+{
+    SimRig rig;
+    QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
+    const QMap<int, quint32> start = acceptedNow(rig.device());
+    rig.driver.cashInStart(true, {});
+    rig.device().insertCoin(1);
+    rig.runPolls(600);
+    QCOMPARE(rig.total(), 100LL);
+
+    // Every attempt of the next poll loses its answer; a coin lands meanwhile.
+    rig.line.dropAnswersTo(82, 5);
+    rig.device().insertCoin(2);
+    testsupport::LogCapture log;
+    rig.runPolls(250);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Нет связи"));
+    QCOMPARE(rig.device().inhibitMask(), quint16(0));
+    QVERIFY(warnings(log).isEmpty());
+    rig.device().insertCoin(4);
+    rig.line.advance(2000);
+    QCOMPARE(acceptedSince(rig.device(), start), (QMap<unsigned int, long long>{{100, 1}, {200, 1}}));
+
+    rig.driver.cashInStop();
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.reports.size(), 2);
+    QCOMPARE(errors.size(), 1);
+}
+
+// The line is dead when the poll fails: the inhibit fails too, with a warning, and the
+// acceptor keeps taking coins. Once the line is back the stop reports them all, once.
+void TestFaultMoney::inhibitFailsOnADeadLink()
+{
+    SimRig rig;
+    QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
+    const QMap<int, quint32> start = acceptedNow(rig.device());
+    rig.driver.cashInStart(false, {});
+    rig.runPolls(400);
+    rig.line.setSilent(true);
+    testsupport::LogCapture log;
+    rig.runPolls(250);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(warnings(log), QStringList{QStringLiteral("Прием монет не запрещен: Нет связи")});
+    QVERIFY(!rig.driver.recorder->timer()->isActive());
+    rig.line.setSilent(false);
+    QVERIFY(rig.device().inhibitMask() != 0);
+    rig.device().insertCoin(4);
+    rig.device().insertCoin(3);
+    rig.line.advance(1000);
+    QCOMPARE(rig.total(), 0LL);
+
+    rig.driver.cashInStop();
+    QCOMPARE(rig.byDenomination(), (QMap<unsigned int, long long>{{500, 1}, {1000, 1}}));
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.device().inhibitMask(), quint16(0));
+}
+
+// After a poll failed on a fault the next state check resets the device, which restarts
+// its coin counters: the stalled session is closed before that.
+void TestFaultMoney::stalledSessionClosedBeforeTheReset()
+{
+    SimRig rig;
+    const QMap<int, quint32> start = acceptedNow(rig.device());
+    rig.driver.cashInStart(false, {});
+    rig.device().insertCoin(4);
+    rig.device().flagHopperJam(2);
+    rig.runPolls(250);
+    QVERIFY(RecordingChanger::resetRequested());
+    rig.line.advance(1000);
+
+    // The host starts a new session instead of stopping the old one.
+    const int resets = rig.device().resets();
+    rig.driver.cashInStart(false, {});
+    QCOMPARE(rig.device().resets(), resets + 1);
+    QCOMPARE(rig.byDenomination(), (QMap<unsigned int, long long>{{1000, 1}}));
+    rig.device().insertCoin(1);
+    rig.runPolls(1000);
+    rig.driver.cashInStop();
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.total(), 1100LL);
+
+    // The same when the host connects again instead.
+    rig.driver.cashInStart(false, {});
+    rig.device().insertCoin(3);
+    rig.device().flagHopperJam(4);
+    rig.runPolls(250);
+    rig.line.advance(1000);
+    rig.driver.connect();
+    QCOMPARE(rig.device().resets(), resets + 2);
+    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.total(), 1600LL);
+}
+
+void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
+{
+    SimRig rig(twinTens());
+    QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 7000));
+    const SumDetailed seven = rig.driver.cashOut(ECashControl::Minimum, 7000);
+    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("01020205")});
+    QCOMPARE(seven.sum(), 7000LL);
+    QCOMPARE(seven.denoms.value(1000), 7LL);
+    QCOMPARE(rig.device().hopperCount(1), 0);
+    QCOMPARE(rig.device().hopperCount(2), 0);
+
+    // In unit order, each hopper at most what it holds; then the rest of the second.
+    SimRig again(twinTens());
+    QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 3000).sum(), 3000LL);
+    QCOMPARE(again.patterns(), QList<QByteArray>{QByteArray::fromHex("01020201")});
+    QVERIFY(again.driver.cashOutCheck(ECashControl::Minimum, 4000));
+    QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 4000).denoms.value(1000), 4LL);
+    QCOMPARE(again.patterns(),
+             QList<QByteArray>({QByteArray::fromHex("01020201"), QByteArray::fromHex("0204")}));
+    QCOMPARE(again.device().hopperCount(1), 0);
+    QCOMPARE(again.device().hopperCount(2), 0);
+    // No 10.00 coin is left: 20.00 would need 1.00 coins besides the 5.00 and 2.00 ones.
+    QVERIFY(!again.driver.cashOutCheck(ECashControl::Minimum, 2000));
+}
+
+void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
+{
+    SimRig rig(twinTens());
+    QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
+    const SumDetailed first = rig.driver.cashOut(ECashControl::Optimal, 3000);
+    // The fuller hopper pays first.
+    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0203")});
+    QCOMPARE(first.toString(), QStringLiteral("30.00. номиналы: 10.00 x 3"));
+    QCOMPARE(rig.device().hopperCount(1), 2);
+    QCOMPARE(rig.device().hopperCount(2), 2);
+
+    // Both now as full: unit order.
+    QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
+    const SumDetailed second = rig.driver.cashOut(ECashControl::Optimal, 3000);
+    QCOMPARE(rig.patterns(),
+             QList<QByteArray>({QByteArray::fromHex("0203"), QByteArray::fromHex("01020201")}));
+    QCOMPARE(second.denoms.value(1000), 3LL);
+    QCOMPARE(rig.device().hopperCount(1), 0);
+    QCOMPARE(rig.device().hopperCount(2), 1);
+    QCOMPARE(rig.line.countHeader(85), 2);
+}
+
+void TestFaultMoney::payLargerThanBothHoldMovesNothing()
+{
+    SimRig rig(twinTens());
+    // 7 x 10.00 + 3 x 5.00 + 3 x 2.00 = 91.00 in all.
+    for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
+        QVERIFY(!rig.driver.cashOutCheck(mode, 9200));
+        QCOMPARE(failureOf([&] { rig.driver.cashOut(mode, 9200); }),
+                 QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
+    }
+    QCOMPARE(rig.moves(), 0);
+    QCOMPARE(rig.device().hopperCount(1), 2);
+    QCOMPARE(rig.device().hopperCount(2), 5);
+
+    // Everything the hoppers hold is still paid in full.
+    QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 9100));
+    QCOMPARE(rig.driver.cashOut(ECashControl::Minimum, 9100).sum(), 9100LL);
+    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0102020503030403")});
+}
+
+// A hopper jams after four coins: the call fails with the fault, and one warning tells
+// what came out, as the simulator counted it.
+void TestFaultMoney::jamMidwayThroughAPayout()
+{
+    sim::Config config = sim::Config::defaults();
+    config.hoppers[0].count = 20;
+    SimRig rig(config);
+    const QMap<int, quint32> before = paidNow(rig.device());
+    const qint64 perCoin = config.payoutMsPerCoin;
+    rig.line.setRequestHook([&](const QByteArray& frame) {
+        if (frame.size() > 3 && quint8(frame.at(3)) == 85) {
+            rig.line.at(rig.line.now() + 4 * perCoin + perCoin / 2, [&] { rig.device().jamHopper(1); });
+        }
+    });
+    testsupport::LogCapture log;
+    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
+             QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
+    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("010A")});
+    QCOMPARE(rig.device().auditCounter(80, 1) - before.value(1), 4u);
+    QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
+    QCOMPARE(warnings(log), QStringList{QStringLiteral("Выдано 40.00. номиналы: 10.00 x 4")});
+}
+
+// The payout's answer is lost: the command is not sent again, the device pays anyway,
+// and the warning gives what it paid once the payout ended.
+void TestFaultMoney::lostPayoutAnswer()
+{
+    SimRig rig;
+    const QMap<int, quint32> before = paidNow(rig.device());
+    rig.line.dropAnswersTo(85, 1);
+    testsupport::LogCapture log;
+    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1800); }),
+             QStringLiteral("Монетоприемник: Нет связи"));
+    QCOMPARE(rig.line.countHeader(85), 1);
+    QCOMPARE(rig.device().coinsQueuedForPayout(), 0);
+    QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
+    QCOMPARE(warnings(log),
+             QStringList{QStringLiteral("Выдано 18.00. номиналы: 1.00 x 1, 2.00 x 1, 5.00 x 1, 10.00 x 1")});
+}
+
+void TestFaultMoney::jamMidwayThroughAPickup()
+{
+    SimRig rig;
+    const QMap<int, quint32> before = paidNow(rig.device());
+    const qint64 perCoin = rig.line.config().payoutMsPerCoin;
+    rig.line.setRequestHook([&](const QByteArray& frame) {
+        if (frame.size() > 3 && quint8(frame.at(3)) == 85) {
+            rig.line.at(rig.line.now() + 2 * perCoin + perCoin / 2, [&] { rig.device().jamHopper(3); });
+        }
+    });
+    testsupport::LogCapture log;
+    QCOMPARE(failureOf([&] {
+                 rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupSum, 1000);
+             }),
+             QStringLiteral("Монетоприемник: Хоппер 3, заклинивание"));
+    QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
+    QCOMPARE(warnings(log), QStringList{QStringLiteral("Выдано 4.00. номиналы: 2.00 x 2")});
+}
+
+QTEST_GUILESS_MAIN(TestFaultMoney)
+#include "tst_faultmoney.moc"
