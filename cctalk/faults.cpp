@@ -2,6 +2,69 @@
 
 #include "host/qtcompat.h"
 
+namespace {
+
+// The operator's text for a fault code and its extra byte; the first row that matches wins,
+// so a code's rows for particular extra bytes stand before its row for any.
+struct FaultText
+{
+    unsigned char code;
+    int extra;
+    const char* text;
+};
+
+const int anyExtra = -1;
+const char* const unknownFault = "Неизвестная ошибка";
+
+const FaultText selfcheckTexts[] = {
+    {1, anyExtra, "Ошибка EEPROM приемника монет"},
+    {2, 6, "Ошибка датчика монет в устройстве поштучной подачи"},
+    {2, 8, "Ошибка датчика монет в устройстве поштучной подачи"},
+    {2, 7, "Ошибка датчика монет в устройстве возврата"},
+    {2, 9, "Ошибка датчика монет в устройстве возврата"},
+    {2, anyExtra, "Ошибка магнитного датчика монет"},
+    {3, anyExtra, "Ошибка датчика валидации"},
+    {8, anyExtra, "Ошибка на выходе сортировщика, блокировка"},
+    {9, anyExtra, "Ошибка NVRAM"},
+    {19, anyExtra, "Ошибка механизма возврата монет"},
+    {22, anyExtra, "Ошибка датчика температуры"},
+    {23, 1, "Неисправен мотор в устройстве поштучной подачи, заклинивание"},
+    {23, 2, "Неисправен мотор подъемника, заклинивание"},
+    {23, 3, "Неисправен мотор возврата"},
+    {23, 4, "Неисправен мотор в устройстве поштучной подачи"},
+    {23, 5, "Неисправен мотор подъемника"},
+    {23, 6, "Неисправен мотор в устройстве поштучной подачи, блокировка датчика"},
+    {23, 7, "Неисправен мотор подъемника, блокировка датчика"},
+    {23, 16, "Неисправен ремень в устройстве поштучной подачи"},
+    {23, 17, "Неисправен ремень подъемника"},
+    {23, anyExtra, "Неисправен мотор выдачи монет"},
+    {33, anyExtra, "Ошибка входного лотка монет"},
+    {35, 2, "Приемник монет неисправен"},
+    {35, anyExtra, "Приемник монет, заклинивание"},
+    {40, anyExtra, "Ошибка RAM"},
+    {48, 1, "Отсутствует кэшбокс"},
+    {48, 2, "Отсутствует панель с хопперами"},
+    {48, 3, "Отсутствуют хопперы"},
+    {48, 4, "ID хоппера не соответствует"},
+    {48, 5, "Отсутствует приемник монет"},
+    {48, anyExtra, "Модуль не отвечает"},
+    {49, 2, "Ошибка датчика заполнения кэшбокса"},
+    {49, 3, "Ошибка датчика приема монет"},
+    {49, 4, "Ошибка датчика заполнения чаши для выдачи"},
+    {49, anyExtra, "Ошибка оптического датчика"},
+    {50, anyExtra, "Необходима замена батареи, разряжена"},
+    // The door text is spelt "подьемника", unlike the motor texts; both are kept as operators
+    // see them.
+    {51, 1, "Открыта дверь в устройстве поштучной подачи"},
+    {51, 2, "Открыта дверь подьемника"},
+    {51, anyExtra, "Открыта дверь"},
+    {53, anyExtra, "Ошибка часов реального времени"},
+    {54, anyExtra, "Ошибка прошивки"},
+    {55, anyExtra, "Ошибка инициализации"},
+};
+
+} // namespace
+
 namespace CcTalk {
 
 ReqErrorStatus::ReqErrorStatus() : Request(Header::reqErrorStatus, QByteArray()) {}
@@ -89,106 +152,19 @@ bool SelfcheckResp::isDelayedError() const
 
 QString SelfcheckResp::getError() const
 {
-    const unsigned int extra = getByte(1);
-    switch (getByte(0)) {
-    case 1:
-        return QStringLiteral("Ошибка EEPROM приемника монет");
-    case 2:
-        if (extra == 6 || extra == 8)
-            return QStringLiteral("Ошибка датчика монет в устройстве поштучной подачи");
-        if (extra == 7 || extra == 9)
-            return QStringLiteral("Ошибка датчика монет в устройстве возврата");
-        return QStringLiteral("Ошибка магнитного датчика монет");
-    case 3:
-        return QStringLiteral("Ошибка датчика валидации");
-    case 8:
-        return QStringLiteral("Ошибка на выходе сортировщика, блокировка");
-    case 9:
-        return QStringLiteral("Ошибка NVRAM");
-    case 19:
-        return QStringLiteral("Ошибка механизма возврата монет");
-    case 22:
-        return QStringLiteral("Ошибка датчика температуры");
-    case 23:
-        switch (extra) {
-        case 1:
-            return QStringLiteral("Неисправен мотор в устройстве поштучной подачи, заклинивание");
-        case 2:
-            return QStringLiteral("Неисправен мотор подъемника, заклинивание");
-        case 3:
-            return QStringLiteral("Неисправен мотор возврата");
-        case 4:
-            return QStringLiteral("Неисправен мотор в устройстве поштучной подачи");
-        case 5:
-            return QStringLiteral("Неисправен мотор подъемника");
-        case 6:
-            return QStringLiteral("Неисправен мотор в устройстве поштучной подачи, блокировка датчика");
-        case 7:
-            return QStringLiteral("Неисправен мотор подъемника, блокировка датчика");
-        case 16:
-            return QStringLiteral("Неисправен ремень в устройстве поштучной подачи");
-        case 17:
-            return QStringLiteral("Неисправен ремень подъемника");
-        default:
-            return QStringLiteral("Неисправен мотор выдачи монет");
-        }
-    case 26:
-        // Only the last digit of the hopper number, unlike the level sensor below.
-        return QStringLiteral("Ошибка датчика выдачи хоппера ") + QString::number(extra % 10);
-    case 27:
-        return QStringLiteral("Ошибка датчика уровня хоппера ") + QString::number(extra);
-    case 33:
-        return QStringLiteral("Ошибка входного лотка монет");
-    case 35:
-        if (extra == 2)
-            return QStringLiteral("Приемник монет неисправен");
-        return QStringLiteral("Приемник монет, заклинивание");
-    case 40:
-        return QStringLiteral("Ошибка RAM");
-    case 48:
-        switch (extra) {
-        case 1:
-            return QStringLiteral("Отсутствует кэшбокс");
-        case 2:
-            return QStringLiteral("Отсутствует панель с хопперами");
-        case 3:
-            return QStringLiteral("Отсутствуют хопперы");
-        case 4:
-            return QStringLiteral("ID хоппера не соответствует");
-        case 5:
-            return QStringLiteral("Отсутствует приемник монет");
-        default:
-            return QStringLiteral("Модуль не отвечает");
-        }
-    case 49:
-        switch (extra) {
-        case 2:
-            return QStringLiteral("Ошибка датчика заполнения кэшбокса");
-        case 3:
-            return QStringLiteral("Ошибка датчика приема монет");
-        case 4:
-            return QStringLiteral("Ошибка датчика заполнения чаши для выдачи");
-        default:
-            return QStringLiteral("Ошибка оптического датчика");
-        }
-    case 50:
-        return QStringLiteral("Необходима замена батареи, разряжена");
-    case 51:
-        // The door text is spelt "подьемника", unlike the motor texts; both are kept as operators see them.
-        if (extra == 1)
-            return QStringLiteral("Открыта дверь в устройстве поштучной подачи");
-        if (extra == 2)
-            return QStringLiteral("Открыта дверь подьемника");
-        return QStringLiteral("Открыта дверь");
-    case 53:
-        return QStringLiteral("Ошибка часов реального времени");
-    case 54:
-        return QStringLiteral("Ошибка прошивки");
-    case 55:
-        return QStringLiteral("Ошибка инициализации");
-    default:
-        return QStringLiteral("Неизвестная ошибка");
+    const unsigned char code = getByte(0);
+    const unsigned char extra = getByte(1);
+    // The hopper's number follows these two texts; the output sensor's text takes only its
+    // last digit, unlike the level sensor's.
+    if (code == 26)
+        return QString::fromUtf8("Ошибка датчика выдачи хоппера ") + QString::number(extra % 10);
+    if (code == 27)
+        return QString::fromUtf8("Ошибка датчика уровня хоппера ") + QString::number(extra);
+    for (const FaultText& row : selfcheckTexts) {
+        if (row.code == code && (row.extra == anyExtra || row.extra == extra))
+            return QString::fromUtf8(row.text);
     }
+    return QString::fromUtf8(unknownFault);
 }
 
 } // namespace CcTalk
