@@ -81,20 +81,26 @@ QString describe(const SumDetailed& sum)
     return text;
 }
 
+// The lines of one of this process's files under /proc; none when it cannot be read.
+QList<QByteArray> procSelf(const char* name)
+{
+    QFile file(QString::fromLatin1("/proc/self/") + QString::fromLatin1(name));
+    if (!file.open(QIODevice::ReadOnly))
+        return QList<QByteArray>();
+    return file.readAll().split('\n');
+}
+
 // The Qt libraries and logging libraries mapped into this process, by file name.
 QString mappedLibraries()
 {
-    QFile maps(QString::fromLatin1("/proc/self/maps"));
     QStringList names;
-    if (maps.open(QIODevice::ReadOnly)) {
-        const QList<QByteArray> lines = maps.readAll().split('\n');
-        for (const QByteArray& line : lines) {
-            const QByteArray path = line.mid(line.lastIndexOf(' ') + 1);
-            const QString file = QString::fromLatin1(path.mid(path.lastIndexOf('/') + 1).constData());
-            if ((file.startsWith(QLatin1String("libQt")) || file.contains(QLatin1String("log4"))) &&
-                !names.contains(file))
-                names << file;
-        }
+    const QList<QByteArray> lines = procSelf("maps");
+    for (const QByteArray& line : lines) {
+        const QByteArray path = line.mid(line.lastIndexOf(' ') + 1);
+        const QString file = QString::fromLatin1(path.mid(path.lastIndexOf('/') + 1).constData());
+        if ((file.startsWith(QLatin1String("libQt")) || file.contains(QLatin1String("log4"))) &&
+            !names.contains(file))
+            names << file;
     }
     names.sort();
     return names.join(QString::fromLatin1(" "));
@@ -103,14 +109,11 @@ QString mappedLibraries()
 // "VmRSS 9876 kB, VmHWM 9900 kB" of this process.
 QString residentMemory()
 {
-    QFile status(QString::fromLatin1("/proc/self/status"));
     QStringList fields;
-    if (status.open(QIODevice::ReadOnly)) {
-        const QList<QByteArray> lines = status.readAll().split('\n');
-        for (const QByteArray& line : lines) {
-            if (line.startsWith("VmRSS:") || line.startsWith("VmHWM:"))
-                fields << QString::fromLatin1(line.simplified().replace(":", "").constData());
-        }
+    const QList<QByteArray> lines = procSelf("status");
+    for (const QByteArray& line : lines) {
+        if (line.startsWith("VmRSS:") || line.startsWith("VmHWM:"))
+            fields << QString::fromLatin1(line.simplified().replace(":", "").constData());
     }
     return fields.join(QString::fromLatin1(", "));
 }

@@ -103,61 +103,50 @@ bool TermiosPort::setBaudRate(const QString& value)
     return refuse(QString::fromLatin1("baud rate"), value);
 }
 
-bool TermiosPort::setDataBits(const QString& value)
+bool TermiosPort::choose(tcflag_t& field, const Spelling* known, std::size_t count, const char* setting,
+                         const QString& value)
 {
     const QString v = normalised(value);
-    if (v == QLatin1String("5"))
-        size = CS5;
-    else if (v == QLatin1String("6"))
-        size = CS6;
-    else if (v == QLatin1String("7"))
-        size = CS7;
-    else if (v == QLatin1String("8"))
-        size = CS8;
-    else
-        return refuse(QString::fromLatin1("data bits"), value);
-    return apply();
+    for (std::size_t i = 0; i < count; ++i) {
+        if (v == QLatin1String(known[i].text)) {
+            field = known[i].flags;
+            return apply();
+        }
+    }
+    return refuse(QString::fromLatin1(setting), value);
+}
+
+bool TermiosPort::setDataBits(const QString& value)
+{
+    static const Spelling known[] = {{"5", CS5}, {"6", CS6}, {"7", CS7}, {"8", CS8}};
+    return choose(size, known, "data bits", value);
 }
 
 bool TermiosPort::setParity(const QString& value)
 {
-    const QString v = normalised(value);
-    if (v == QLatin1String("none") || v == QLatin1String("no") || v == QLatin1String("n"))
-        parity = 0;
-    else if (v == QLatin1String("even") || v == QLatin1String("e"))
-        parity = PARENB;
-    else if (v == QLatin1String("odd") || v == QLatin1String("o"))
-        parity = PARENB | PARODD;
-    else
-        return refuse(QString::fromLatin1("parity"), value);
-    return apply();
+    static const Spelling known[] = {{"none", 0},           {"no", 0},     {"n", 0},
+                                     {"even", PARENB},      {"e", PARENB}, {"odd", PARENB | PARODD},
+                                     {"o", PARENB | PARODD}};
+    return choose(parity, known, "parity", value);
 }
 
 bool TermiosPort::setStopBits(const QString& value)
 {
-    const QString v = normalised(value);
-    if (v == QLatin1String("1"))
-        stopBits = 0;
-    else if (v == QLatin1String("2"))
-        stopBits = CSTOPB;
-    else
-        return refuse(QString::fromLatin1("stop bits"), value);
-    return apply();
+    static const Spelling known[] = {{"1", 0}, {"2", CSTOPB}};
+    return choose(stopBits, known, "stop bits", value);
 }
 
 bool TermiosPort::setFlowControl(const QString& value)
 {
-    const QString v = normalised(value);
-    if (v == QLatin1String("disable") || v == QLatin1String("disabled") || v == QLatin1String("none") ||
-        v == QLatin1String("off"))
-        flow = 0;
-    else if (v == QLatin1String("hardware") || v == QLatin1String("rts/cts"))
-        flow = CRTSCTS;
-    else if (v == QLatin1String("software") || v == QLatin1String("xon/xoff"))
-        flow = IXON | IXOFF;
-    else
-        return refuse(QString::fromLatin1("flow control"), value);
-    return apply();
+    static const Spelling known[] = {{"disable", 0},
+                                     {"disabled", 0},
+                                     {"none", 0},
+                                     {"off", 0},
+                                     {"hardware", CRTSCTS},
+                                     {"rts/cts", CRTSCTS},
+                                     {"software", IXON | IXOFF},
+                                     {"xon/xoff", IXON | IXOFF}};
+    return choose(flow, known, "flow control", value);
 }
 
 void TermiosPort::discardInput()

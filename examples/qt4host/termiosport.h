@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 
+#include <cstddef>
 #include <termios.h>
 
 // The host's serial port object on a Qt 4 terminal, which has no QSerialPort: a POSIX
@@ -34,6 +35,20 @@ public:
     QByteArray read(int maxSize) override;
 
 private:
+    // One spelling of a setting and the termios flags it stands for.
+    struct Spelling
+    {
+        const char* text;
+        tcflag_t flags;
+    };
+
+    template <std::size_t N>
+    bool choose(tcflag_t& field, const Spelling (&known)[N], const char* setting, const QString& value)
+    {
+        return choose(field, known, N, setting, value);
+    }
+    bool choose(tcflag_t& field, const Spelling* known, std::size_t count, const char* setting,
+                const QString& value);
     bool refuse(const QString& setting, const QString& value);
     bool apply();
 
