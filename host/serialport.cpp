@@ -45,6 +45,17 @@ bool SerialPort::isOpen() const
     return serial.isOpen();
 }
 
+template <typename T>
+bool SerialPort::choose(const QMap<QString, T>& known, const QString& setting, const QString& value,
+                        bool (QSerialPort::*apply)(T))
+{
+    const auto it = known.find(normalised(value));
+    if (it == known.end())
+        return refuse(setting, value);
+    (serial.*apply)(it.value());
+    return true;
+}
+
 bool SerialPort::refuse(const QString& setting, const QString& value)
 {
     lastError = QStringLiteral("unknown %1 \"%2\"").arg(setting, value);
@@ -68,11 +79,7 @@ bool SerialPort::setDataBits(const QString& value)
         {QStringLiteral("7"), QSerialPort::Data7},
         {QStringLiteral("8"), QSerialPort::Data8},
     };
-    const auto it = known.find(normalised(value));
-    if (it == known.end())
-        return refuse(QStringLiteral("data bits"), value);
-    serial.setDataBits(it.value());
-    return true;
+    return choose(known, QStringLiteral("data bits"), value, &QSerialPort::setDataBits);
 }
 
 bool SerialPort::setParity(const QString& value)
@@ -85,11 +92,7 @@ bool SerialPort::setParity(const QString& value)
         {QStringLiteral("s"), QSerialPort::SpaceParity}, {QStringLiteral("mark"), QSerialPort::MarkParity},
         {QStringLiteral("m"), QSerialPort::MarkParity},
     };
-    const auto it = known.find(normalised(value));
-    if (it == known.end())
-        return refuse(QStringLiteral("parity"), value);
-    serial.setParity(it.value());
-    return true;
+    return choose(known, QStringLiteral("parity"), value, &QSerialPort::setParity);
 }
 
 bool SerialPort::setStopBits(const QString& value)
@@ -99,11 +102,7 @@ bool SerialPort::setStopBits(const QString& value)
         {QStringLiteral("1.5"), QSerialPort::OneAndHalfStop},
         {QStringLiteral("2"), QSerialPort::TwoStop},
     };
-    const auto it = known.find(normalised(value));
-    if (it == known.end())
-        return refuse(QStringLiteral("stop bits"), value);
-    serial.setStopBits(it.value());
-    return true;
+    return choose(known, QStringLiteral("stop bits"), value, &QSerialPort::setStopBits);
 }
 
 bool SerialPort::setFlowControl(const QString& value)
@@ -118,11 +117,7 @@ bool SerialPort::setFlowControl(const QString& value)
         {QStringLiteral("software"), QSerialPort::SoftwareControl},
         {QStringLiteral("xon/xoff"), QSerialPort::SoftwareControl},
     };
-    const auto it = known.find(normalised(value));
-    if (it == known.end())
-        return refuse(QStringLiteral("flow control"), value);
-    serial.setFlowControl(it.value());
-    return true;
+    return choose(known, QStringLiteral("flow control"), value, &QSerialPort::setFlowControl);
 }
 
 void SerialPort::discardInput()

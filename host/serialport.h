@@ -3,6 +3,7 @@
 #include "abstractserialdevice.h"
 #include "linerecorder.h"
 
+#include <QMap>
 #include <QObject>
 #include <QSerialPort>
 
@@ -45,6 +46,11 @@ public:
     bool isRecording() const { return recording.isRecording(); }
 
 private:
+    // Applies the value a setting's spelling stands for; false and the refusal when the
+    // spelling is unknown.
+    template <typename T>
+    bool choose(const QMap<QString, T>& known, const QString& setting, const QString& value,
+                bool (QSerialPort::*apply)(T));
     bool refuse(const QString& setting, const QString& value);
     void record(trace::Direction direction, const QByteArray& bytes);
 
