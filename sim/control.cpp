@@ -4,6 +4,7 @@
 #include "simulator.h"
 
 #include <QStringList>
+#include <vector>
 
 namespace sim {
 
@@ -36,48 +37,264 @@ bool toSwitch(const QString& s, bool& out)
 
 const QString kOk = QStringLiteral("ok");
 
+// Where a usage line's description starts, counted from the start of the line.
+constexpr int kHelpColumn = 26;
+
+// [N]: a count, 1 when left out.
+QString countNext(Simulator& s, void (Simulator::*set)(int), const QStringList& a)
+{
+    qint64 n = 1;
+    if (a.size() == 1 && !toNumber(a.at(0), 0, 1000000, n))
+        return QStringLiteral("error: a count expected");
+    (s.*set)(int(n));
+    return kOk;
+}
+
+QString setSwitch(Simulator& s, void (Simulator::*set)(bool), const char* name, const QStringList& a)
+{
+    bool on = false;
+    if (!toSwitch(a.at(0), on))
+        return QStringLiteral("error: %1 on|off").arg(QLatin1String(name));
+    (s.*set)(on);
+    return kOk;
+}
+
+QString setPair(Simulator& s, void (Simulator::*set)(quint8, quint8), const QStringList& a)
+{
+    qint64 x = 0, y = 0;
+    if (!toNumber(a.at(0), 0, 255, x) || !toNumber(a.at(1), 0, 255, y))
+        return QStringLiteral("error: two numbers 0 to 255 expected");
+    (s.*set)(quint8(x), quint8(y));
+    return kOk;
+}
+
+QString hopperOnly(Simulator& s, void (Simulator::*set)(int), const QString& error, const QStringList& a)
+{
+    qint64 h = 0;
+    if (!toNumber(a.at(0), 1, 255, h))
+        return error;
+    (s.*set)(int(h));
+    return kOk;
+}
+
 } // namespace
+
+struct ControlChannel::Command
+{
+    const char* section; // the heading the help line stands under; nullptr: not listed
+    const char* name;
+    int minArgs, maxArgs; // maxArgs -1: any number
+    const char* keyword;  // the last argument must read so
+    const char* usage;
+    const char* help; // lines after the first start in the description column
+    QString (*run)(ControlChannel& c, const QStringList& args);
+};
+
+const std::vector<ControlChannel::Command>& ControlChannel::commands()
+{
+    using Args = const QStringList&;
+    static const char* const device = "Device";
+    static const char* const line = "Line";
+    static const char* const observation = "Observation";
+    static const std::vector<Command> table = {
+        {device, "coin", 1, 2, nullptr, "coin POS [N]", "insert N coins (default 1) at coin position POS",
+         [](ControlChannel& c, Args a) {
+             qint64 pos = 0, n = 1;
+             if (!toNumber(a.at(0), 1, 16, pos) || (a.size() == 2 && !toNumber(a.at(1), 1, 10000, n)))
+                 return QStringLiteral("error: coin POS [N]: POS is 1 to 16");
+             for (qint64 i = 0; i < n; ++i)
+                 c.sim_.insertCoin(int(pos));
+             return kOk;
+         }},
+        {device, "error", 2, 2, nullptr, "error MODULE CODE",
+         "error status answered to header 122 (0 0 = none)",
+         [](ControlChannel& c, Args a) { return setPair(c.sim_, &Simulator::setErrorStatus, a); }},
+        {device, "selfcheck", 2, 2, nullptr, "selfcheck FAULT SUB",
+         "self-check answer to header 232 (0 0 = none)",
+         [](ControlChannel& c, Args a) { return setPair(c.sim_, &Simulator::setSelfCheck, a); }},
+        {device, "activity", 1, 1, nullptr, "activity BITS",
+         "extra activity-register bits, or'ed with the model's own",
+         [](ControlChannel& c, Args a) {
+             qint64 bits = 0;
+             if (!toNumber(a.at(0), 0, 0xFFFF, bits))
+                 return QStringLiteral("error: a 16-bit number expected");
+             c.sim_.setActivityBits(quint16(bits));
+             return kOk;
+         }},
+        {device, "jam", 1, 2, nullptr, "jam HOPPER [on|off]", "jam a hopper (or free it)",
+         [](ControlChannel& c, Args a) {
+             qint64 h = 0;
+             bool on = true;
+             if (!toNumber(a.at(0), 1, 255, h) || (a.size() == 2 && !toSwitch(a.at(1), on)))
+                 return QStringLiteral("error: jam HOPPER [on|off]");
+             c.sim_.jamHopper(int(h), on);
+             return kOk;
+         }},
+        {device, "jam", 2, 2, "now", "jam HOPPER now", "jam a hopper and raise its fault at once",
+         [](ControlChannel& c, Args a) {
+             return hopperOnly(c.sim_, &Simulator::flagHopperJam, QStringLiteral("error: jam HOPPER now"), a);
+         }},
+        {device, "empty", 1, 1, nullptr, "empty HOPPER",
+         "take every coin out of a hopper behind the device's back",
+         [](ControlChannel& c, Args a) {
+             return hopperOnly(c.sim_, &Simulator::emptyHopper, QStringLiteral("error: empty HOPPER"), a);
+         }},
+        {device, "door", 1, 1, nullptr, "door open|close", nullptr,
+         [](ControlChannel& c, Args a) {
+             bool open = false;
+             if (!toSwitch(a.at(0), open))
+                 return QStringLiteral("error: door open|close");
+             c.sim_.openDoor(open);
+             return kOk;
+         }},
+        {device, "hopper", 2, 2, nullptr, "hopper HOPPER COUNT", "set a hopper's coin count",
+         [](ControlChannel& c, Args a) {
+             qint64 h = 0, n = 0;
+             if (!toNumber(a.at(0), 1, 255, h) || !toNumber(a.at(1), 0, 65535, n))
+                 return QStringLiteral("error: hopper HOPPER COUNT");
+             if (c.sim_.hopperCount(int(h)) < 0)
+                 return QStringLiteral("error: no hopper %1").arg(h);
+             c.sim_.setHopperCount(int(h), int(n));
+             return kOk;
+         }},
+        {device, "cashbox", 1, 1, nullptr, "cashbox VALUE", "set the cashbox value (minor units)",
+         [](ControlChannel& c, Args a) {
+             qint64 value = 0;
+             if (!toNumber(a.at(0), 0, 0xFFFFFFFFLL, value))
+                 return QStringLiteral("error: cashbox VALUE");
+             c.sim_.setCashbox(quint32(value));
+             return kOk;
+         }},
+        {device, "clear", 1, 1, "faults", "clear faults", "undo error, selfcheck, activity, jam and door",
+         [](ControlChannel& c, Args) {
+             c.sim_.clearFaults();
+             return kOk;
+         }},
+        {device, "restart", 1, 1, "counters", "restart counters", "the coins-in counters start again from 0",
+         [](ControlChannel& c, Args) {
+             c.sim_.restartCoinCounters();
+             return kOk;
+         }},
+        {line, "drop", 1, 2, nullptr, "drop N [HEADER]",
+         "carry out the next N commands (with that header) but lose\ntheir answers",
+         [](ControlChannel& c, Args a) {
+             qint64 n = 0, header = 0;
+             if (a.size() == 1) {
+                 if (!toNumber(a.at(0), 0, 1000000, n))
+                     return QStringLiteral("error: a count expected");
+                 c.sim_.dropAnswers(int(n));
+                 return kOk;
+             }
+             if (!toNumber(a.at(0), 0, 1000000, n) || !toNumber(a.at(1), 0, 255, header))
+                 return QStringLiteral("error: drop N [HEADER]");
+             c.sim_.dropAnswersTo(quint8(header), int(n));
+             return kOk;
+         }},
+        {line, "busy", 1, 1, nullptr, "busy N", "answer the next N commands BUSY",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::answerBusy, a); }},
+        {line, "nak", 0, 1, nullptr, "nak [N]", "answer the next N commands NAK",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::nakNext, a); }},
+        {line, "corrupt", 0, 1, nullptr, "corrupt [N]", "spoil the checksum of the next N answers",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::corruptChecksumNext, a); }},
+        {line, "garbage", 1, -1, nullptr, "garbage HEX...", "put these bytes before the next answer",
+         [](ControlChannel& c, Args a) {
+             const QByteArray hex = a.join(QString()).toLatin1();
+             const QByteArray bytes = QByteArray::fromHex(hex);
+             if (hex.size() % 2 != 0 || bytes.size() * 2 != hex.size())
+                 return QStringLiteral("error: garbage HEX...: hexadecimal bytes expected");
+             c.sim_.garbageBeforeNext(bytes);
+             return kOk;
+         }},
+        {line, "foreign", 0, 1, nullptr, "foreign [N]",
+         "a frame between two other stations before the next N answers",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::foreignFrameBeforeNext, a); }},
+        {line, "badframe", 0, 1, nullptr, "badframe [N]",
+         "a 130-byte frame to the host with a wrong checksum before the\nnext N answers",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::badFrameBeforeNext, a); }},
+        {line, "split", 2, 2, nullptr, "split PIECES PAUSE_MS", "send the next answer in pieces with pauses",
+         [](ControlChannel& c, Args a) {
+             qint64 pieces = 0, pause = 0;
+             if (!toNumber(a.at(0), 2, 255, pieces) || !toNumber(a.at(1), 0, 60000, pause))
+                 return QStringLiteral("error: split PIECES PAUSE_MS");
+             c.sim_.splitNext(int(pieces), int(pause));
+             return kOk;
+         }},
+        {line, "babble", 1, 1, nullptr, "babble on|off", "random bytes on the line",
+         [](ControlChannel& c, Args a) { return setSwitch(c.sim_, &Simulator::setBabble, "babble", a); }},
+        {line, "silent", 1, 1, nullptr, "silent on|off", "no command is carried out or answered",
+         [](ControlChannel& c, Args a) { return setSwitch(c.sim_, &Simulator::setSilent, "silent", a); }},
+        {line, "pacing", 1, 1, nullptr, "pacing on|off", "bytes leave at the configured baud rate",
+         [](ControlChannel& c, Args a) { return setSwitch(c.sim_, &Simulator::setPacing, "pacing", a); }},
+        {line, "echo", 1, 1, nullptr, "echo on|off", "repeat the host's bytes back",
+         [](ControlChannel& c, Args a) { return setSwitch(c.sim_, &Simulator::setEcho, "echo", a); }},
+        {line, "clear", 1, 1, "line", "clear line", "undo every line fault",
+         [](ControlChannel& c, Args) {
+             c.sim_.clearLineFaults();
+             return kOk;
+         }},
+        {observation, "status", 0, 0, nullptr, "status", "hoppers, cashbox, activity, faults",
+         [](ControlChannel& c, Args) { return c.status(); }},
+        {observation, "counter", 2, 2, nullptr, "counter GROUP INDEX",
+         "an audit counter (70 accepted, 80 paid out, 87 purged)",
+         [](ControlChannel& c, Args a) {
+             qint64 group = 0, index = 0;
+             if (!toNumber(a.at(0), 0, 255, group) || !toNumber(a.at(1), 0, 255, index))
+                 return QStringLiteral("error: counter GROUP INDEX");
+             if (group != 70 && group != 80 && group != 87)
+                 return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(group);
+             return QString::number(c.sim_.auditCounter(quint8(group), quint8(index)));
+         }},
+        {observation, "log", 0, 1, nullptr, "log [N]", "the last N received commands (default 20)",
+         [](ControlChannel& c, Args a) {
+             qint64 n = 20;
+             if (a.size() == 1 && !toNumber(a.at(0), 1, 1000000, n))
+                 return QStringLiteral("error: log [N]");
+             return c.transactions(int(n));
+         }},
+        {observation, "clear", 1, 1, "log", "clear log", "forget the received commands",
+         [](ControlChannel& c, Args) {
+             c.sim_.clearTransactions();
+             return kOk;
+         }},
+        {nullptr, "clear", 1, 1, nullptr, nullptr, nullptr,
+         [](ControlChannel&, Args) { return QStringLiteral("error: clear faults|line|log"); }},
+        {observation, "port", 0, 0, nullptr, "port", "the serial port served",
+         [](ControlChannel& c, Args) { return c.sim_.portPath(); }},
+        {observation, "help", 0, -1, nullptr, "help", nullptr, [](ControlChannel&, Args) { return help(); }},
+        {nullptr, "?", 0, -1, nullptr, nullptr, nullptr, [](ControlChannel&, Args) { return help(); }},
+        {observation, "quit", 0, -1, nullptr, "quit", nullptr,
+         [](ControlChannel& c, Args) { return c.quit(); }},
+        {nullptr, "exit", 0, -1, nullptr, nullptr, nullptr, [](ControlChannel& c, Args) { return c.quit(); }},
+    };
+    return table;
+}
 
 QString ControlChannel::help()
 {
-    return QStringLiteral(
-        "Device:\n"
-        "  coin POS [N]            insert N coins (default 1) at coin position POS\n"
-        "  error MODULE CODE       error status answered to header 122 (0 0 = none)\n"
-        "  selfcheck FAULT SUB     self-check answer to header 232 (0 0 = none)\n"
-        "  activity BITS           extra activity-register bits, or'ed with the model's own\n"
-        "  jam HOPPER [on|off]     jam a hopper (or free it)\n"
-        "  jam HOPPER now          jam a hopper and raise its fault at once\n"
-        "  empty HOPPER            take every coin out of a hopper behind the device's back\n"
-        "  door open|close\n"
-        "  hopper HOPPER COUNT     set a hopper's coin count\n"
-        "  cashbox VALUE           set the cashbox value (minor units)\n"
-        "  clear faults            undo error, selfcheck, activity, jam and door\n"
-        "  restart counters        the coins-in counters start again from 0\n"
-        "Line:\n"
-        "  drop N [HEADER]         carry out the next N commands (with that header) but lose\n"
-        "                          their answers\n"
-        "  busy N                  answer the next N commands BUSY\n"
-        "  nak [N]                 answer the next N commands NAK\n"
-        "  corrupt [N]             spoil the checksum of the next N answers\n"
-        "  garbage HEX...          put these bytes before the next answer\n"
-        "  foreign [N]             a frame between two other stations before the next N answers\n"
-        "  badframe [N]            a 130-byte frame to the host with a wrong checksum before the\n"
-        "                          next N answers\n"
-        "  split PIECES PAUSE_MS   send the next answer in pieces with pauses\n"
-        "  babble on|off           random bytes on the line\n"
-        "  silent on|off           no command is carried out or answered\n"
-        "  pacing on|off           bytes leave at the configured baud rate\n"
-        "  echo on|off             repeat the host's bytes back\n"
-        "  clear line              undo every line fault\n"
-        "Observation:\n"
-        "  status                  hoppers, cashbox, activity, faults\n"
-        "  counter GROUP INDEX     an audit counter (70 accepted, 80 paid out, 87 purged)\n"
-        "  log [N]                 the last N received commands (default 20)\n"
-        "  clear log               forget the received commands\n"
-        "  port                    the serial port served\n"
-        "  help\n"
-        "  quit");
+    QStringList lines;
+    const char* section = nullptr;
+    for (const Command& c : commands()) {
+        if (!c.section)
+            continue;
+        if (c.section != section) {
+            section = c.section;
+            lines << QLatin1String(section) + QLatin1Char(':');
+        }
+        QString l = QStringLiteral("  ") + QLatin1String(c.usage);
+        if (c.help) {
+            const QString indent(kHelpColumn, QLatin1Char(' '));
+            l = l.leftJustified(kHelpColumn - 1) + QLatin1Char(' ') +
+                QString::fromLatin1(c.help).replace(QLatin1Char('\n'), QLatin1Char('\n') + indent);
+        }
+        lines << l;
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+QString ControlChannel::quit()
+{
+    quit_ = true;
+    return QStringLiteral("bye");
 }
 
 QString ControlChannel::status() const
@@ -134,171 +351,23 @@ QString ControlChannel::execute(const QString& line)
     const QStringList w = line.simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
     if (w.isEmpty())
         return QString();
-    const QString c = w.at(0).toLower();
-    const int argc = w.size() - 1;
-    qint64 a = 0, b = 0;
-    bool on = false;
-
-    if (c == QLatin1String("help") || c == QLatin1String("?"))
-        return help();
-    if (c == QLatin1String("quit") || c == QLatin1String("exit")) {
-        quit_ = true;
-        return QStringLiteral("bye");
+    const QString name = w.at(0).toLower();
+    const QStringList args = w.mid(1);
+    // A row whose keyword matches wins over one that takes any argument there.
+    const Command* found = nullptr;
+    for (const Command& c : commands()) {
+        if (name != QLatin1String(c.name) || args.size() < c.minArgs ||
+            (c.maxArgs >= 0 && args.size() > c.maxArgs))
+            continue;
+        if (c.keyword && args.last() != QLatin1String(c.keyword))
+            continue;
+        if (c.keyword || !found)
+            found = &c;
+        if (c.keyword)
+            break;
     }
-    if (c == QLatin1String("status") && argc == 0)
-        return status();
-    if (c == QLatin1String("port") && argc == 0)
-        return sim_.portPath();
-    if (c == QLatin1String("coin") && (argc == 1 || argc == 2)) {
-        b = 1;
-        if (!toNumber(w.at(1), 1, 16, a) || (argc == 2 && !toNumber(w.at(2), 1, 10000, b)))
-            return QStringLiteral("error: coin POS [N]: POS is 1 to 16");
-        for (qint64 i = 0; i < b; ++i)
-            sim_.insertCoin(int(a));
-        return kOk;
-    }
-    if ((c == QLatin1String("error") || c == QLatin1String("selfcheck")) && argc == 2) {
-        if (!toNumber(w.at(1), 0, 255, a) || !toNumber(w.at(2), 0, 255, b))
-            return QStringLiteral("error: two numbers 0 to 255 expected");
-        if (c == QLatin1String("error"))
-            sim_.setErrorStatus(quint8(a), quint8(b));
-        else
-            sim_.setSelfCheck(quint8(a), quint8(b));
-        return kOk;
-    }
-    if (c == QLatin1String("activity") && argc == 1) {
-        if (!toNumber(w.at(1), 0, 0xFFFF, a))
-            return QStringLiteral("error: a 16-bit number expected");
-        sim_.setActivityBits(quint16(a));
-        return kOk;
-    }
-    if (c == QLatin1String("jam") && argc == 2 && w.at(2) == QLatin1String("now")) {
-        if (!toNumber(w.at(1), 1, 255, a))
-            return QStringLiteral("error: jam HOPPER now");
-        sim_.flagHopperJam(int(a));
-        return kOk;
-    }
-    if (c == QLatin1String("jam") && (argc == 1 || argc == 2)) {
-        on = true;
-        if (!toNumber(w.at(1), 1, 255, a) || (argc == 2 && !toSwitch(w.at(2), on)))
-            return QStringLiteral("error: jam HOPPER [on|off]");
-        sim_.jamHopper(int(a), on);
-        return kOk;
-    }
-    if (c == QLatin1String("empty") && argc == 1) {
-        if (!toNumber(w.at(1), 1, 255, a))
-            return QStringLiteral("error: empty HOPPER");
-        sim_.emptyHopper(int(a));
-        return kOk;
-    }
-    if (c == QLatin1String("door") && argc == 1) {
-        if (!toSwitch(w.at(1), on))
-            return QStringLiteral("error: door open|close");
-        sim_.openDoor(on);
-        return kOk;
-    }
-    if (c == QLatin1String("hopper") && argc == 2) {
-        if (!toNumber(w.at(1), 1, 255, a) || !toNumber(w.at(2), 0, 65535, b))
-            return QStringLiteral("error: hopper HOPPER COUNT");
-        if (sim_.hopperCount(int(a)) < 0)
-            return QStringLiteral("error: no hopper %1").arg(a);
-        sim_.setHopperCount(int(a), int(b));
-        return kOk;
-    }
-    if (c == QLatin1String("cashbox") && argc == 1) {
-        if (!toNumber(w.at(1), 0, 0xFFFFFFFFLL, a))
-            return QStringLiteral("error: cashbox VALUE");
-        sim_.setCashbox(quint32(a));
-        return kOk;
-    }
-    if (c == QLatin1String("clear") && argc == 1) {
-        if (w.at(1) == QLatin1String("faults"))
-            sim_.clearFaults();
-        else if (w.at(1) == QLatin1String("line"))
-            sim_.clearLineFaults();
-        else if (w.at(1) == QLatin1String("log"))
-            sim_.clearTransactions();
-        else
-            return QStringLiteral("error: clear faults|line|log");
-        return kOk;
-    }
-    if (c == QLatin1String("drop") && argc == 2) {
-        if (!toNumber(w.at(1), 0, 1000000, a) || !toNumber(w.at(2), 0, 255, b))
-            return QStringLiteral("error: drop N [HEADER]");
-        sim_.dropAnswersTo(quint8(b), int(a));
-        return kOk;
-    }
-    if ((c == QLatin1String("drop") || c == QLatin1String("busy")) && argc == 1) {
-        if (!toNumber(w.at(1), 0, 1000000, a))
-            return QStringLiteral("error: a count expected");
-        if (c == QLatin1String("drop"))
-            sim_.dropAnswers(int(a));
-        else
-            sim_.answerBusy(int(a));
-        return kOk;
-    }
-    if ((c == QLatin1String("nak") || c == QLatin1String("corrupt") || c == QLatin1String("foreign") ||
-         c == QLatin1String("badframe")) &&
-        argc <= 1) {
-        a = 1;
-        if (argc == 1 && !toNumber(w.at(1), 0, 1000000, a))
-            return QStringLiteral("error: a count expected");
-        if (c == QLatin1String("nak"))
-            sim_.nakNext(int(a));
-        else if (c == QLatin1String("corrupt"))
-            sim_.corruptChecksumNext(int(a));
-        else if (c == QLatin1String("foreign"))
-            sim_.foreignFrameBeforeNext(int(a));
-        else
-            sim_.badFrameBeforeNext(int(a));
-        return kOk;
-    }
-    if (c == QLatin1String("restart") && argc == 1 && w.at(1) == QLatin1String("counters")) {
-        sim_.restartCoinCounters();
-        return kOk;
-    }
-    if (c == QLatin1String("garbage") && argc >= 1) {
-        const QByteArray hex = w.mid(1).join(QString()).toLatin1();
-        const QByteArray bytes = QByteArray::fromHex(hex);
-        if (hex.size() % 2 != 0 || bytes.size() * 2 != hex.size())
-            return QStringLiteral("error: garbage HEX...: hexadecimal bytes expected");
-        sim_.garbageBeforeNext(bytes);
-        return kOk;
-    }
-    if (c == QLatin1String("split") && argc == 2) {
-        if (!toNumber(w.at(1), 2, 255, a) || !toNumber(w.at(2), 0, 60000, b))
-            return QStringLiteral("error: split PIECES PAUSE_MS");
-        sim_.splitNext(int(a), int(b));
-        return kOk;
-    }
-    if ((c == QLatin1String("babble") || c == QLatin1String("silent") || c == QLatin1String("pacing") ||
-         c == QLatin1String("echo")) &&
-        argc == 1) {
-        if (!toSwitch(w.at(1), on))
-            return QStringLiteral("error: %1 on|off").arg(c);
-        if (c == QLatin1String("babble"))
-            sim_.setBabble(on);
-        else if (c == QLatin1String("silent"))
-            sim_.setSilent(on);
-        else if (c == QLatin1String("pacing"))
-            sim_.setPacing(on);
-        else
-            sim_.setEcho(on);
-        return kOk;
-    }
-    if (c == QLatin1String("counter") && argc == 2) {
-        if (!toNumber(w.at(1), 0, 255, a) || !toNumber(w.at(2), 0, 255, b))
-            return QStringLiteral("error: counter GROUP INDEX");
-        if (a != 70 && a != 80 && a != 87)
-            return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(a);
-        return QString::number(sim_.auditCounter(quint8(a), quint8(b)));
-    }
-    if (c == QLatin1String("log") && argc <= 1) {
-        a = 20;
-        if (argc == 1 && !toNumber(w.at(1), 1, 1000000, a))
-            return QStringLiteral("error: log [N]");
-        return transactions(int(a));
-    }
+    if (found)
+        return found->run(*this, args);
     return QStringLiteral("error: unknown command or wrong arguments: %1 (try help)")
         .arg(w.join(QLatin1Char(' ')));
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <vector>
 
 namespace sim {
 
@@ -18,6 +19,10 @@ public:
     static QString help();
 
 private:
+    struct Command;
+    // One row a usage line of the help, in its order; the commands and the help come from it.
+    static const std::vector<Command>& commands();
+    QString quit();
     QString status() const;
     QString transactions(int last) const;
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "coinvalue.h"
 #include "config.h"
+#include "devicefaults.h"
 
 #include <QByteArray>
 #include <QList>
@@ -47,36 +49,10 @@ enum : quint8 {
 };
 } // namespace cmd
 
-// Bits of the activity register (header 123).
-namespace activity {
-enum : quint16 {
-    Accepting = 4,
-    Paying = 8,
-    Fault = 16,
-    Initialising = 64,
-    Warning = 4096,
-};
-} // namespace activity
-
 // Audit counter groups (headers 86 and 87).
 namespace audit {
 enum : quint8 { Accepted = 70, PaidOut = 80, Purged = 87 };
 } // namespace audit
-
-// Error status codes (header 122) the model raises by itself.
-namespace errcode {
-enum : quint8 { HopperEmpty = 1, HopperJam = 2, NeedSelfCheck = 255 };
-} // namespace errcode
-
-// Self-check fault codes (header 232) the model raises by itself.
-namespace selfcheck {
-enum : quint8 { DoorOpen = 51 };
-} // namespace selfcheck
-
-// Denomination in minor units of a six-character coin id: the three value characters read as a
-// number, a K, M or G among them scaling by a thousand, a million or a billion and marking the
-// decimal point ("RU1K0A" = 1000, "RU050B" = 50). Anything unreadable is worth 0.
-quint32 coinValue(const QString& coinId);
 
 // The recycler as a pure state machine: frames in, frames out, time advanced by the caller in
 // milliseconds. No threads, no I/O.
@@ -162,11 +138,57 @@ private:
         bool untilEmpty;
     };
 
+    // A command's handler, called once the data has the length the table asks for.
+    using Handler = QByteArray (Device::*)(quint8 src, const QByteArray& data);
+    struct Command
+    {
+        quint8 header;
+        int dataSize; // -1: any
+        Handler handle;
+    };
+    // In devicecommands.cpp, one row a header.
+    static const Command commands_[];
+    static const int commandCount_;
+
+    QByteArray onSimplePoll(quint8 src, const QByteArray& data);
+    QByteArray onReset(quint8 src, const QByteArray& data);
+    QByteArray onReqEquipmentCategoryId(quint8 src, const QByteArray& data);
+    QByteArray onReqManufacturerId(quint8 src, const QByteArray& data);
+    QByteArray onReqProductCode(quint8 src, const QByteArray& data);
+    QByteArray onReqBuildCode(quint8 src, const QByteArray& data);
+    QByteArray onReqSoftwareRevision(quint8 src, const QByteArray& data);
+    QByteArray onReqSerialNumber(quint8 src, const QByteArray& data);
+    QByteArray onReqVarSet(quint8 src, const QByteArray& data);
+    QByteArray onModVarSet(quint8 src, const QByteArray& data);
+    QByteArray onReqControllerManifest(quint8 src, const QByteArray& data);
+    QByteArray onReqCoinId(quint8 src, const QByteArray& data);
+    QByteArray onReqHopperBalance(quint8 src, const QByteArray& data);
+    QByteArray onModHopperBalance(quint8 src, const QByteArray& data);
+    QByteArray onReqCashboxValue(quint8 src, const QByteArray& data);
+    QByteArray onModCashboxValue(quint8 src, const QByteArray& data);
+    QByteArray onModInhibitStatus(quint8 src, const QByteArray& data);
+    QByteArray onReqCoinsInByType(quint8 src, const QByteArray& data);
+    QByteArray onReqActivityReg(quint8 src, const QByteArray& data);
+    QByteArray onReqErrorStatus(quint8 src, const QByteArray& data);
+    QByteArray onPerformSelfcheck(quint8 src, const QByteArray& data);
+    QByteArray onReadInputLines(quint8 src, const QByteArray& data);
+    QByteArray onSetChangeAlgorithm(quint8 src, const QByteArray& data);
+    QByteArray onPayMoneyOut(quint8 src, const QByteArray& data);
+    QByteArray onVerifyMoneyOut(quint8 src, const QByteArray& data);
+    QByteArray onDispenseHopperPattern(quint8 src, const QByteArray& data);
+    QByteArray onPurgeHopper(quint8 src, const QByteArray& data);
+    QByteArray onReqAuditCounter(quint8 src, const QByteArray& data);
+    QByteArray onClearAuditCounter(quint8 src, const QByteArray& data);
+    QByteArray onReqRealTimeClock(quint8 src, const QByteArray& data);
+    QByteArray onModRealTimeClock(quint8 src, const QByteArray& data);
+
     QByteArray ack(quint8 src, const QByteArray& data = QByteArray()) const;
-    QByteArray refuse(quint8 src, quint8 header) const;
+    QByteArray nak(quint8 src) const;
+    QByteArray busy(quint8 src) const;
     QByteArray text(const QString& s) const { return s.toLatin1(); }
     QByteArray manifest(quint8 unit, quint8 info) const;
     bool validHopper(int hopper) const { return hopper >= 1 && hopper <= hoppers_.size(); }
+    quint32* auditSlot(quint8 group, quint8 index);
     bool canStartPayout() const;
     bool planPayout(quint32 amount, QVector<int>& coins) const;
     void startJobs(const QList<Job>& jobs);
@@ -199,14 +221,7 @@ private:
     qint64 initUntil_ = -1;
     int resets_ = 0;
 
-    // Faults raised by the model itself; a reset clears them.
-    quint8 eventModule_ = 0, eventCode_ = 0;
-    bool eventFault_ = false, eventWarning_ = false;
-    // Faults set by the controls.
-    quint8 forcedModule_ = 0, forcedCode_ = 0;
-    quint8 forcedFault_ = 0, forcedSub_ = 0;
-    quint16 forcedBits_ = 0;
-    bool doorOpen_ = false;
+    DeviceFaults faults_;
 
     quint64 valuePaidOut_ = 0;
     quint64 valueAccepted_ = 0;

@@ -1,5 +1,6 @@
 #include "config.h"
 #include "control.h"
+#include "fdio.h"
 #include "replay.h"
 #include "replayserver.h"
 #include "serialline.h"
@@ -54,21 +55,38 @@ void usage(FILE* to)
 
 void say(int fd, const QString& text)
 {
-    if (text.isEmpty())
-        return;
-    QByteArray bytes = text.toUtf8();
-    bytes.append('\n');
-    const char* p = bytes.constData();
-    size_t left = size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        left -= size_t(n);
+    if (!text.isEmpty())
+        sim::writeAll(fd, text.toUtf8() + '\n', sim::WhenFull::GiveUp);
+}
+
+// Makes linkPath, when given, a symbolic link to the port in place of an older link.
+bool linkPort(const QString& linkPath, const QByteArray& port)
+{
+    if (linkPath.isEmpty())
+        return true;
+    const QByteArray link = linkPath.toLocal8Bit();
+    struct stat st;
+    if (lstat(link.constData(), &st) == 0 && S_ISLNK(st.st_mode))
+        ::unlink(link.constData());
+    if (::symlink(port.constData(), link.constData()) != 0) {
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", link.constData(), std::strerror(errno));
+        return false;
     }
+    return true;
+}
+
+// A signal that ends the program makes signalPipe readable.
+bool catchSignals()
+{
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGHUP, &sa, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return true;
 }
 
 // Collects bytes from one source and hands out complete lines.
@@ -121,23 +139,8 @@ int replay(const QString& tracePath, double speed, const QString& devicePath, co
     }
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     const QByteArray link = linkPath.toLocal8Bit();
-    if (!linkPath.isEmpty()) {
-        struct stat st;
-        if (lstat(link.constData(), &st) == 0 && S_ISLNK(st.st_mode))
-            ::unlink(link.constData());
-        if (::symlink(port.toLocal8Bit().constData(), link.constData()) != 0) {
-            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", link.constData(), std::strerror(errno));
-            return 1;
-        }
-    }
-    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (!linkPort(linkPath, port.toLocal8Bit()) || !catchSignals())
         return 1;
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGHUP, &sa, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
 
     std::printf("port: %s\n", port.toLocal8Bit().constData());
     if (!linkPath.isEmpty())
@@ -251,25 +254,8 @@ int main(int argc, char** argv)
         return 1;
     }
     const QByteArray port = simulator.portPath().toLocal8Bit();
-    if (!linkPath.isEmpty()) {
-        const QByteArray link = linkPath.toLocal8Bit();
-        struct stat st;
-        if (lstat(link.constData(), &st) == 0 && S_ISLNK(st.st_mode))
-            ::unlink(link.constData());
-        if (::symlink(port.constData(), link.constData()) != 0) {
-            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", link.constData(), std::strerror(errno));
-            return 1;
-        }
-    }
-
-    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (!linkPort(linkPath, port) || !catchSignals())
         return 1;
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGHUP, &sa, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
 
     const QByteArray control = controlPath.toLocal8Bit();
     int listenFd = -1, fifoFd = -1;

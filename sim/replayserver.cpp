@@ -1,11 +1,12 @@
 #include "replayserver.h"
 
+#include "fdio.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <deque>
 #include <poll.h>
-#include <unistd.h>
 
 namespace sim {
 
@@ -15,27 +16,6 @@ qint64 nowUs(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
         .count();
-}
-
-bool writeAll(int fd, const QByteArray& bytes)
-{
-    const char* p = bytes.constData();
-    size_t left = size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && errno == EAGAIN) {
-            pollfd out{fd, POLLOUT, 0};
-            ::poll(&out, 1, 100);
-            continue;
-        }
-        if (n <= 0)
-            return false;
-        p += n;
-        left -= size_t(n);
-    }
-    return true;
 }
 
 } // namespace
@@ -56,7 +36,6 @@ int serveReplay(Replay& replay, int fd, int stopFd, int quietMs,
         for (const QString& note : replay.takeNotes())
             say(QStringLiteral("note: %1").arg(note));
     };
-    char buf[512];
     for (;;) {
         qint64 now = nowUs(start);
         qint64 timeoutUs = 1000000;
@@ -80,18 +59,7 @@ int serveReplay(Replay& replay, int fd, int stopFd, int quietMs,
         }
         if (fds[0].revents & (POLLERR | POLLNVAL))
             break;
-        QByteArray incoming;
-        if (fds[0].revents & (POLLIN | POLLHUP)) {
-            for (;;) {
-                const ssize_t n = ::read(fd, buf, sizeof buf);
-                if (n > 0)
-                    incoming.append(buf, int(n));
-                else if (n < 0 && errno == EINTR)
-                    continue;
-                else
-                    break;
-            }
-        }
+        const QByteArray incoming = (fds[0].revents & (POLLIN | POLLHUP)) ? readAvailable(fd) : QByteArray();
         now = nowUs(start);
         if (!incoming.isEmpty()) {
             quietSince = -1;
@@ -103,7 +71,7 @@ int serveReplay(Replay& replay, int fd, int stopFd, int quietMs,
             return 1;
         }
         while (!queue.empty() && queue.front().dueUs <= now) {
-            if (!writeAll(fd, queue.front().bytes)) {
+            if (!writeAll(fd, queue.front().bytes, WhenFull::Wait)) {
                 complain(QStringLiteral("the line was lost"));
                 return 1;
             }

@@ -1,5 +1,6 @@
 #include "simulator.h"
 
+#include "fdio.h"
 #include "frame.h"
 #include "linefaults.h"
 #include "serialline.h"
@@ -180,18 +181,7 @@ void Simulator::Private::run()
         // A serial device that went away reports an error or a hang-up without data for ever.
         if (fds[0].revents & (POLLERR | POLLNVAL))
             break;
-        QByteArray incoming;
-        if (fds[0].revents & (POLLIN | POLLHUP)) {
-            for (;;) {
-                const ssize_t n = ::read(fd, buf, sizeof buf);
-                if (n > 0)
-                    incoming.append(buf, int(n));
-                else if (n < 0 && errno == EINTR)
-                    continue;
-                else
-                    break;
-            }
-        }
+        const QByteArray incoming = (fds[0].revents & (POLLIN | POLLHUP)) ? readAvailable(fd) : QByteArray();
         if ((fds[0].revents & POLLHUP) && incoming.isEmpty())
             break;
         std::lock_guard<std::mutex> lock(m);

@@ -28,6 +28,7 @@ class TestControl : public QObject
 
 private slots:
     void helpListsEveryCommand();
+    void helpText();
     void deviceCommands();
     void faultCommands();
     void lineCommands_data();
@@ -36,6 +37,8 @@ private slots:
     void observation();
     void badInput_data();
     void badInput();
+    void replies_data();
+    void replies();
     void quit();
 };
 
@@ -51,6 +54,54 @@ void TestControl::helpListsEveryCommand()
         QVERIFY2(help.contains(QLatin1String(word)), word);
     QCOMPARE(c.execute(QString()), QString());
     QCOMPARE(c.execute(QStringLiteral("   ")), QString());
+}
+
+void TestControl::helpText()
+{
+    const QString expected = QStringLiteral(
+        "Device:\n"
+        "  coin POS [N]            insert N coins (default 1) at coin position POS\n"
+        "  error MODULE CODE       error status answered to header 122 (0 0 = none)\n"
+        "  selfcheck FAULT SUB     self-check answer to header 232 (0 0 = none)\n"
+        "  activity BITS           extra activity-register bits, or'ed with the model's own\n"
+        "  jam HOPPER [on|off]     jam a hopper (or free it)\n"
+        "  jam HOPPER now          jam a hopper and raise its fault at once\n"
+        "  empty HOPPER            take every coin out of a hopper behind the device's back\n"
+        "  door open|close\n"
+        "  hopper HOPPER COUNT     set a hopper's coin count\n"
+        "  cashbox VALUE           set the cashbox value (minor units)\n"
+        "  clear faults            undo error, selfcheck, activity, jam and door\n"
+        "  restart counters        the coins-in counters start again from 0\n"
+        "Line:\n"
+        "  drop N [HEADER]         carry out the next N commands (with that header) but lose\n"
+        "                          their answers\n"
+        "  busy N                  answer the next N commands BUSY\n"
+        "  nak [N]                 answer the next N commands NAK\n"
+        "  corrupt [N]             spoil the checksum of the next N answers\n"
+        "  garbage HEX...          put these bytes before the next answer\n"
+        "  foreign [N]             a frame between two other stations before the next N answers\n"
+        "  badframe [N]            a 130-byte frame to the host with a wrong checksum before the\n"
+        "                          next N answers\n"
+        "  split PIECES PAUSE_MS   send the next answer in pieces with pauses\n"
+        "  babble on|off           random bytes on the line\n"
+        "  silent on|off           no command is carried out or answered\n"
+        "  pacing on|off           bytes leave at the configured baud rate\n"
+        "  echo on|off             repeat the host's bytes back\n"
+        "  clear line              undo every line fault\n"
+        "Observation:\n"
+        "  status                  hoppers, cashbox, activity, faults\n"
+        "  counter GROUP INDEX     an audit counter (70 accepted, 80 paid out, 87 purged)\n"
+        "  log [N]                 the last N received commands (default 20)\n"
+        "  clear log               forget the received commands\n"
+        "  port                    the serial port served\n"
+        "  help\n"
+        "  quit");
+    QCOMPARE(sim::ControlChannel::help(), expected);
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    QCOMPARE(c.execute(QStringLiteral("help")), expected);
+    QCOMPARE(c.execute(QStringLiteral("? anything")), expected);
+    QCOMPARE(c.execute(QStringLiteral("HELP me")), expected);
 }
 
 void TestControl::deviceCommands()
@@ -208,6 +259,94 @@ void TestControl::badInput()
     QVERIFY(c.execute(line).startsWith(QStringLiteral("error: ")));
     QCOMPARE(c.execute(QStringLiteral("status")), before);
     QVERIFY(!c.quitRequested());
+}
+
+void TestControl::replies_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QString>("reply");
+    QTest::newRow("unknown") << QStringLiteral("fly away")
+                             << QStringLiteral(
+                                    "error: unknown command or wrong arguments: fly away (try help)");
+    QTest::newRow("coin 0") << QStringLiteral("coin 0")
+                            << QStringLiteral("error: coin POS [N]: POS is 1 to 16");
+    QTest::newRow("coin none") << QStringLiteral("coin 1 0")
+                               << QStringLiteral("error: coin POS [N]: POS is 1 to 16");
+    QTest::newRow("error 256") << QStringLiteral("error 1 256")
+                               << QStringLiteral("error: two numbers 0 to 255 expected");
+    QTest::newRow("selfcheck text") << QStringLiteral("selfcheck x 1")
+                                    << QStringLiteral("error: two numbers 0 to 255 expected");
+    QTest::newRow("error one arg") << QStringLiteral("error 1")
+                                   << QStringLiteral(
+                                          "error: unknown command or wrong arguments: error 1 (try help)");
+    QTest::newRow("activity big") << QStringLiteral("activity 65536")
+                                  << QStringLiteral("error: a 16-bit number expected");
+    QTest::newRow("jam 0 now") << QStringLiteral("jam 0 now") << QStringLiteral("error: jam HOPPER now");
+    QTest::newRow("jam maybe") << QStringLiteral("jam 1 maybe")
+                               << QStringLiteral("error: jam HOPPER [on|off]");
+    QTest::newRow("jam NOW") << QStringLiteral("  Jam   1   NOW ")
+                             << QStringLiteral("error: jam HOPPER [on|off]");
+    QTest::newRow("jam three args")
+        << QStringLiteral("jam 1 now please")
+        << QStringLiteral("error: unknown command or wrong arguments: jam 1 now please (try help)");
+    QTest::newRow("empty 0") << QStringLiteral("empty 0") << QStringLiteral("error: empty HOPPER");
+    QTest::newRow("door ajar") << QStringLiteral("door ajar") << QStringLiteral("error: door open|close");
+    QTest::newRow("hopper 9") << QStringLiteral("hopper 9 1") << QStringLiteral("error: no hopper 9");
+    QTest::newRow("hopper count big")
+        << QStringLiteral("hopper 1 70000") << QStringLiteral("error: hopper HOPPER COUNT");
+    QTest::newRow("cashbox negative")
+        << QStringLiteral("cashbox -1") << QStringLiteral("error: cashbox VALUE");
+    QTest::newRow("clear all") << QStringLiteral("clear all")
+                               << QStringLiteral("error: clear faults|line|log");
+    QTest::newRow("clear FAULTS") << QStringLiteral("clear FAULTS")
+                                  << QStringLiteral("error: clear faults|line|log");
+    QTest::newRow("clear alone") << QStringLiteral("clear")
+                                 << QStringLiteral(
+                                        "error: unknown command or wrong arguments: clear (try help)");
+    QTest::newRow("restart now") << QStringLiteral("restart now")
+                                 << QStringLiteral(
+                                        "error: unknown command or wrong arguments: restart now (try help)");
+    QTest::newRow("drop text") << QStringLiteral("drop x") << QStringLiteral("error: a count expected");
+    QTest::newRow("drop header big") << QStringLiteral("drop 1 256")
+                                     << QStringLiteral("error: drop N [HEADER]");
+    QTest::newRow("busy text") << QStringLiteral("busy x") << QStringLiteral("error: a count expected");
+    QTest::newRow("busy alone") << QStringLiteral("busy")
+                                << QStringLiteral(
+                                       "error: unknown command or wrong arguments: busy (try help)");
+    QTest::newRow("nak text") << QStringLiteral("nak x") << QStringLiteral("error: a count expected");
+    QTest::newRow("badframe two args")
+        << QStringLiteral("badframe 1 2")
+        << QStringLiteral("error: unknown command or wrong arguments: badframe 1 2 (try help)");
+    QTest::newRow("garbage odd") << QStringLiteral("garbage ABC")
+                                 << QStringLiteral("error: garbage HEX...: hexadecimal bytes expected");
+    QTest::newRow("split one piece") << QStringLiteral("split 1 10")
+                                     << QStringLiteral("error: split PIECES PAUSE_MS");
+    QTest::newRow("BABBLE maybe") << QStringLiteral("BABBLE maybe") << QStringLiteral("error: babble on|off");
+    QTest::newRow("echo alone") << QStringLiteral("echo")
+                                << QStringLiteral(
+                                       "error: unknown command or wrong arguments: echo (try help)");
+    QTest::newRow("counter 71") << QStringLiteral("counter 71 1")
+                                << QStringLiteral("error: unknown counter group 71 (70, 80, 87)");
+    QTest::newRow("counter text") << QStringLiteral("counter x 1")
+                                  << QStringLiteral("error: counter GROUP INDEX");
+    QTest::newRow("log 0") << QStringLiteral("log 0") << QStringLiteral("error: log [N]");
+    QTest::newRow("status now") << QStringLiteral("status now")
+                                << QStringLiteral(
+                                       "error: unknown command or wrong arguments: status now (try help)");
+    QTest::newRow("port now") << QStringLiteral("port now")
+                              << QStringLiteral(
+                                     "error: unknown command or wrong arguments: port now (try help)");
+    QTest::newRow("Exit") << QStringLiteral("Exit") << QStringLiteral("bye");
+    QTest::newRow("quit now") << QStringLiteral("quit now") << QStringLiteral("bye");
+}
+
+void TestControl::replies()
+{
+    QFETCH(QString, line);
+    QFETCH(QString, reply);
+    sim::Simulator s(fastConfig());
+    sim::ControlChannel c(s);
+    QCOMPARE(c.execute(line), reply);
 }
 
 void TestControl::quit()

@@ -84,6 +84,7 @@ private slots:
     void auditCounters();
     void realTimeClock();
     void resetReinitialises();
+    void coinValues_data();
     void coinValues();
     void randomFramesNeverBreakTheModel();
 };
@@ -662,16 +663,25 @@ void TestDevice::resetReinitialises()
     QCOMPARE(dev->hopperCount(4), 401); // hopper contents survive
 }
 
+void TestDevice::coinValues_data()
+{
+    QTest::addColumn<QString>("coinId");
+    QTest::addColumn<quint32>("value");
+    QTest::newRow("RU010A") << QStringLiteral("RU010A") << 10u;
+    QTest::newRow("RU050B") << QStringLiteral("RU050B") << 50u;
+    QTest::newRow("RU500A") << QStringLiteral("RU500A") << 500u;
+    QTest::newRow("RU1K0A") << QStringLiteral("RU1K0A") << 1000u;
+    QTest::newRow("RU2K5A") << QStringLiteral("RU2K5A") << 2500u;
+    QTest::newRow("RU1M0A") << QStringLiteral("RU1M0A") << 1000000u;
+    QTest::newRow("......") << QStringLiteral("......") << 0u;
+    QTest::newRow("RU10A") << QStringLiteral("RU10A") << 0u;
+}
+
 void TestDevice::coinValues()
 {
-    QCOMPARE(sim::coinValue(QStringLiteral("RU010A")), 10u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU050B")), 50u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU500A")), 500u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU1K0A")), 1000u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU2K5A")), 2500u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU1M0A")), 1000000u);
-    QCOMPARE(sim::coinValue(QStringLiteral("......")), 0u);
-    QCOMPARE(sim::coinValue(QStringLiteral("RU10A")), 0u);
+    QFETCH(QString, coinId);
+    QFETCH(quint32, value);
+    QCOMPARE(sim::coinValue(coinId), value);
 }
 
 void TestDevice::randomFramesNeverBreakTheModel()

@@ -6,6 +6,7 @@
 
 #include <QElapsedTimer>
 #include <QtTest>
+#include <functional>
 
 using testsupport::frame;
 using testsupport::hex;
@@ -28,7 +29,11 @@ QByteArray readBytes(hw::SerialPort& port, int expected)
 
 const QByteArray coinsRequest = frame(55, 1, 82);
 
+using Setup = std::function<void(sim::Simulator&)>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Setup)
 
 // Faults a recycler meets in the field: counters restarting, foreign frames and
 // noise in front of an answer, one command's answer lost.
@@ -85,38 +90,38 @@ private slots:
         QVERIFY(control.help().contains(QStringLiteral("drop N [HEADER]")));
     }
 
-    // Before the answer: the answer's data, every byte one higher, from station 3 to
-    // station 2 with a correct checksum.
-    void foreignFrameBeforeTheAnswer()
+    // Decoys before the answer: the answer's data, every byte one higher, from station 3 to
+    // station 2 with a correct checksum, or a 130-byte frame from the device to the host whose
+    // checksum byte is wrong. The next answer comes alone.
+    void decoyBeforeTheAnswer_data()
     {
+        QTest::addColumn<Setup>("setup");
+        QTest::addColumn<QByteArray>("decoy");
+        QTest::addColumn<int>("decoySize");
+        QTest::newRow("foreign frame") << Setup([](sim::Simulator& s) { s.foreignFrameBeforeNext(1); })
+                                       << frame(2, 3, 0, QByteArray(32, '\1')) << 37;
+        QByteArray bad = frame(1, 55, 0, QByteArray(32, '\1') + QByteArray(98, '\0'));
+        bad[bad.size() - 1] = char(bad.at(bad.size() - 1) ^ 0x5A);
+        QTest::newRow("bad frame") << Setup([](sim::Simulator& s) { s.badFrameBeforeNext(1); }) << bad << 135;
+    }
+
+    void decoyBeforeTheAnswer()
+    {
+        QFETCH(Setup, setup);
+        QFETCH(QByteArray, decoy);
+        QFETCH(int, decoySize);
+        QCOMPARE(decoy.size(), decoySize);
         testsupport::PtyRig rig;
         QVERIFY2(rig.opened(), qPrintable(rig.error));
-        rig.simulator.foreignFrameBeforeNext(1);
+        setup(rig.simulator);
         rig.port.write(coinsRequest);
         const QByteArray answer = frame(1, 55, 0, QByteArray(32, '\0'));
-        const QByteArray decoy = frame(2, 3, 0, QByteArray(32, '\1'));
         const QByteArray expected = coinsRequest + decoy + answer;
         QCOMPARE(readBytes(rig.port, expected.size()), expected);
         QCOMPARE(rig.simulator.transactions().last().answer, decoy + answer);
 
         rig.port.write(coinsRequest);
         QCOMPARE(readBytes(rig.port, coinsRequest.size() + answer.size()), coinsRequest + answer);
-    }
-
-    // Before the answer: a 130-byte frame from the device to the host whose checksum
-    // byte is wrong.
-    void badFrameBeforeTheAnswer()
-    {
-        testsupport::PtyRig rig;
-        QVERIFY2(rig.opened(), qPrintable(rig.error));
-        rig.simulator.badFrameBeforeNext(1);
-        rig.port.write(coinsRequest);
-        const QByteArray answer = frame(1, 55, 0, QByteArray(32, '\0'));
-        QByteArray decoy = frame(1, 55, 0, QByteArray(32, '\1') + QByteArray(98, '\0'));
-        decoy[decoy.size() - 1] = char(decoy.at(decoy.size() - 1) ^ 0x5A);
-        QCOMPARE(decoy.size(), 135);
-        const QByteArray expected = coinsRequest + decoy + answer;
-        QCOMPARE(readBytes(rig.port, expected.size()), expected);
     }
 
     // Only the purge's answer is lost; the purge itself runs.

@@ -3,6 +3,7 @@
 #include "support/frames.h"
 
 #include <QtTest>
+#include <functional>
 
 using sim::LineFaults;
 using testsupport::frame;
@@ -37,7 +38,11 @@ QByteArray joined(const QList<LineFaults::Piece>& pieces)
     return out;
 }
 
+using Setup = std::function<void(LineFaults&)>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Setup)
 
 class TestLineFaults : public QObject
 {
@@ -54,28 +59,50 @@ private slots:
         QCOMPARE(device.calls, 1);
     }
 
-    // BUSY and NAK stand in for the command: the device never sees it.
-    void busyThenNak()
+    // Each row: the faults set, then for each request in turn the bytes the host gets and
+    // how many commands the device has carried out by then.
+    void oneShotFaults_data()
     {
-        LineFaults faults;
-        faults.busy = 1;
-        faults.nak = 1;
-        CountingDevice device;
-        QCOMPARE(joined(respond(faults, device)), frame(1, 55, 6));
-        QCOMPARE(joined(respond(faults, device)), frame(1, 55, 5));
-        QCOMPARE(device.calls, 0);
-        QCOMPARE(joined(respond(faults, device)), answer);
-        QCOMPARE(device.calls, 1);
+        QTest::addColumn<Setup>("setup");
+        QTest::addColumn<QList<QByteArray>>("answers");
+        QTest::addColumn<QList<int>>("calls");
+        QByteArray spoilt = answer;
+        spoilt[spoilt.size() - 1] = char(spoilt.at(spoilt.size() - 1) ^ 0x5A);
+        QByteArray bad = frame(1, 55, 0, hex("0203") + QByteArray(128, '\0'));
+        bad[bad.size() - 1] = char(bad.at(bad.size() - 1) ^ 0x5A);
+
+        // BUSY and NAK stand in for the command: the device never sees it.
+        QTest::newRow("busy then nak")
+            << Setup([](LineFaults& f) { f.busy = f.nak = 1; })
+            << QList<QByteArray>{frame(1, 55, 6), frame(1, 55, 5), answer} << QList<int>{0, 0, 1};
+        // A dropped answer's command is carried out all the same.
+        QTest::newRow("drop") << Setup([](LineFaults& f) { f.drop = 1; })
+                              << QList<QByteArray>{QByteArray(), answer} << QList<int>{1, 2};
+        QTest::newRow("corrupt checksum") << Setup([](LineFaults& f) { f.corrupt = 1; })
+                                          << QList<QByteArray>{spoilt, answer} << QList<int>{1, 2};
+        QTest::newRow("decoys in front of the answer")
+            << Setup([](LineFaults& f) { f.foreign = f.badFrame = 1; })
+            << QList<QByteArray>{frame(2, 3, 0, hex("0203")) + answer, bad + answer, answer}
+            << QList<int>{1, 2, 3};
+        QTest::newRow("garbage once") << Setup([](LineFaults& f) { f.garbage = hex("ff00"); })
+                                      << QList<QByteArray>{hex("ff00") + answer, answer} << QList<int>{1, 2};
     }
 
-    void droppedAnswerIsCarriedOut()
+    void oneShotFaults()
     {
+        QFETCH(Setup, setup);
+        QFETCH(QList<QByteArray>, answers);
+        QFETCH(QList<int>, calls);
+        QCOMPARE(answers.size(), calls.size());
         LineFaults faults;
-        faults.drop = 1;
+        setup(faults);
         CountingDevice device;
-        QVERIFY(respond(faults, device).isEmpty());
-        QCOMPARE(device.calls, 1);
-        QCOMPARE(joined(respond(faults, device)), answer);
+        for (int i = 0; i < answers.size(); ++i) {
+            const auto pieces = respond(faults, device);
+            QCOMPARE(pieces.isEmpty(), answers.at(i).isEmpty());
+            QCOMPARE(joined(pieces), answers.at(i));
+            QCOMPARE(device.calls, calls.at(i));
+        }
     }
 
     void dropOnlyForItsHeader()
@@ -88,39 +115,6 @@ private slots:
         QVERIFY(respond(faults, device, frame(55, 1, 121, hex("0300"))).isEmpty());
         QCOMPARE(faults.drop, 0);
         QCOMPARE(device.calls, 2);
-    }
-
-    void corruptChecksum()
-    {
-        LineFaults faults;
-        faults.corrupt = 1;
-        CountingDevice device;
-        QByteArray spoilt = answer;
-        spoilt[spoilt.size() - 1] = char(spoilt.at(spoilt.size() - 1) ^ 0x5A);
-        QCOMPARE(joined(respond(faults, device)), spoilt);
-        QCOMPARE(joined(respond(faults, device)), answer);
-    }
-
-    void decoysInFrontOfTheAnswer()
-    {
-        LineFaults faults;
-        faults.foreign = 1;
-        faults.badFrame = 1;
-        CountingDevice device;
-        QCOMPARE(joined(respond(faults, device)), frame(2, 3, 0, hex("0203")) + answer);
-        QByteArray bad = frame(1, 55, 0, hex("0203") + QByteArray(128, '\0'));
-        bad[bad.size() - 1] = char(bad.at(bad.size() - 1) ^ 0x5A);
-        QCOMPARE(joined(respond(faults, device)), bad + answer);
-        QCOMPARE(joined(respond(faults, device)), answer);
-    }
-
-    void garbageOnce()
-    {
-        LineFaults faults;
-        faults.garbage = hex("ff00");
-        CountingDevice device;
-        QCOMPARE(joined(respond(faults, device)), hex("ff00") + answer);
-        QCOMPARE(joined(respond(faults, device)), answer);
     }
 
     void splitWithPauses()
