@@ -5,7 +5,9 @@
 #include "report.h"
 #include "signalwatcher.h"
 
+#include "cashcontrol/cashcontrolexc.h"
 #include "cashcontrol/ecashcontrol.h"
+#include "cashcontrol/units.h"
 #include "sim/simulator.h"
 
 #include <QElapsedTimer>
@@ -59,10 +61,11 @@ const CashControlUnit* findUnit(const QList<CashControlUnit>& units, const QStri
 
 QString unitChange(const CashControlUnit& before, const CashControlUnit& after)
 {
-    if (before.type == 1)
+    if (cashunits::isHopper(before))
         return QStringLiteral("%1: %2 -> %3 coins\n").arg(before.name).arg(before.count).arg(after.count);
     return QStringLiteral("%1: %2 -> %3\n")
-        .arg(before.name, formatAmount(unitValue(before)), formatAmount(unitValue(after)));
+        .arg(before.name, formatAmount(cashunits::unitValue(before)),
+             formatAmount(cashunits::unitValue(after)));
 }
 
 } // namespace
@@ -395,12 +398,9 @@ CashControlUnit Runner::requireUnit(const QString& name, int operation)
                                   operation == ECashControl::Maintenance ? QStringLiteral("maintenance")
                                                                          : operationKey(operation),
                                   ECashControl::operationName(operation))};
-    const bool countsCoins = operation == ECashControl::ManualLoad ||
-                             operation == ECashControl::ManualPickupSum ||
-                             operation == ECashControl::DispensePickupSum;
-    if (countsCoins && (unit->denom == 0 || a.amount % unit->denom != 0))
-        throw UsageError{QStringLiteral("amount %1 is not a whole number of %2 coins of %3")
-                             .arg(formatAmount(a.amount), formatAmount(unit->denom), name)};
+    // Refused as the driver would refuse it, with its text, before anything moves.
+    if (cashunits::refusesPartCoins(*unit, operation, a.amount))
+        throw CashControlExc(cashunits::deviceMessage(driver().name(), cashunits::badAmountText()));
     return *unit;
 }
 

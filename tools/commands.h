@@ -43,8 +43,9 @@ private slots:
     void error(QString msg);
 };
 
-// Runs one command against a connected driver. Driver failures leave as CashControlExc,
-// usage errors found on the device as UsageError.
+// Runs one command against a connected driver. Driver failures, and amounts the driver
+// would refuse as not whole coins, leave as CashControlExc; usage errors found on the
+// device as UsageError.
 class Runner
 {
 public:
