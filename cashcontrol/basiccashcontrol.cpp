@@ -1,5 +1,6 @@
 #include "cashcontrol/basiccashcontrol.h"
 
+#include "cashcontrol/units.h"
 #include "host/qtcompat.h"
 
 #include <QMetaType>
@@ -10,8 +11,6 @@
 namespace hw {
 
 namespace {
-
-const int hopperType = 1;
 
 // The balancing constants: denomination ratio beyond which no balancing is
 // tried, margin in coins a smaller hopper must exceed the equal-fill count by,
@@ -128,17 +127,17 @@ int BasicCashControl::getType() const
 
 QString BasicCashControl::getTypeName() const
 {
-    return type == 1 ? QStringLiteral("coins") : QStringLiteral("bills");
+    return type == cashunits::coinDevice ? QStringLiteral("coins") : QStringLiteral("bills");
 }
 
 QString BasicCashControl::name() const
 {
-    return type == 1 ? QStringLiteral("Монетоприемник") : QStringLiteral("Купюроприемник");
+    return cashunits::deviceName(type);
 }
 
 QString BasicCashControl::denomName(bool plural) const
 {
-    QString word = type == 1 ? QStringLiteral("монет") : QStringLiteral("купюр");
+    QString word = type == cashunits::coinDevice ? QStringLiteral("монет") : QStringLiteral("купюр");
     if (plural) {
         word += QStringLiteral("ы");
     }
@@ -171,7 +170,7 @@ SumDetailed BasicCashControl::calcDenomSums(const QList<CashControlUnit>& units,
     // A hopper without a denomination cannot pay and would divide by zero.
     QList<CashControlUnit> hoppers;
     for (const CashControlUnit& unit : units) {
-        if (unit.type == hopperType && unit.denom != 0) {
+        if (unit.type == cashunits::hopperType && unit.denom != 0) {
             hoppers << unit;
         }
     }

@@ -2,6 +2,7 @@
 
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
+#include "cashcontrol/units.h"
 #include "host/logging.h"
 #include "host/qtcompat.h"
 
@@ -59,7 +60,7 @@ public:
     void setOption(ECashControl::Option option, bool on);
 
     // How many coins of each denomination the hoppers pay to make up the amount.
-    // Only hoppers (type 1) with a denomination take part. The plan never holds
+    // Only hoppers with a denomination take part. The plan never holds
     // a count below 1 and never exceeds the amount; it may fall short of it.
     static SumDetailed calcDenomSums(const QList<CashControlUnit>& units, long long amount,
                                      ECashControl::ChangeMode mode);
@@ -71,7 +72,7 @@ public:
         if (log) {
             logging::error(logger, message);
         }
-        throw E(QStringLiteral("%1: %2").arg(name(), message).toUtf8());
+        throw E(cashunits::deviceMessage(name(), message).toUtf8());
     }
 
 signals:
@@ -81,7 +82,7 @@ signals:
 
 protected:
     logging::LoggerPtr logger;
-    // 1 = coin device, anything else = note device.
+    // cashunits::coinDevice, anything else = note device.
     int type;
     // Bit set of ECashControl::Option.
     int options;

@@ -8,7 +8,7 @@ struct CashControlUnit
 {
     // "hopper" followed by the hopper's bus index, or "cashbox".
     QString name;
-    // 1 = hopper (recycler, the only kind change is paid from), 3 = cashbox.
+    // cashunits::hopperType or cashunits::cashboxType (cashcontrol/units.h).
     int type = 0;
     // Bit set of ECashControl::UnitOperation the host may request.
     int operations = 0;

@@ -1,5 +1,6 @@
 #include "changer/changer.h"
 
+#include "cashcontrol/units.h"
 #include "cctalk/commands.h"
 #include "host/qtcompat.h"
 #include "host/timer.h"
@@ -20,8 +21,6 @@ const int pollIntervalMsecs = 200;
 const int waitPollMsecs = 1000;
 const int resetPauseMsecs = 5000;
 
-const int hopperUnitType = 1;
-const int cashboxUnitType = 3;
 const int unitFaultState = 3;
 
 // Audit counter groups: coins accepted per coin position, and the two counters
@@ -177,8 +176,8 @@ void Changer::loadCashUnits()
 
         CashControlUnit hopper;
         hopper.name = QStringLiteral("hopper") + QString::number(h);
-        hopper.type = hopperUnitType;
-        hopper.operations = 0x8021330;
+        hopper.type = cashunits::hopperType;
+        hopper.operations = cashunits::hopperOperations;
         hopper.flag = 1;
         hopper.denom = id.getDenom();
         hopper.count = count;
@@ -200,8 +199,8 @@ void Changer::loadCashUnits()
 
     CashControlUnit box;
     box.name = QStringLiteral("cashbox");
-    box.type = cashboxUnitType;
-    box.operations = 0x10;
+    box.type = cashunits::cashboxType;
+    box.operations = cashunits::cashboxOperations;
     box.sum = cashboxSum;
     box.state = status.isDeviceHasError(ReqErrorStatusResp::Cashbox, 0) ? unitFaultState : 0;
     units.append(box);
@@ -421,7 +420,7 @@ hw::CcUnitMaintenanceInfo Changer::maintanenceInfo(const QString& unitName)
 {
     hw::CcUnitMaintenanceInfo info;
     const CashControlUnit unit = getUnit(unitName);
-    if (unit.type == hopperUnitType) {
+    if (unit.type == cashunits::hopperType) {
         const ReqAuditCounterResp counter(exec(ReqAuditCounter(paidOutGroup, hopperNumber(unit.name))));
         info.unitName = unit.name;
         info.interval = serviceInterval;
@@ -441,7 +440,7 @@ hw::CcUnitMaintenanceInfo Changer::maintanenceInfo(const QString& unitName)
 void Changer::maintanenceDone(const QString& unitName)
 {
     const CashControlUnit unit = getUnit(unitName);
-    if (unit.type == hopperUnitType)
+    if (unit.type == cashunits::hopperType)
         exec(ClearAuditCounter(paidOutGroup, hopperNumber(unit.name)));
 }
 
@@ -503,7 +502,7 @@ SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
     QMap<unsigned int, QList<CashControlUnit>> byDenom;
     const QList<CashControlUnit> known = units;
     for (const CashControlUnit& unit : known) {
-        if (unit.type != hopperUnitType || coins.denoms.value(unit.denom, 0) == 0)
+        if (unit.type != cashunits::hopperType || coins.denoms.value(unit.denom, 0) == 0)
             continue;
         if (!byDenom.contains(unit.denom))
             order.append(unit.denom);
@@ -665,7 +664,7 @@ QMap<unsigned int, long long> Changer::getHoppersCounters()
     QStringList entries;
     const QList<CashControlUnit> known = units;
     for (const CashControlUnit& unit : known) {
-        if (unit.type != hopperUnitType)
+        if (unit.type != cashunits::hopperType)
             continue;
         const unsigned char hopper = hopperNumber(unit.name);
         const ReqAuditCounterResp paidOut(exec(ReqAuditCounter(paidOutGroup, hopper)));

@@ -13,6 +13,7 @@ set(cpibcr_dev_headers
   cashcontrol/ccunitmaintenanceinfo.h
   cashcontrol/ecashcontrol.h
   cashcontrol/sumdetailed.h
+  cashcontrol/units.h
   host/abstractserialdevice.h
   host/interfaceids.h
   host/linerecorder.h

@@ -13,7 +13,7 @@ set(cpibcr_terminal_archive ${CMAKE_BINARY_DIR}/${cpibcr_terminal_name}.tar.gz)
 set(cpibcr_terminal_sources
   cashcontrol/abstractcashcontrol.h cashcontrol/cashcontrolexc.h cashcontrol/cashcontrolunit.h
   cashcontrol/ccunitmaintenanceinfo.h cashcontrol/ecashcontrol.h cashcontrol/ecashcontrol.cpp
-  cashcontrol/sumdetailed.h cashcontrol/sumdetailed.cpp
+  cashcontrol/sumdetailed.h cashcontrol/sumdetailed.cpp cashcontrol/units.h
   host/abstractserialdevice.h host/interfaceids.h host/qtcompat.h
   examples/qt4host/main.cpp examples/qt4host/termiosport.h examples/qt4host/termiosport.cpp)
 set(cpibcr_terminal_copy)

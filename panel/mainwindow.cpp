@@ -4,6 +4,7 @@
 #include "unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "cashcontrol/units.h"
 #include "tools/amount.h"
 #include "tools/arguments.h"
 #include "tools/report.h"
@@ -570,7 +571,7 @@ void MainWindow::onUnits(const QList<CashControlUnit>& list)
         const int row = unitsTable->rowCount();
         unitsTable->insertRow(row);
         unitsTable->setItem(row, 0, cell(unit.name));
-        const bool cashbox = isCashbox(unit);
+        const bool cashbox = cashunits::isCashbox(unit);
         unitsTable->setItem(row, 1, cell(cashbox ? QStringLiteral("-") : money(unit.denom), true));
         auto* bar = new QProgressBar(unitsTable);
         bar->setObjectName(QStringLiteral("fill_%1").arg(unit.name));
@@ -591,7 +592,7 @@ void MainWindow::onUnits(const QList<CashControlUnit>& list)
         unitsTable->setItem(row, 3, cell(cashbox ? QStringLiteral("-") : QString::number(unit.count), true));
         unitsTable->setItem(row, 4,
                             cell(cashbox ? QStringLiteral("-") : QString::number(unit.capacity), true));
-        unitsTable->setItem(row, 5, cell(money(unitSum(unit)), true));
+        unitsTable->setItem(row, 5, cell(money(cashunits::unitValue(unit)), true));
         auto* state = cell(stateText(unit));
         if (unit.state != 0)
             state->setForeground(fillColor(FillLevel::Fault));
@@ -667,7 +668,7 @@ void MainWindow::onCoins(const SumDetailed& coins)
 bool MainWindow::parseChangeAmount(long long* minor)
 {
     QString error;
-    if (!parseMoney(changeAmount->text(), false, 0, minor, &error)) {
+    if (!parseMoney(changeAmount->text(), false, minor, &error)) {
         changeResultLabel->setText(error);
         showMessage(error, true);
         return false;

@@ -1,6 +1,7 @@
 #include "unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "cashcontrol/units.h"
 #include "tools/amount.h"
 #include "tools/arguments.h"
 
@@ -11,8 +12,6 @@
 namespace panel {
 
 namespace {
-
-const int cashboxType = 3;
 
 UnitOperation describe(int operation, bool takesAmount)
 {
@@ -31,12 +30,6 @@ QList<UnitOperation> offered(const CashControlUnit& unit, const QList<QPair<int,
         if (unit.operations & candidate.first)
             list.append(describe(candidate.first, candidate.second));
     return list;
-}
-
-bool needsWholeCoins(int operation)
-{
-    return operation == ECashControl::ManualLoad || operation == ECashControl::ManualPickupSum ||
-           operation == ECashControl::DispensePickupSum || operation == ECashControl::PickupSumToCashbox;
 }
 
 } // namespace
@@ -59,17 +52,6 @@ QList<UnitOperation> pickupOperations(const CashControlUnit& unit)
                           {ECashControl::PickupSumToCashbox, true}});
 }
 
-bool isCashbox(const CashControlUnit& unit)
-{
-    return unit.type == cashboxType;
-}
-
-long long unitSum(const CashControlUnit& unit)
-{
-    // The driver reports a hopper's sum as 0; its value is what its coins are worth.
-    return isCashbox(unit) ? unit.sum : unit.count * static_cast<long long>(unit.denom);
-}
-
 FillLevel fillLevel(const CashControlUnit& unit)
 {
     if (unit.state != 0)
@@ -78,7 +60,7 @@ FillLevel fillLevel(const CashControlUnit& unit)
     for (const int limit : {unit.limit1, unit.limit2, unit.limit3, unit.limit4})
         if (limit >= 0)
             limits.append(limit);
-    if (limits.isEmpty() || isCashbox(unit))
+    if (limits.isEmpty() || cashunits::isCashbox(unit))
         return FillLevel::Normal;
     std::sort(limits.begin(), limits.end());
     if (unit.count <= limits.first())
@@ -103,8 +85,7 @@ QColor fillColor(FillLevel level)
     return QColor();
 }
 
-bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValue, long long* minor,
-                QString* error)
+bool parseMoney(const QString& text, bool requirePositive, long long* minor, QString* error)
 {
     long long value = 0;
     const QString trimmed = text.trimmed();
@@ -112,11 +93,6 @@ bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValu
         return false;
     if (requirePositive && value == 0) {
         *error = QStringLiteral("the amount must be above 0");
-        return false;
-    }
-    if (coinValue != 0 && value % coinValue != 0) {
-        *error = QStringLiteral("%1 is not a whole number of %2 coins")
-                     .arg(tool::formatAmount(value), tool::formatAmount(coinValue));
         return false;
     }
     *minor = value;
@@ -130,7 +106,17 @@ bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, 
         *minor = 0;
         return true;
     }
-    return parseMoney(text, true, needsWholeCoins(op.operation) ? unit.denom : 0, minor, error);
+    long long value = 0;
+    if (!parseMoney(text, true, &value, error))
+        return false;
+    // The panel drives the coin recycler, whose driver speaks as a coin device.
+    if (cashunits::refusesPartCoins(unit, op.operation, value)) {
+        *error = cashunits::deviceMessage(cashunits::deviceName(cashunits::coinDevice),
+                                          cashunits::badAmountText());
+        return false;
+    }
+    *minor = value;
+    return true;
 }
 
 } // namespace panel

@@ -23,11 +23,6 @@ struct UnitOperation
 QList<UnitOperation> loadOperations(const CashControlUnit& unit);
 QList<UnitOperation> pickupOperations(const CashControlUnit& unit);
 
-// Whether the unit is the cashbox (its sum is the driver's) rather than a hopper (count x denomination).
-bool isCashbox(const CashControlUnit& unit);
-// Money in the unit: count x denomination for a hopper, the driver's sum for the cashbox.
-long long unitSum(const CashControlUnit& unit);
-
 enum class FillLevel { Normal, Low, VeryLow, Fault };
 
 // Where the count stands against the unit's limits (in coins; -1 = not set). At or below the
@@ -36,14 +31,13 @@ enum class FillLevel { Normal, Low, VeryLow, Fault };
 FillLevel fillLevel(const CashControlUnit& unit);
 QColor fillColor(FillLevel level);
 
-// Amount checks made before anything is sent. The text is read as cpibcr reads an AMOUNT.
-// requirePositive refuses 0; coinValue, when not 0, refuses an amount that is not a whole
-// number of such coins. On failure returns false with *error set.
-bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValue, long long* minor,
-                QString* error);
+// Amount checks made before anything is sent. The text is read as cpibcr reads an AMOUNT;
+// requirePositive refuses 0. On failure returns false with *error set.
+bool parseMoney(const QString& text, bool requirePositive, long long* minor, QString* error);
 
 // The operation's amount rule for this unit: loads and the sum pick-ups need an amount above 0,
-// and a hopper's manual load and sum pick-ups need whole coins.
+// and an amount the driver refuses as not whole coins (cashunits::refusesPartCoins) is refused
+// here with the driver's own message.
 bool checkOperationAmount(const CashControlUnit& unit, const UnitOperation& op, const QString& text,
                           long long* minor, QString* error);
 

@@ -1,5 +1,6 @@
 #include "plugin/cpibcrcashcontrol.h"
 
+#include "cashcontrol/units.h"
 #include "changer/changer.h"
 #include "host/abstractserialdevice.h"
 #include "host/qtcompat.h"
@@ -13,7 +14,6 @@ namespace {
 
 const unsigned char busAddress = 55;
 const int asyncCheckMsecs = 60000;
-const int cashboxType = 3;
 const long long maxHopperCount = std::numeric_limits<unsigned short>::max();
 const long long maxPayoutCount = std::numeric_limits<unsigned int>::max();
 
@@ -35,7 +35,7 @@ CpiBcrCashControl::CpiBcrCashControl(QObject* parent, CcTalk::Changer* device) :
 
     logger = logging::logger("cpibcr");
 
-    type = 1;
+    type = cashunits::coinDevice;
     setOption(ECashControl::Option(1), true);
 
     if (device) {
@@ -182,7 +182,7 @@ void CpiBcrCashControl::loan(const QString& unitName, ECashControl::UnitOperatio
         const CashControlUnit unit = changer->getUnit(unitName);
         refuseOperation(unit, operation);
         if (operation == ECashControl::ManualLoad) {
-            refuseFractionalCoins(unit, amount);
+            refuseFractionalCoins(unit, operation, amount);
         }
         changer->checkState();
         if (operation != ECashControl::ManualLoad) {
@@ -213,7 +213,7 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
         const CashControlUnit unit = changer->getUnit(unitName);
         refuseOperation(unit, operation);
         if (operation == ECashControl::DispensePickupSum) {
-            refuseFractionalCoins(unit, amount);
+            refuseFractionalCoins(unit, operation, amount);
             // The payout takes a 32-bit coin count; a larger one would be cut to
             // its low bits and pay some other number of coins.
             if (amount / unit.denom > maxPayoutCount) {
@@ -226,7 +226,7 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
         // accepted or paid since discovery are in them.
         switch (operation) {
         case ECashControl::ManualPickupAll:
-            if (unit.type == cashboxType) {
+            if (unit.type == cashunits::cashboxType) {
                 result.rest = changer->getCashboxSum();
                 changer->setCashboxSum(0);
             } else {
@@ -379,10 +379,11 @@ void CpiBcrCashControl::refuseOperation(const CashControlUnit& unit,
     }
 }
 
-void CpiBcrCashControl::refuseFractionalCoins(const CashControlUnit& unit, long long amount) const
+void CpiBcrCashControl::refuseFractionalCoins(const CashControlUnit& unit,
+                                              ECashControl::UnitOperation operation, long long amount) const
 {
-    if (unit.denom == 0 || amount % unit.denom != 0) {
-        throwError(QStringLiteral("Некорректная сумма"), true);
+    if (cashunits::refusesPartCoins(unit, operation, amount)) {
+        throwError(cashunits::badAmountText(), true);
     }
 }
 

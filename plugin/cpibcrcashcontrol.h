@@ -105,7 +105,8 @@ private:
     // Sends nothing: an operation the unit does not offer, or an amount that is not a
     // whole number of its coins, is refused before the device is asked anything.
     void refuseOperation(const CashControlUnit& unit, ECashControl::UnitOperation operation) const;
-    void refuseFractionalCoins(const CashControlUnit& unit, long long amount) const;
+    void refuseFractionalCoins(const CashControlUnit& unit, ECashControl::UnitOperation operation,
+                               long long amount) const;
     void reportPaid(const SumDetailed& paid, long long amount) const;
     void checkPaid(const SumDetailed& paid, long long amount) const;
 };

@@ -3,6 +3,7 @@
 #include "arguments.h"
 #include "console.h"
 #include "driverhost.h"
+#include "results.h"
 
 #include "cashcontrol/sumdetailed.h"
 
@@ -43,8 +44,9 @@ private slots:
     void error(QString msg);
 };
 
-// Runs one command against a connected driver. Driver failures leave as CashControlExc,
-// usage errors found on the device as UsageError.
+// Runs one command against a connected driver. Driver failures, and amounts the driver
+// would refuse as not whole coins, leave as CashControlExc; usage errors found on the
+// device as UsageError.
 class Runner
 {
 public:
@@ -70,15 +72,18 @@ private:
     int watch();
     int demo();
 
-    // The coins the built-in simulator drops into the acceptor during accept.
-    QList<int> simulatedCoins(const QSet<unsigned int>& accepted) const;
     // Accepts coins until the time is up, a signal comes or, with simulated coins and no
     // time given, every coin has been reported. Returns what was accepted in total.
     SumDetailed acceptSession(bool fast, const QSet<unsigned int>& excluded, int seconds,
                               const QList<int>& coinPositions, bool verbose);
     CashControlUnit requireUnit(const QString& name, int operation);
+    // The unit as it was and as the driver reports it now.
+    UnitChange changeOf(const CashControlUnit& before);
     hw::AbstractCashControl& driver() const { return *host.driver(); }
-    QJsonObject withCommand(QJsonObject object) const;
+    // The command's result as text, or as one JSON document naming the command; exit status 0.
+    template <class Result> int show(const Result& result) const;
+    // An event of a running session: a line of text, or one compact JSON line.
+    template <class Event> void report(const Event& event) const;
 
     const Arguments& a;
     DriverHost& host;
@@ -86,8 +91,5 @@ private:
     const sim::Config* simConfig;
     std::unique_ptr<SignalWatcher> signalWatcher;
 };
-
-// Coin position of the simulator that recognises this amount, 0 when none does.
-int simulatorCoinPosition(const sim::Config& config, long long amount);
 
 } // namespace tool

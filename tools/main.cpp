@@ -5,6 +5,7 @@
 #include "driverhost.h"
 #include "pluginlocator.h"
 #include "serialports.h"
+#include "simcoins.h"
 #include "tracecommand.h"
 
 #include "cashcontrol/cashcontrolexc.h"

@@ -2,16 +2,11 @@
 
 #include "amount.h"
 
+#include "cashcontrol/units.h"
+
 #include <algorithm>
 
 namespace tool {
-
-namespace {
-
-const int hopperType = 1;
-const int cashboxType = 3;
-
-} // namespace
 
 QString renderTable(const QStringList& headers, const QList<QStringList>& rows, const QVector<Align>& align)
 {
@@ -44,9 +39,9 @@ QString renderTable(const QStringList& headers, const QList<QStringList>& rows, 
 
 QString unitKind(const CashControlUnit& unit)
 {
-    if (unit.type == hopperType)
+    if (cashunits::isHopper(unit))
         return QStringLiteral("hopper");
-    if (unit.type == cashboxType)
+    if (cashunits::isCashbox(unit))
         return QStringLiteral("cashbox");
     return QStringLiteral("type %1").arg(unit.type);
 }
@@ -60,22 +55,15 @@ QString unitState(const CashControlUnit& unit)
     return QStringLiteral("state %1").arg(unit.state);
 }
 
-long long unitValue(const CashControlUnit& unit)
-{
-    if (unit.sum == 0 && unit.type == hopperType)
-        return unit.count * static_cast<long long>(unit.denom);
-    return unit.sum;
-}
-
 QString unitsTable(const QList<CashControlUnit>& units)
 {
     QList<QStringList> rows;
     for (const CashControlUnit& u : units) {
-        const bool hopper = u.type == hopperType;
+        const bool hopper = cashunits::isHopper(u);
         rows.append({u.name, unitKind(u), hopper ? formatAmount(u.denom) : QStringLiteral("-"),
                      hopper ? QString::number(u.count) : QStringLiteral("-"),
-                     hopper ? QString::number(u.capacity) : QStringLiteral("-"), formatAmount(unitValue(u)),
-                     unitState(u)});
+                     hopper ? QString::number(u.capacity) : QStringLiteral("-"),
+                     formatAmount(cashunits::unitValue(u)), unitState(u)});
     }
     return renderTable(
         {QStringLiteral("unit"), QStringLiteral("kind"), QStringLiteral("denomination"),
@@ -93,7 +81,7 @@ QJsonObject unitJson(const CashControlUnit& unit)
         {QStringLiteral("denom"), qint64(unit.denom)},
         {QStringLiteral("count"), qint64(unit.count)},
         {QStringLiteral("capacity"), unit.capacity},
-        {QStringLiteral("sum"), qint64(unitValue(unit))},
+        {QStringLiteral("sum"), qint64(cashunits::unitValue(unit))},
         {QStringLiteral("state"), unit.state},
         {QStringLiteral("operations"), unit.operations},
     };

@@ -25,8 +25,6 @@ QString renderTable(const QStringList& headers, const QList<QStringList>& rows, 
 QString unitKind(const CashControlUnit& unit);
 // "ok", "fault", or "state N".
 QString unitState(const CashControlUnit& unit);
-// What the unit holds: the reported sum, or for a hopper, which reports none, count x denomination.
-long long unitValue(const CashControlUnit& unit);
 
 QString unitsTable(const QList<CashControlUnit>& units);
 QJsonObject unitJson(const CashControlUnit& unit);

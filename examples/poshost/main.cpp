@@ -10,6 +10,7 @@
 #include <cashcontrol/abstractcashcontrol.h>
 #include <cashcontrol/cashcontrolexc.h>
 #include <cashcontrol/sumdetailed.h>
+#include <cashcontrol/units.h>
 #include <host/logsetup.h>
 #include <host/serialport.h>
 
@@ -177,7 +178,7 @@ int run(QCoreApplication& app)
         cash->connect();
         say(QStringLiteral("connected to %1 (%2)").arg(cash->name(), cash->getTypeName()));
         for (const CashControlUnit& unit : cash->getUnits()) {
-            if (unit.type == 1)
+            if (unit.type == cashunits::hopperType)
                 say(QStringLiteral("%1: %2 x %3 of %4")
                         .arg(unit.name, cashcontrol::formatAmount(unit.denom))
                         .arg(unit.count)

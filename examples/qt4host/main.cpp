@@ -16,6 +16,7 @@
 #include <cashcontrol/abstractcashcontrol.h>
 #include <cashcontrol/cashcontrolexc.h>
 #include <cashcontrol/sumdetailed.h>
+#include <cashcontrol/units.h>
 
 #include <log4qt/logger.h>
 #include <log4qt/propertyconfigurator.h>
@@ -34,9 +35,6 @@
 #include <string>
 
 namespace {
-
-// CashControlUnit::type of a hopper; the other kind is the cashbox.
-const int hopperKind = 1;
 
 void say(const QString& line)
 {
@@ -167,7 +165,7 @@ bool carryOut(hw::AbstractCashControl* cash, Till* till, const QStringList& word
     if (command == QLatin1String("units") && count == 1) {
         const QList<CashControlUnit> units = cash->getUnits();
         for (const CashControlUnit& unit : units) {
-            if (unit.type == hopperKind)
+            if (unit.type == cashunits::hopperType)
                 say(QString::fromLatin1("%1: %2 x %3 of %4, state %5")
                         .arg(unit.name, cashcontrol::formatAmount(unit.denom))
                         .arg(unit.count)

@@ -69,6 +69,7 @@ private slots:
     void checksChange();
     void refusalShowsTheDriversMessage();
     void malformedAmountIsNeverSent();
+    void partCoinRequestsAsTheDriver();
     void loadsAndPicksUp();
     void offersOnlyWhatTheUnitOffers();
     void readsCountersAndMaintenance();
@@ -357,15 +358,43 @@ void TestPanel::malformedAmountIsNeverSent()
     QVERIFY(!window->isBusy());
     QCOMPARE(child<QLabel>("messageLabel")->text(),
              QStringLiteral("amount \"15,50\": use a point for the decimals, as in 15.50"));
+    QCOMPARE(window->simulator()->coinsPaidOut(), quint64(0));
+    QCOMPARE(window->simulator()->countHeader(120), 0);
+}
+
+// The same answers as cpibcr and the driver give to 12.00 from a hopper of 5.00 coins: a load
+// and a payout are refused with the driver's message before anything is sent, a manual sum
+// pick-up takes the two whole coins.
+void TestPanel::partCoinRequestsAsTheDriver()
+{
+    window->simulator()->clearTransactions();
     child<QComboBox>("opUnit")->setCurrentText(QStringLiteral("hopper2"));
     pickOperation(child<QComboBox>("loadOp"), 0x20000);
     child<QLineEdit>("loadAmount")->setText(QStringLiteral("12"));
     click("loadButton");
     QVERIFY(!window->isBusy());
-    QCOMPARE(child<QLabel>("opResultLabel")->text(),
-             QStringLiteral("12.00 is not a whole number of 5.00 coins"));
+    QCOMPARE(child<QLabel>("opResultLabel")->text(), QStringLiteral("Монетоприемник: Некорректная сумма"));
+    QCOMPARE(child<QLabel>("messageLabel")->text(), QStringLiteral("Монетоприемник: Некорректная сумма"));
+
+    QComboBox* pickup = child<QComboBox>("pickupOp");
+    pickOperation(pickup, 0x200);
+    child<QLineEdit>("pickupAmount")->setText(QStringLiteral("12"));
+    click("pickupButton");
+    QVERIFY(!window->isBusy());
+    QCOMPARE(child<QLabel>("opResultLabel")->text(), QStringLiteral("Монетоприемник: Некорректная сумма"));
+    for (const quint8 header : {sim::cmd::ModHopperBalance, sim::cmd::DispenseHopperPattern,
+                                sim::cmd::PayMoneyOut, sim::cmd::PurgeHopper})
+        QCOMPARE(window->simulator()->countHeader(header), 0);
+    QCOMPARE(window->simulator()->hopperCount(2), 250);
+
+    pickOperation(pickup, 0x20);
+    click("pickupButton");
+    QTRY_COMPARE_WITH_TIMEOUT(child<QLabel>("opResultLabel")->text(),
+                              QStringLiteral("pickup of 10.00 from hopper2 (выем суммы вручную): 5.00 x 2"),
+                              operationMs);
+    QTRY_COMPARE_WITH_TIMEOUT(bar(QStringLiteral("hopper2"))->value(), 248, operationMs);
+    QCOMPARE(window->simulator()->hopperCount(2), 248);
     QCOMPARE(window->simulator()->coinsPaidOut(), quint64(0));
-    QCOMPARE(window->simulator()->countHeader(120), 0);
 }
 
 void TestPanel::loadsAndPicksUp()

@@ -1,6 +1,7 @@
 #include "panel/unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "cashcontrol/units.h"
 #include "tools/report.h"
 
 #include <QtTest>
@@ -55,6 +56,8 @@ private slots:
     void money_data();
     void money();
     void operationAmounts();
+    void partCoinsAsTheDriver_data();
+    void partCoinsAsTheDriver();
     void breakdownText();
 };
 
@@ -97,12 +100,12 @@ void TestPanelUnits::unitWithoutOperationsOffersNothing()
 
 void TestPanelUnits::sums()
 {
-    QCOMPARE(panel::unitSum(hopper(500, 250, 800)), 125000LL);
-    QCOMPARE(panel::unitSum(cashbox(1550)), 1550LL);
-    QVERIFY(panel::isCashbox(cashbox(0)));
-    QVERIFY(!panel::isCashbox(hopper(100, 1, 1)));
+    QCOMPARE(cashunits::unitValue(hopper(500, 250, 800)), 125000LL);
+    QCOMPARE(cashunits::unitValue(cashbox(1550)), 1550LL);
+    QVERIFY(cashunits::isCashbox(cashbox(0)));
+    QVERIFY(!cashunits::isCashbox(hopper(100, 1, 1)));
     // Denominations are unsigned 32-bit; the product must not wrap.
-    QCOMPARE(panel::unitSum(hopper(4000000000U, 65535, 65535)), 4000000000LL * 65535);
+    QCOMPARE(cashunits::unitValue(hopper(4000000000U, 65535, 65535)), 4000000000LL * 65535);
 }
 
 void TestPanelUnits::fillLevels()
@@ -138,23 +141,19 @@ void TestPanelUnits::money_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("positive");
-    QTest::addColumn<uint>("coin");
     QTest::addColumn<bool>("ok");
     QTest::addColumn<qlonglong>("minor");
     QTest::addColumn<QString>("error");
-    QTest::newRow("whole") << "15" << true << 0U << true << 1500LL << "";
-    QTest::newRow("decimals") << " 15.5 " << true << 0U << true << 1550LL << "";
-    QTest::newRow("zero allowed") << "0" << false << 0U << true << 0LL << "";
-    QTest::newRow("zero refused") << "0.00" << true << 0U << false << 0LL << "the amount must be above 0";
-    QTest::newRow("comma") << "15,50" << true << 0U << false << 0LL
+    QTest::newRow("whole") << "15" << true << true << 1500LL << "";
+    QTest::newRow("decimals") << " 15.5 " << true << true << 1550LL << "";
+    QTest::newRow("zero allowed") << "0" << false << true << 0LL << "";
+    QTest::newRow("zero refused") << "0.00" << true << false << 0LL << "the amount must be above 0";
+    QTest::newRow("comma") << "15,50" << true << false << 0LL
                            << "amount \"15,50\": use a point for the decimals, as in 15.50";
-    QTest::newRow("negative") << "-5" << true << 0U << false << 0LL << "amount \"-5\" is negative";
-    QTest::newRow("empty") << "" << true << 0U << false << 0LL << "an amount is required";
-    QTest::newRow("whole coins") << "50" << true << 500U << true << 5000LL << "";
-    QTest::newRow("not whole coins") << "12" << true << 500U << false << 0LL
-                                     << "12.00 is not a whole number of 5.00 coins";
+    QTest::newRow("negative") << "-5" << true << false << 0LL << "amount \"-5\" is negative";
+    QTest::newRow("empty") << "" << true << false << 0LL << "an amount is required";
     QTest::newRow("too large")
-        << "42949673" << true << 0U << false << 0LL
+        << "42949673" << true << false << 0LL
         << "amount \"42949673\" is larger than the device can handle (at most 42949672.95)";
 }
 
@@ -162,13 +161,12 @@ void TestPanelUnits::money()
 {
     QFETCH(QString, text);
     QFETCH(bool, positive);
-    QFETCH(uint, coin);
     QFETCH(bool, ok);
     QFETCH(qlonglong, minor);
     QFETCH(QString, error);
     long long value = -1;
     QString why;
-    QCOMPARE(panel::parseMoney(text, positive, coin, &value, &why), ok);
+    QCOMPARE(panel::parseMoney(text, positive, &value, &why), ok);
     QCOMPARE(why, error);
     QCOMPARE(value, ok ? minor : -1LL);
 }
@@ -183,7 +181,7 @@ void TestPanelUnits::operationAmounts()
     QVERIFY(panel::checkOperationAmount(unit, pickups.at(0), QStringLiteral("abc"), &value, &why));
     QCOMPARE(value, 0LL);
     QVERIFY(!panel::checkOperationAmount(unit, pickups.at(3), QStringLiteral("5"), &value, &why));
-    QCOMPARE(why, QStringLiteral("5.00 is not a whole number of 2.00 coins"));
+    QCOMPARE(why, QStringLiteral("Монетоприемник: Некорректная сумма"));
     QVERIFY(panel::checkOperationAmount(unit, pickups.at(3), QStringLiteral("4"), &value, &why));
     QCOMPARE(value, 400LL);
     const panel::UnitOperation manualLoad = panel::loadOperations(unit).at(0);
@@ -193,6 +191,57 @@ void TestPanelUnits::operationAmounts()
     const panel::UnitOperation acceptorLoad = panel::loadOperations(unit).at(1);
     QVERIFY(panel::checkOperationAmount(unit, acceptorLoad, QStringLiteral("3"), &value, &why));
     QCOMPARE(value, 300LL);
+}
+
+// The rule is the driver's: a manual load and a pick-up through the dispenser need whole
+// coins, a manual sum pick-up takes the whole coins the amount covers.
+void TestPanelUnits::partCoinsAsTheDriver_data()
+{
+    QTest::addColumn<int>("operation");
+    QTest::addColumn<uint>("denom");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<qlonglong>("minor");
+    QTest::addColumn<QString>("error");
+    const QString refused = QStringLiteral("Монетоприемник: Некорректная сумма");
+    QTest::newRow("manual load, whole coins")
+        << int(ECashControl::ManualLoad) << 500U << "50" << true << 5000LL << "";
+    QTest::newRow("manual load, part coin")
+        << int(ECashControl::ManualLoad) << 500U << "12" << false << 0LL << refused;
+    QTest::newRow("dispense sum, part coin")
+        << int(ECashControl::DispensePickupSum) << 500U << "12" << false << 0LL << refused;
+    QTest::newRow("dispense sum, whole coins")
+        << int(ECashControl::DispensePickupSum) << 500U << "15" << true << 1500LL << "";
+    QTest::newRow("manual sum, part coin")
+        << int(ECashControl::ManualPickupSum) << 500U << "12" << true << 1200LL << "";
+    QTest::newRow("sum to the cashbox, part coin")
+        << int(ECashControl::PickupSumToCashbox) << 500U << "12" << true << 1200LL << "";
+    QTest::newRow("load through the acceptor, part coin")
+        << int(ECashControl::LoadMainAcceptor) << 500U << "12" << true << 1200LL << "";
+    QTest::newRow("manual load, no denomination")
+        << int(ECashControl::ManualLoad) << 0U << "5" << false << 0LL << refused;
+    QTest::newRow("dispense sum, no denomination")
+        << int(ECashControl::DispensePickupSum) << 0U << "5" << false << 0LL << refused;
+}
+
+void TestPanelUnits::partCoinsAsTheDriver()
+{
+    QFETCH(int, operation);
+    QFETCH(uint, denom);
+    QFETCH(QString, text);
+    QFETCH(bool, ok);
+    QFETCH(qlonglong, minor);
+    QFETCH(QString, error);
+    CashControlUnit unit = hopper(denom, 250, 800);
+    unit.operations |= operation;
+    panel::UnitOperation op;
+    op.operation = operation;
+    op.takesAmount = true;
+    long long value = -1;
+    QString why;
+    QCOMPARE(panel::checkOperationAmount(unit, op, text, &value, &why), ok);
+    QCOMPARE(why, error);
+    QCOMPARE(value, ok ? minor : -1LL);
 }
 
 void TestPanelUnits::breakdownText()

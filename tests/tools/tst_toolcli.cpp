@@ -162,10 +162,13 @@ private slots:
     void payImpossibleLeavesHoppersAlone();
     void driverRefusalsMoveNothing_data();
     void driverRefusalsMoveNothing();
+    void partCoinsRefusedAsTheDriver_data();
+    void partCoinsRefusedAsTheDriver();
     void loanManualLoad();
     void loanOtherOperationChangesNothing();
     void pickupCashbox();
-    void pickupManualSumTakesAtMostTheCount();
+    void pickupManualSumTakesWholeCoinsAtMostTheCount_data();
+    void pickupManualSumTakesWholeCoinsAtMostTheCount();
     void pickupThroughTheDispenser();
     void countersJsonAndText();
     void maintenance();
@@ -256,12 +259,6 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves_data()
     QTest::newRow("cashbox has no sum pick-up")
         << QStringList{"pickup", "cashbox", "5", "--op", "manual-sum"}
         << "unit cashbox does not support manual-sum (выем суммы вручную)" << false;
-    QTest::newRow("not whole coins to load")
-        << QStringList{"loan", "hopper2", "7"} << "amount 7.00 is not a whole number of 5.00 coins of hopper2"
-        << false;
-    QTest::newRow("not whole coins to pay out")
-        << QStringList{"pickup", "hopper1", "3", "--op", "dispense-sum"}
-        << "amount 3.00 is not a whole number of 10.00 coins of hopper1" << true;
     QTest::newRow("cashbox has no maintenance")
         << QStringList{"maintenance", "cashbox", "--done"}
         << "unit cashbox does not support maintenance (техобслуживание модуля)" << false;
@@ -517,6 +514,39 @@ void TestToolCli::driverRefusalsMoveNothing()
     QCOMPARE(hopperCounts(*s), before);
 }
 
+// A load or a payout that is not whole coins is refused with the driver's own message, before
+// anything is sent: the same answer the driver and the panel give.
+void TestToolCli::partCoinsRefusedAsTheDriver_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("manual load") << QStringList{"loan", "hopper2", "7"};
+    QTest::newRow("dispense sum") << QStringList{"pickup", "hopper1", "3", "--op", "dispense-sum"};
+}
+
+void TestToolCli::partCoinsRefusedAsTheDriver()
+{
+    QFETCH(QStringList, args);
+    const QString message = QStringLiteral("Монетоприемник: Некорректная сумма");
+    auto s = startSimulator();
+    QVERIFY(s);
+    s->setCashbox(12550);
+    const QList<int> before = hopperCounts(*s);
+    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    QCOMPARE(r.status, 1);
+    QVERIFY(r.out.isEmpty());
+    QCOMPARE(r.errText(), message + QStringLiteral("\n"));
+
+    const Result inJson =
+        runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
+    QCOMPARE(inJson.status, 1);
+    QCOMPARE(document(inJson.out), (QJsonObject{{QStringLiteral("command"), args.first()},
+                                                {QStringLiteral("error"), message},
+                                                {QStringLiteral("exitStatus"), 1}}));
+    QCOMPARE(moneyCommands(*s), 0);
+    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(s->cashbox(), 12550u);
+}
+
 void TestToolCli::loanManualLoad()
 {
     auto s = startSimulator();
@@ -574,21 +604,47 @@ void TestToolCli::pickupCashbox()
     QCOMPARE(s->countHeader(sim::cmd::ModCashboxValue), 1);
 }
 
-void TestToolCli::pickupManualSumTakesAtMostTheCount()
+// A manual sum pick-up takes the whole coins the amount covers, at most what the hopper holds;
+// 12.00 from a hopper of 5.00 coins takes two, as the driver does.
+void TestToolCli::pickupManualSumTakesWholeCoinsAtMostTheCount_data()
 {
+    QTest::addColumn<int>("hopper");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("amount");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<int>("left");
+    QTest::newRow("at most the count") << 1 << 3 << "50"
+                                       << "pickup from hopper1 (выем суммы вручную)\n"
+                                          "denomination  count    sum\n"
+                                          "       10.00      3  30.00\n"
+                                          "       total         30.00\n"
+                                          "hopper1: 3 -> 0 coins\n"
+                                       << 0;
+    QTest::newRow("part of a coin") << 2 << 250 << "12"
+                                    << "pickup from hopper2 (выем суммы вручную)\n"
+                                       "denomination  count    sum\n"
+                                       "        5.00      2  10.00\n"
+                                       "       total         10.00\n"
+                                       "hopper2: 250 -> 248 coins\n"
+                                    << 248;
+}
+
+void TestToolCli::pickupManualSumTakesWholeCoinsAtMostTheCount()
+{
+    QFETCH(int, hopper);
+    QFETCH(int, count);
+    QFETCH(QString, amount);
+    QFETCH(QString, output);
+    QFETCH(int, left);
     auto s = startSimulator();
     QVERIFY(s);
-    s->setHopperCount(1, 3);
-    const Result r =
-        runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("pickup"), QStringLiteral("hopper1"),
-                 QStringLiteral("50"), QStringLiteral("--op"), QStringLiteral("manual-sum")});
+    s->setHopperCount(hopper, count);
+    const Result r = runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("pickup"),
+                              QStringLiteral("hopper%1").arg(hopper), amount, QStringLiteral("--op"),
+                              QStringLiteral("manual-sum")});
     QCOMPARE(r.status, 0);
-    QCOMPARE(r.outText(), QStringLiteral("pickup from hopper1 (выем суммы вручную)\n"
-                                         "denomination  count    sum\n"
-                                         "       10.00      3  30.00\n"
-                                         "       total         30.00\n"
-                                         "hopper1: 3 -> 0 coins\n"));
-    QCOMPARE(s->hopperCount(1), 0);
+    QCOMPARE(r.outText(), output);
+    QCOMPARE(s->hopperCount(hopper), left);
     QCOMPARE(s->coinsPaidOut(), quint64(0));
 }
 

@@ -1,5 +1,7 @@
 #include "tools/report.h"
 
+#include "cashcontrol/units.h"
+
 #include <QJsonDocument>
 #include <QtTest>
 
@@ -103,8 +105,8 @@ void TestToolReport::unknownUnitKindAndState()
     odd.sum = 300;
     QCOMPARE(tool::unitKind(odd), QStringLiteral("type 7"));
     QCOMPARE(tool::unitState(odd), QStringLiteral("state 5"));
-    QCOMPARE(tool::unitValue(odd), 300LL);
-    QCOMPARE(tool::unitValue(hopper(1, 500, 3, 10)), 1500LL);
+    QCOMPARE(cashunits::unitValue(odd), 300LL);
+    QCOMPARE(cashunits::unitValue(hopper(1, 500, 3, 10)), 1500LL);
 }
 
 void TestToolReport::denoms()

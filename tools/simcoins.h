@@ -1,0 +1,24 @@
+#pragma once
+
+#include "arguments.h"
+
+#include <QList>
+#include <QSet>
+
+namespace sim {
+struct Config;
+} // namespace sim
+
+// The coins the built-in simulator drops into the acceptor while the tool accepts.
+namespace tool {
+
+// Coin position of the simulator that recognises this amount, 0 when none does.
+int simulatorCoinPosition(const sim::Config& config, long long amount);
+
+// The coins asked for with --sim-coins, else a few of those the recycler takes, largest first.
+QList<int> coinsToDrop(const sim::Config& config, const Arguments& args, const QSet<unsigned int>& accepted);
+
+// The value of the coin at each position.
+QList<long long> coinValues(const sim::Config& config, const QList<int>& positions);
+
+} // namespace tool
