@@ -2,6 +2,7 @@
 // a fixed cycle of amounts from 0.10 to 500.00 roubles.
 
 #include "cashcontrol/basiccashcontrol.h"
+#include "cashcontrol/units.h"
 
 #include <benchmark/benchmark.h>
 
@@ -18,7 +19,7 @@ QList<CashControlUnit> recycler(int hoppers)
     for (int h = 0; h < hoppers; ++h) {
         CashControlUnit u;
         u.name = QStringLiteral("hopper%1").arg(h + 1);
-        u.type = 1;
+        u.type = cashunits::hopperType;
         u.denom = denoms[h % 6];
         u.capacity = h % 2 ? 800 : 1000;
         u.count = 50 + static_cast<long long>(random() % 600);
@@ -27,7 +28,7 @@ QList<CashControlUnit> recycler(int hoppers)
     }
     CashControlUnit cashbox;
     cashbox.name = QStringLiteral("cashbox");
-    cashbox.type = 3;
+    cashbox.type = cashunits::cashboxType;
     units << cashbox;
     return units;
 }
