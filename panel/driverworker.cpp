@@ -2,9 +2,9 @@
 
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
+#include "hostkit/driverhost.h"
 #include "sim/config.h"
 #include "sim/simulator.h"
-#include "tools/driverhost.h"
 
 #include <QCoreApplication>
 #include <QSet>
@@ -88,7 +88,7 @@ void DriverWorker::open(const panel::Connection& connection)
         return;
     }
     emit busy(QStringLiteral("Loading the plug-in and connecting"));
-    auto made = std::make_unique<tool::DriverHost>();
+    auto made = std::make_unique<hostkit::DriverHost>();
     QString error;
     bool ok = true;
     if (connection.port.isEmpty()) {

@@ -1,6 +1,6 @@
 #include "mainwindow.h"
 
-#include "tools/pluginlocator.h"
+#include "hostkit/pluginlocator.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -76,10 +76,10 @@ int main(int argc, char** argv)
     QString hint;
     if (connection.plugin.isEmpty()) {
         const QString dir = QCoreApplication::applicationDirPath();
-        connection.plugin = tool::locatePlugin(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
+        connection.plugin = hostkit::locatePlugin(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
         if (connection.plugin.isEmpty()) {
             hint = QStringLiteral("cannot find the plug-in (looked for %1); start with --plugin PATH")
-                       .arg(tool::pluginCandidates(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
+                       .arg(hostkit::pluginCandidates(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
                                 .join(QStringLiteral(" and ")));
             printError(QStringLiteral("cpibcr-panel: ") + hint);
         }

@@ -4,10 +4,10 @@
 #include "unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "hostkit/serialports.h"
 #include "tools/amount.h"
 #include "tools/arguments.h"
 #include "tools/report.h"
-#include "tools/serialports.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -493,7 +493,7 @@ void MainWindow::scanPorts()
     const QString current = portBox->currentText();
     portBox->clear();
     portBox->addItem(QStringLiteral("built-in simulator"), QString());
-    for (const tool::SerialPortEntry& port : tool::availableSerialPorts()) {
+    for (const hostkit::SerialPortEntry& port : hostkit::availableSerialPorts()) {
         QString label = port.location;
         if (!port.description.isEmpty())
             label += QStringLiteral(" (%1)").arg(port.description);

@@ -93,7 +93,8 @@ int simulatorCoinPosition(const sim::Config& config, long long amount)
     return 0;
 }
 
-Runner::Runner(const Arguments& args, DriverHost& driverHost, const Console& out, const sim::Config* config)
+Runner::Runner(const Arguments& args, hostkit::DriverHost& driverHost, const Console& out,
+               const sim::Config* config)
     : a(args), host(driverHost), console(out), simConfig(config)
 {
 }

@@ -2,9 +2,9 @@
 
 #include "arguments.h"
 #include "console.h"
-#include "driverhost.h"
 
 #include "cashcontrol/sumdetailed.h"
+#include "hostkit/driverhost.h"
 
 #include <QObject>
 #include <QString>
@@ -49,7 +49,8 @@ class Runner
 {
 public:
     // simConfig is the configuration of the built-in simulator, null with --port.
-    Runner(const Arguments& args, DriverHost& host, const Console& console, const sim::Config* simConfig);
+    Runner(const Arguments& args, hostkit::DriverHost& host, const Console& console,
+           const sim::Config* simConfig);
     ~Runner();
 
     // Exit status of the command.
@@ -81,7 +82,7 @@ private:
     QJsonObject withCommand(QJsonObject object) const;
 
     const Arguments& a;
-    DriverHost& host;
+    hostkit::DriverHost& host;
     const Console& console;
     const sim::Config* simConfig;
     std::unique_ptr<SignalWatcher> signalWatcher;

@@ -2,13 +2,13 @@
 #include "arguments.h"
 #include "commands.h"
 #include "console.h"
-#include "driverhost.h"
-#include "pluginlocator.h"
-#include "serialports.h"
 #include "tracecommand.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
+#include "hostkit/driverhost.h"
+#include "hostkit/pluginlocator.h"
+#include "hostkit/serialports.h"
 #include "sim/simulator.h"
 
 #include <QCoreApplication>
@@ -87,11 +87,11 @@ int main(int argc, char** argv)
     if (parsed.status == tool::ParseResult::Error)
         return usageError(console, parsed.error);
     if (args.command == tool::Command::Ports) {
-        const QList<tool::SerialPortEntry> ports = tool::availableSerialPorts();
+        const QList<hostkit::SerialPortEntry> ports = hostkit::availableSerialPorts();
         if (console.json())
-            console.document(tool::serialPortsDocument(ports));
+            console.document(hostkit::serialPortsDocument(ports));
         else
-            console.out(tool::serialPortsTable(ports));
+            console.out(hostkit::serialPortsTable(ports));
         return 0;
     }
     if (args.command == tool::Command::Trace)
@@ -129,19 +129,19 @@ int main(int argc, char** argv)
 
     QString pluginPath = args.plugin;
     if (pluginPath.isEmpty()) {
-        pluginPath = tool::locatePlugin(QCoreApplication::applicationDirPath(),
-                                        QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
+        pluginPath = hostkit::locatePlugin(QCoreApplication::applicationDirPath(),
+                                           QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
         if (pluginPath.isEmpty())
             return failure(
                 console, args,
                 QStringLiteral("cpibcr: cannot find the plug-in (looked for %1); give it with --plugin PATH")
-                    .arg(tool::pluginCandidates(QCoreApplication::applicationDirPath(),
-                                                QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
+                    .arg(hostkit::pluginCandidates(QCoreApplication::applicationDirPath(),
+                                                   QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
                              .join(QStringLiteral(" and "))),
                 1);
     }
 
-    tool::DriverHost host;
+    hostkit::DriverHost host;
     if (!args.traceFile.isEmpty())
         host.recordLine(args.traceFile, QStringLiteral("cpibcr/%1").arg(QLatin1String(CPIBCR_VERSION)));
     if (simConfig && !host.startSimulator(*simConfig, &error))

@@ -3,7 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 
-namespace tool {
+namespace hostkit {
 
 QStringList pluginCandidates(const QString& applicationDir, const QString& installedRelativePath)
 {
@@ -24,4 +24,4 @@ QString locatePlugin(const QString& applicationDir, const QString& installedRela
     return QString();
 }
 
-} // namespace tool
+} // namespace hostkit
