@@ -1,5 +1,6 @@
 #include "pluginlocator.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -22,6 +23,16 @@ QString locatePlugin(const QString& applicationDir, const QString& installedRela
         if (QFileInfo(candidate).isFile())
             return candidate;
     return QString();
+}
+
+QString findPlugin(QString* lookedFor)
+{
+    const QString dir = QCoreApplication::applicationDirPath();
+    const QString installed = QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH);
+    const QString found = locatePlugin(dir, installed);
+    if (found.isEmpty())
+        *lookedFor = pluginCandidates(dir, installed).join(QStringLiteral(" and "));
+    return found;
 }
 
 } // namespace hostkit

@@ -15,4 +15,8 @@ QStringList pluginCandidates(const QString& applicationDir, const QString& insta
 // The first candidate that exists, or an empty text when none does.
 QString locatePlugin(const QString& applicationDir, const QString& installedRelativePath);
 
+// The running program's plug-in: the candidates from its folder and the install layout's path.
+// Empty when none exists; *lookedFor then lists them ("A and B").
+QString findPlugin(QString* lookedFor);
+
 } // namespace hostkit

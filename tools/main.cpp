@@ -7,6 +7,7 @@
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
 #include "hostkit/driverhost.h"
+#include "hostkit/linechoice.h"
 #include "hostkit/pluginlocator.h"
 #include "hostkit/serialports.h"
 #include "sim/simulator.h"
@@ -16,7 +17,6 @@
 #include <QTextCodec>
 
 #include <exception>
-#include <memory>
 
 namespace {
 
@@ -102,14 +102,11 @@ int main(int argc, char** argv)
         return usageError(console, error);
     const logging::LoggerPtr log = logging::logger("cpibcr.tool");
 
-    std::unique_ptr<sim::Config> simConfig;
-    if (args.port.isEmpty()) {
-        simConfig = std::make_unique<sim::Config>(sim::Config::defaults());
-        if (!args.simConfig.isEmpty()) {
-            *simConfig = sim::Config::fromJsonFile(args.simConfig, &error);
-            if (!error.isEmpty())
-                return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
-        }
+    hostkit::LineChoice line;
+    if (!line.choose(args.port, args.simConfig, &error))
+        return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
+    const sim::Config* simConfig = line.simulatorConfig();
+    if (simConfig) {
         for (const long long amount : args.simCoins) {
             if (tool::simulatorCoinPosition(*simConfig, amount) == 0) {
                 QStringList known;
@@ -129,30 +126,28 @@ int main(int argc, char** argv)
 
     QString pluginPath = args.plugin;
     if (pluginPath.isEmpty()) {
-        pluginPath = hostkit::locatePlugin(QCoreApplication::applicationDirPath(),
-                                           QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
+        QString lookedFor;
+        pluginPath = hostkit::findPlugin(&lookedFor);
         if (pluginPath.isEmpty())
             return failure(
                 console, args,
                 QStringLiteral("cpibcr: cannot find the plug-in (looked for %1); give it with --plugin PATH")
-                    .arg(hostkit::pluginCandidates(QCoreApplication::applicationDirPath(),
-                                                   QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
-                             .join(QStringLiteral(" and "))),
+                    .arg(lookedFor),
                 1);
     }
 
     hostkit::DriverHost host;
     if (!args.traceFile.isEmpty())
         host.recordLine(args.traceFile, QStringLiteral("cpibcr/%1").arg(QLatin1String(CPIBCR_VERSION)));
-    if (simConfig && !host.startSimulator(*simConfig, &error))
+    if (!line.startSimulator(host, &error))
         return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
     logging::info(log, QStringLiteral("plug-in %1, port %2%3")
                            .arg(pluginPath, simConfig ? host.portPath() : args.port,
                                 simConfig ? QStringLiteral(" (built-in simulator)") : QString()));
-    if (!host.open(pluginPath, args.port, &error))
+    if (!line.open(host, pluginPath, &error))
         return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
 
-    tool::Runner runner(args, host, console, simConfig.get());
+    tool::Runner runner(args, host, console, simConfig);
     try {
         return runner.run();
     } catch (const tool::UsageError& e) {
