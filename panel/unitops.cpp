@@ -1,8 +1,8 @@
 #include "unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"
-#include "tools/amount.h"
-#include "tools/arguments.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 
 #include <QStringList>
 
@@ -18,7 +18,7 @@ UnitOperation describe(int operation, bool takesAmount)
 {
     UnitOperation op;
     op.operation = operation;
-    op.key = tool::operationKey(operation);
+    op.key = hostkit::operationKey(operation);
     op.title = ECashControl::operationName(operation);
     op.takesAmount = takesAmount;
     return op;
@@ -108,7 +108,7 @@ bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValu
 {
     long long value = 0;
     const QString trimmed = text.trimmed();
-    if (!tool::parseAmount(trimmed, &value, error))
+    if (!hostkit::parseAmount(trimmed, &value, error))
         return false;
     if (requirePositive && value == 0) {
         *error = QStringLiteral("the amount must be above 0");
@@ -116,7 +116,7 @@ bool parseMoney(const QString& text, bool requirePositive, unsigned int coinValu
     }
     if (coinValue != 0 && value % coinValue != 0) {
         *error = QStringLiteral("%1 is not a whole number of %2 coins")
-                     .arg(tool::formatAmount(value), tool::formatAmount(coinValue));
+                     .arg(hostkit::formatAmount(value), hostkit::formatAmount(coinValue));
         return false;
     }
     *minor = value;

@@ -1,11 +1,12 @@
 #include "commands.h"
 
-#include "amount.h"
 #include "progress.h"
 #include "report.h"
 #include "signalwatcher.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 #include "sim/simulator.h"
 
 #include <QElapsedTimer>
@@ -17,6 +18,12 @@
 #include <memory>
 
 namespace tool {
+
+using hostkit::counterKey;
+using hostkit::formatAmount;
+using hostkit::modeKey;
+using hostkit::operationKey;
+using hostkit::sumBreakdown;
 
 namespace {
 

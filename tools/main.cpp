@@ -1,4 +1,3 @@
-#include "amount.h"
 #include "arguments.h"
 #include "commands.h"
 #include "console.h"
@@ -6,6 +5,7 @@
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
+#include "hostkit/amount.h"
 #include "hostkit/driverhost.h"
 #include "hostkit/linechoice.h"
 #include "hostkit/pluginlocator.h"
@@ -116,10 +116,10 @@ int main(int argc, char** argv)
                         values.append(sim::coinValue(id));
                 std::sort(values.begin(), values.end());
                 for (const long long v : values)
-                    known.append(tool::formatAmount(v));
+                    known.append(hostkit::formatAmount(v));
                 return usageError(console,
                                   QStringLiteral("--sim-coins: the simulator has no coin of %1 (it knows %2)")
-                                      .arg(tool::formatAmount(amount), known.join(QStringLiteral(", "))));
+                                      .arg(hostkit::formatAmount(amount), known.join(QStringLiteral(", "))));
             }
         }
     }
