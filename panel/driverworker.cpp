@@ -2,9 +2,9 @@
 
 #include "cashcontrol/abstractcashcontrol.h"
 #include "cashcontrol/cashcontrolexc.h"
-#include "sim/config.h"
+#include "hostkit/driverhost.h"
+#include "hostkit/linechoice.h"
 #include "sim/simulator.h"
-#include "tools/driverhost.h"
 
 #include <QCoreApplication>
 #include <QSet>
@@ -88,21 +88,13 @@ void DriverWorker::open(const panel::Connection& connection)
         return;
     }
     emit busy(QStringLiteral("Loading the plug-in and connecting"));
-    auto made = std::make_unique<tool::DriverHost>();
+    auto made = std::make_unique<hostkit::DriverHost>();
+    hostkit::LineChoice line;
     QString error;
-    bool ok = true;
-    if (connection.port.isEmpty()) {
-        sim::Config config = sim::Config::defaults();
-        if (!connection.simConfig.isEmpty()) {
-            config = sim::Config::fromJsonFile(connection.simConfig, &error);
-            if (!error.isEmpty()) {
-                error = QStringLiteral("simulator configuration: %1").arg(error);
-                ok = false;
-            }
-        }
-        ok = ok && made->startSimulator(config, &error);
-    }
-    ok = ok && made->open(connection.plugin, connection.port, &error);
+    bool ok = line.choose(connection.port, connection.simConfig, &error);
+    if (!ok)
+        error = QStringLiteral("simulator configuration: %1").arg(error);
+    ok = ok && line.startSimulator(*made, &error) && line.open(*made, connection.plugin, &error);
     if (!ok) {
         emit failed(QStringLiteral("connect"), error);
         return;

@@ -18,7 +18,7 @@ namespace sim {
 class Simulator;
 }
 
-namespace tool {
+namespace hostkit {
 class DriverHost;
 }
 
@@ -114,7 +114,7 @@ private:
     // Reports a recording the port stopped by itself (the disk full).
     void checkRecording();
 
-    std::unique_ptr<tool::DriverHost> host;
+    std::unique_ptr<hostkit::DriverHost> host;
     QTimer* recheckTimer;
     bool supervising = true;
     bool faulted = false;

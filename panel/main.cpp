@@ -1,6 +1,6 @@
 #include "mainwindow.h"
 
-#include "tools/pluginlocator.h"
+#include "hostkit/pluginlocator.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -75,12 +75,11 @@ int main(int argc, char** argv)
     connection.trace = parser.value(traceOption);
     QString hint;
     if (connection.plugin.isEmpty()) {
-        const QString dir = QCoreApplication::applicationDirPath();
-        connection.plugin = tool::locatePlugin(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
+        QString lookedFor;
+        connection.plugin = hostkit::findPlugin(&lookedFor);
         if (connection.plugin.isEmpty()) {
             hint = QStringLiteral("cannot find the plug-in (looked for %1); start with --plugin PATH")
-                       .arg(tool::pluginCandidates(dir, QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
-                                .join(QStringLiteral(" and ")));
+                       .arg(lookedFor);
             printError(QStringLiteral("cpibcr-panel: ") + hint);
         }
     }

@@ -5,10 +5,9 @@
 
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
-#include "tools/amount.h"
-#include "tools/arguments.h"
-#include "tools/report.h"
-#include "tools/serialports.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
+#include "hostkit/serialports.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -39,7 +38,7 @@ namespace {
 
 QString money(long long minor)
 {
-    return tool::formatAmount(minor);
+    return hostkit::formatAmount(minor);
 }
 
 QTableWidgetItem* cell(const QString& text, bool number = false)
@@ -494,7 +493,7 @@ void MainWindow::scanPorts()
     const QString current = portBox->currentText();
     portBox->clear();
     portBox->addItem(QStringLiteral("built-in simulator"), QString());
-    for (const tool::SerialPortEntry& port : tool::availableSerialPorts()) {
+    for (const hostkit::SerialPortEntry& port : hostkit::availableSerialPorts()) {
         QString label = port.location;
         if (!port.description.isEmpty())
             label += QStringLiteral(" (%1)").arg(port.description);
@@ -660,7 +659,7 @@ void MainWindow::onCoins(const SumDetailed& coins)
     acceptedTotal += coins.sum();
     coinsList->addItem(QStringLiteral("%1  received %2  (%3)")
                            .arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), money(coins.sum()),
-                                tool::sumBreakdown(coins)));
+                                hostkit::sumBreakdown(coins)));
     coinsList->scrollToBottom();
     acceptTotalLabel->setText(QStringLiteral("total %1").arg(money(acceptedTotal)));
 }
@@ -703,7 +702,7 @@ void MainWindow::onChangeChecked(qint64 amount, int mode, bool possible)
 {
     const QString text = QStringLiteral("%1 %2 be paid as change (%3)")
                              .arg(money(amount), possible ? QStringLiteral("can") : QStringLiteral("cannot"),
-                                  tool::modeKey(mode));
+                                  hostkit::modeKey(mode));
     changeResultLabel->setText(text);
     showMessage(text, false);
 }
@@ -712,7 +711,7 @@ void MainWindow::onChangePaid(qint64 amount, int mode, const SumDetailed& paid)
 {
     const QString text =
         QStringLiteral("paid %1 of %2 (%3): %4")
-            .arg(money(paid.sum()), money(amount), tool::modeKey(mode), tool::sumBreakdown(paid));
+            .arg(money(paid.sum()), money(amount), hostkit::modeKey(mode), hostkit::sumBreakdown(paid));
     changeResultLabel->setText(text);
     fillBreakdown(changeTable, paid);
     showMessage(text, false);
@@ -803,9 +802,9 @@ void MainWindow::onLoanDone(const QString& unit, int operation, qint64 amount)
 
 void MainWindow::onPickupDone(const QString& unit, int operation, const SumDetailed& taken)
 {
-    const QString text =
-        QStringLiteral("pickup of %1 from %2 (%3): %4")
-            .arg(money(taken.sum()), unit, ECashControl::operationName(operation), tool::sumBreakdown(taken));
+    const QString text = QStringLiteral("pickup of %1 from %2 (%3): %4")
+                             .arg(money(taken.sum()), unit, ECashControl::operationName(operation),
+                                  hostkit::sumBreakdown(taken));
     opResultLabel->setText(text);
     fillBreakdown(opTable, taken);
     showMessage(text, false);

@@ -2,8 +2,8 @@
 
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
-#include "tools/amount.h"
-#include "tools/arguments.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 
 #include <QStringList>
 
@@ -17,7 +17,7 @@ UnitOperation describe(int operation, bool takesAmount)
 {
     UnitOperation op;
     op.operation = operation;
-    op.key = tool::operationKey(operation);
+    op.key = hostkit::operationKey(operation);
     op.title = ECashControl::operationName(operation);
     op.takesAmount = takesAmount;
     return op;
@@ -89,7 +89,7 @@ bool parseMoney(const QString& text, bool requirePositive, long long* minor, QSt
 {
     long long value = 0;
     const QString trimmed = text.trimmed();
-    if (!tool::parseAmount(trimmed, &value, error))
+    if (!hostkit::parseAmount(trimmed, &value, error))
         return false;
     if (requirePositive && value == 0) {
         *error = QStringLiteral("the amount must be above 0");

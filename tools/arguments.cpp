@@ -1,8 +1,8 @@
 #include "arguments.h"
 
-#include "amount.h"
-
 #include "cashcontrol/ecashcontrol.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 
 #include <QMap>
 #include <QPair>
@@ -70,28 +70,6 @@ bool takesValue(const QString& option)
            option != QLatin1String("--done") && option != QLatin1String("--summary");
 }
 
-struct NamedOperation
-{
-    const char* key;
-    int value;
-};
-
-const NamedOperation namedOperations[] = {
-    {"manual-load", ECashControl::ManualLoad},         {"manual-all", ECashControl::ManualPickupAll},
-    {"manual-sum", ECashControl::ManualPickupSum},     {"dispense-all", ECashControl::DispensePickupAll},
-    {"dispense-sum", ECashControl::DispensePickupSum},
-};
-
-const int knownOperations[] = {
-    ECashControl::PickupAllToCashbox, ECashControl::PickupToMinimumToCashbox,
-    ECashControl::PickupSumToCashbox, ECashControl::ManualPickupAll,
-    ECashControl::ManualPickupSum,    ECashControl::DispensePickupAll,
-    ECashControl::DispensePickupSum,  ECashControl::LoadMainAcceptor,
-    ECashControl::LoadLoader,         ECashControl::ManualLoad,
-    ECashControl::EnableUnit,         ECashControl::DisableUnit,
-    ECashControl::Maintenance,
-};
-
 // A negative amount is an argument, not an option: "pay -5" must say that -5 is negative.
 bool looksLikeOption(const QString& arg)
 {
@@ -114,7 +92,7 @@ bool parseSeconds(const QString& text, int* seconds, QString* error)
 
 bool parsePositiveAmount(const QString& text, long long* amount, QString* error)
 {
-    if (!parseAmount(text, amount, error))
+    if (!hostkit::parseAmount(text, amount, error))
         return false;
     if (*amount == 0) {
         *error = QStringLiteral("amount \"%1\" must be greater than zero").arg(text);
@@ -124,39 +102,6 @@ bool parsePositiveAmount(const QString& text, long long* amount, QString* error)
 }
 
 } // namespace
-
-bool parseOperation(const QString& text, int* operation, QString* error)
-{
-    for (const NamedOperation& named : namedOperations) {
-        if (text == QLatin1String(named.key)) {
-            *operation = named.value;
-            return true;
-        }
-    }
-    bool ok = false;
-    const bool hex = text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
-    const int value = hex ? text.mid(2).toInt(&ok, 16) : text.toInt(&ok, 10);
-    if (ok && !text.startsWith(QLatin1Char('+')) && !text.startsWith(QLatin1Char('-'))) {
-        for (const int known : knownOperations) {
-            if (value == known) {
-                *operation = value;
-                return true;
-            }
-        }
-    }
-    *error = QStringLiteral("unknown operation \"%1\" (manual-load, manual-all, manual-sum, dispense-all, "
-                            "dispense-sum, or a unit operation number such as 0x200)")
-                 .arg(text);
-    return false;
-}
-
-QString operationKey(int operation)
-{
-    for (const NamedOperation& named : namedOperations)
-        if (operation == named.value)
-            return QLatin1String(named.key);
-    return QStringLiteral("0x%1").arg(operation, 0, 16);
-}
 
 bool isLoadOperation(int operation)
 {
@@ -184,30 +129,6 @@ bool operationTakesAmount(int operation)
 {
     return operation == ECashControl::PickupSumToCashbox || operation == ECashControl::ManualPickupSum ||
            operation == ECashControl::DispensePickupSum;
-}
-
-bool parseMode(const QString& text, int* mode, QString* error)
-{
-    if (text == QLatin1String("optimal")) {
-        *mode = ECashControl::Optimal;
-        return true;
-    }
-    if (text == QLatin1String("minimum")) {
-        *mode = ECashControl::Minimum;
-        return true;
-    }
-    *error = QStringLiteral("unknown change mode \"%1\" (optimal or minimum)").arg(text);
-    return false;
-}
-
-QString modeKey(int mode)
-{
-    return mode == ECashControl::Minimum ? QStringLiteral("minimum") : QStringLiteral("optimal");
-}
-
-QString counterKey(int counter)
-{
-    return counter == ECashControl::Dispensed ? QStringLiteral("dispensed") : QStringLiteral("accepted");
 }
 
 QString usageText()
@@ -340,20 +261,20 @@ ParseResult parseArguments(const QStringList& arguments)
         } else if (name == QLatin1String("--done")) {
             a.done = true;
         } else if (name == QLatin1String("--exclude")) {
-            if (!parseAmountList(value, &a.exclude, &error))
+            if (!hostkit::parseAmountList(value, &a.exclude, &error))
                 return fail(QStringLiteral("--exclude: %1").arg(error));
         } else if (name == QLatin1String("--sim-coins")) {
-            if (!parseAmountList(value, &a.simCoins, &error))
+            if (!hostkit::parseAmountList(value, &a.simCoins, &error))
                 return fail(QStringLiteral("--sim-coins: %1").arg(error));
             a.hasSimCoins = true;
         } else if (name == QLatin1String("--seconds")) {
             if (!parseSeconds(value, &a.seconds, &error))
                 return fail(error);
         } else if (name == QLatin1String("--mode")) {
-            if (!parseMode(value, &a.mode, &error))
+            if (!hostkit::parseMode(value, &a.mode, &error))
                 return fail(error);
         } else if (name == QLatin1String("--op")) {
-            if (!parseOperation(value, &a.operation, &error))
+            if (!hostkit::parseOperation(value, &a.operation, &error))
                 return fail(error);
         }
     }
@@ -390,7 +311,7 @@ ParseResult parseArguments(const QStringList& arguments)
     });
     switch (a.command) {
     case Command::Check:
-        if (!parseAmount(positional.at(0), &a.amount, &error))
+        if (!hostkit::parseAmount(positional.at(0), &a.amount, &error))
             return fail(error);
         a.hasAmount = true;
         break;
@@ -405,7 +326,7 @@ ParseResult parseArguments(const QStringList& arguments)
             a.operation = ECashControl::ManualLoad;
         if (!isLoadOperation(a.operation))
             return fail(QStringLiteral("loan: %1 is not a load operation (manual-load, 0x1000, 0x10000)")
-                            .arg(operationKey(a.operation)));
+                            .arg(hostkit::operationKey(a.operation)));
         if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
             return fail(error);
         a.hasAmount = true;
@@ -417,16 +338,17 @@ ParseResult parseArguments(const QStringList& arguments)
         if (!isPickupOperation(a.operation))
             return fail(QStringLiteral("pickup: %1 is not a pick-up operation (manual-all, manual-sum, "
                                        "dispense-all, dispense-sum, 0x1, 0x2, 0x4)")
-                            .arg(operationKey(a.operation)));
+                            .arg(hostkit::operationKey(a.operation)));
         if (operationTakesAmount(a.operation)) {
             if (positional.size() < 2)
-                return fail(QStringLiteral("pickup: %1 needs an AMOUNT").arg(operationKey(a.operation)));
+                return fail(
+                    QStringLiteral("pickup: %1 needs an AMOUNT").arg(hostkit::operationKey(a.operation)));
             if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
                 return fail(error);
             a.hasAmount = true;
         } else if (positional.size() > 1) {
-            return fail(
-                QStringLiteral("pickup: %1 takes everything and no AMOUNT").arg(operationKey(a.operation)));
+            return fail(QStringLiteral("pickup: %1 takes everything and no AMOUNT")
+                            .arg(hostkit::operationKey(a.operation)));
         }
         break;
     case Command::Counters:

@@ -69,19 +69,9 @@ ParseResult parseArguments(const QStringList& arguments);
 
 QString usageText();
 
-// "manual-load", "manual-all", "manual-sum", "dispense-all", "dispense-sum", or a number
-// (decimal or 0x hexadecimal) that is one of the unit operations.
-bool parseOperation(const QString& text, int* operation, QString* error);
-// The tool's name of an operation: one of the names above, or the number in hexadecimal.
-QString operationKey(int operation);
 bool isLoadOperation(int operation);
 bool isPickupOperation(int operation);
 // Pick-ups of a given amount, as opposed to pick-ups of everything.
 bool operationTakesAmount(int operation);
-
-bool parseMode(const QString& text, int* mode, QString* error);
-// "optimal" or "minimum".
-QString modeKey(int mode);
-QString counterKey(int counter);
 
 } // namespace tool

@@ -1,6 +1,5 @@
 #include "commands.h"
 
-#include "amount.h"
 #include "progress.h"
 #include "render.h"
 #include "report.h"
@@ -10,6 +9,8 @@
 #include "cashcontrol/cashcontrolexc.h"
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 #include "sim/simulator.h"
 
 #include <QElapsedTimer>
@@ -20,6 +21,12 @@
 #include <memory>
 
 namespace tool {
+
+using hostkit::counterKey;
+using hostkit::formatAmount;
+using hostkit::modeKey;
+using hostkit::operationKey;
+using hostkit::sumBreakdown;
 
 namespace {
 
@@ -72,7 +79,7 @@ void DriverEvents::error(QString msg)
         onError(msg);
 }
 
-Runner::Runner(const Arguments& args, DriverHost& driverHost, const Console& out, const sim::Config* config)
+Runner::Runner(const Arguments& args, hostkit::DriverHost& driverHost, const Console& out, const sim::Config* config)
     : a(args), host(driverHost), console(out), simConfig(config)
 {
 }

@@ -2,10 +2,10 @@
 
 #include "arguments.h"
 #include "console.h"
-#include "driverhost.h"
 #include "results.h"
 
 #include "cashcontrol/sumdetailed.h"
+#include "hostkit/driverhost.h"
 
 #include <QObject>
 #include <QString>
@@ -51,7 +51,8 @@ class Runner
 {
 public:
     // simConfig is the configuration of the built-in simulator, null with --port.
-    Runner(const Arguments& args, DriverHost& host, const Console& console, const sim::Config* simConfig);
+    Runner(const Arguments& args, hostkit::DriverHost& host, const Console& console,
+           const sim::Config* simConfig);
     ~Runner();
 
     // Exit status of the command.
@@ -86,7 +87,7 @@ private:
     template <class Event> void report(const Event& event) const;
 
     const Arguments& a;
-    DriverHost& host;
+    hostkit::DriverHost& host;
     const Console& console;
     const sim::Config* simConfig;
     std::unique_ptr<SignalWatcher> signalWatcher;

@@ -1,16 +1,21 @@
 #include "commands.h"
 
-#include "amount.h"
 #include "progress.h"
 #include "report.h"
 #include "simcoins.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 
 #include <QElapsedTimer>
 
 // The demo: a POS host's session narrated step by step against the built-in simulator.
 namespace tool {
+
+using hostkit::counterKey;
+using hostkit::formatAmount;
+using hostkit::sumBreakdown;
 
 int Runner::demo()
 {

@@ -1,15 +1,16 @@
-#include "amount.h"
 #include "arguments.h"
 #include "commands.h"
 #include "console.h"
-#include "driverhost.h"
-#include "pluginlocator.h"
-#include "serialports.h"
 #include "simcoins.h"
 #include "tracecommand.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
+#include "hostkit/amount.h"
+#include "hostkit/driverhost.h"
+#include "hostkit/linechoice.h"
+#include "hostkit/pluginlocator.h"
+#include "hostkit/serialports.h"
 #include "sim/simulator.h"
 
 #include <QCoreApplication>
@@ -17,7 +18,6 @@
 #include <QTextCodec>
 
 #include <exception>
-#include <memory>
 
 namespace {
 
@@ -88,11 +88,11 @@ int main(int argc, char** argv)
     if (parsed.status == tool::ParseResult::Error)
         return usageError(console, parsed.error);
     if (args.command == tool::Command::Ports) {
-        const QList<tool::SerialPortEntry> ports = tool::availableSerialPorts();
+        const QList<hostkit::SerialPortEntry> ports = hostkit::availableSerialPorts();
         if (console.json())
-            console.document(tool::serialPortsDocument(ports));
+            console.document(hostkit::serialPortsDocument(ports));
         else
-            console.out(tool::serialPortsTable(ports));
+            console.out(hostkit::serialPortsTable(ports));
         return 0;
     }
     if (args.command == tool::Command::Trace)
@@ -103,14 +103,11 @@ int main(int argc, char** argv)
         return usageError(console, error);
     const logging::LoggerPtr log = logging::logger("cpibcr.tool");
 
-    std::unique_ptr<sim::Config> simConfig;
-    if (args.port.isEmpty()) {
-        simConfig = std::make_unique<sim::Config>(sim::Config::defaults());
-        if (!args.simConfig.isEmpty()) {
-            *simConfig = sim::Config::fromJsonFile(args.simConfig, &error);
-            if (!error.isEmpty())
-                return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
-        }
+    hostkit::LineChoice line;
+    if (!line.choose(args.port, args.simConfig, &error))
+        return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
+    const sim::Config* simConfig = line.simulatorConfig();
+    if (simConfig) {
         for (const long long amount : args.simCoins) {
             if (tool::simulatorCoinPosition(*simConfig, amount) == 0) {
                 QStringList known;
@@ -120,40 +117,38 @@ int main(int argc, char** argv)
                         values.append(sim::coinValue(id));
                 std::sort(values.begin(), values.end());
                 for (const long long v : values)
-                    known.append(tool::formatAmount(v));
+                    known.append(hostkit::formatAmount(v));
                 return usageError(console,
                                   QStringLiteral("--sim-coins: the simulator has no coin of %1 (it knows %2)")
-                                      .arg(tool::formatAmount(amount), known.join(QStringLiteral(", "))));
+                                      .arg(hostkit::formatAmount(amount), known.join(QStringLiteral(", "))));
             }
         }
     }
 
     QString pluginPath = args.plugin;
     if (pluginPath.isEmpty()) {
-        pluginPath = tool::locatePlugin(QCoreApplication::applicationDirPath(),
-                                        QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH));
+        QString lookedFor;
+        pluginPath = hostkit::findPlugin(&lookedFor);
         if (pluginPath.isEmpty())
             return failure(
                 console, args,
                 QStringLiteral("cpibcr: cannot find the plug-in (looked for %1); give it with --plugin PATH")
-                    .arg(tool::pluginCandidates(QCoreApplication::applicationDirPath(),
-                                                QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH))
-                             .join(QStringLiteral(" and "))),
+                    .arg(lookedFor),
                 1);
     }
 
-    tool::DriverHost host;
+    hostkit::DriverHost host;
     if (!args.traceFile.isEmpty())
         host.recordLine(args.traceFile, QStringLiteral("cpibcr/%1").arg(QLatin1String(CPIBCR_VERSION)));
-    if (simConfig && !host.startSimulator(*simConfig, &error))
+    if (!line.startSimulator(host, &error))
         return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
     logging::info(log, QStringLiteral("plug-in %1, port %2%3")
                            .arg(pluginPath, simConfig ? host.portPath() : args.port,
                                 simConfig ? QStringLiteral(" (built-in simulator)") : QString()));
-    if (!host.open(pluginPath, args.port, &error))
+    if (!line.open(host, pluginPath, &error))
         return failure(console, args, QStringLiteral("cpibcr: %1").arg(error), 1);
 
-    tool::Runner runner(args, host, console, simConfig.get());
+    tool::Runner runner(args, host, console, simConfig);
     try {
         return runner.run();
     } catch (const tool::UsageError& e) {

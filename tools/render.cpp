@@ -1,16 +1,22 @@
 #include "render.h"
 
-#include "amount.h"
 #include "arguments.h"
 #include "report.h"
 
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 
 #include <QJsonArray>
 #include <QStringList>
 
 namespace tool {
+
+using hostkit::counterKey;
+using hostkit::formatAmount;
+using hostkit::modeKey;
+using hostkit::sumBreakdown;
 
 namespace {
 

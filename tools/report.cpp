@@ -1,12 +1,14 @@
 #include "report.h"
 
-#include "amount.h"
+#include "hostkit/amount.h"
 
 #include "cashcontrol/units.h"
 
 #include <algorithm>
 
 namespace tool {
+
+using hostkit::formatAmount;
 
 QString renderTable(const QStringList& headers, const QList<QStringList>& rows, const QVector<Align>& align)
 {
@@ -124,15 +126,6 @@ QString sumTable(const SumDetailed& sum)
     rows.append({QStringLiteral("total"), QString(), formatAmount(sum.sum())});
     return renderTable({QStringLiteral("denomination"), QStringLiteral("count"), QStringLiteral("sum")}, rows,
                        {Align::Right, Align::Right, Align::Right});
-}
-
-QString sumBreakdown(const SumDetailed& sum)
-{
-    QStringList items;
-    for (auto it = sum.denoms.begin(); it != sum.denoms.end(); ++it)
-        if (it.value() != 0)
-            items.append(QStringLiteral("%1 x %2").arg(formatAmount(it.key())).arg(it.value()));
-    return items.isEmpty() ? QStringLiteral("-") : items.join(QStringLiteral(", "));
 }
 
 QJsonObject sumJson(const SumDetailed& sum)

@@ -36,8 +36,6 @@ QJsonArray denomsJson(const QSet<unsigned int>& denoms);
 
 // One line per denomination with a non-zero count, the part not broken down, and the total.
 QString sumTable(const SumDetailed& sum);
-// "10.00 x 1, 5.00 x 2" (denominations with a non-zero count, ascending), or "-" when none.
-QString sumBreakdown(const SumDetailed& sum);
 // {"sum": minor, "denoms": [{"denom": d, "count": n}, ...], "rest": minor}
 QJsonObject sumJson(const SumDetailed& sum);
 

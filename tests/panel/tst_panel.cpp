@@ -3,10 +3,10 @@
 #include "panel/mainwindow.h"
 #include "panel/unitops.h"
 
+#include "hostkit/serialports.h"
 #include "sim/config.h"
 #include "sim/device.h"
 #include "sim/simulator.h"
-#include "tools/serialports.h"
 #include "trace/traceformat.h"
 
 #include <QCheckBox>
@@ -582,7 +582,7 @@ void TestPanel::logPaneShowsTheDriversLinesAtTheChosenLevel()
 void TestPanel::choosesThePortAndReportsAFailedConnection()
 {
     QComboBox* ports = child<QComboBox>("portBox");
-    const QList<tool::SerialPortEntry> machine = tool::availableSerialPorts();
+    const QList<hostkit::SerialPortEntry> machine = hostkit::availableSerialPorts();
     QCOMPARE(ports->count(), 1 + machine.size());
     QCOMPARE(ports->itemText(0), QStringLiteral("built-in simulator"));
     for (int i = 0; i < machine.size(); ++i)

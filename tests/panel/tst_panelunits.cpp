@@ -2,7 +2,7 @@
 
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
-#include "tools/report.h"
+#include "hostkit/amount.h"
 
 #include <QtTest>
 
@@ -247,11 +247,11 @@ void TestPanelUnits::partCoinsAsTheDriver()
 void TestPanelUnits::breakdownText()
 {
     SumDetailed sum;
-    QCOMPARE(tool::sumBreakdown(sum), QStringLiteral("-"));
+    QCOMPARE(hostkit::sumBreakdown(sum), QStringLiteral("-"));
     sum.denoms[500] = 1;
     sum.denoms[200] = 3;
     sum.denoms[1000] = 0;
-    QCOMPARE(tool::sumBreakdown(sum), QStringLiteral("2.00 x 3, 5.00 x 1"));
+    QCOMPARE(hostkit::sumBreakdown(sum), QStringLiteral("2.00 x 3, 5.00 x 1"));
 }
 
 QTEST_GUILESS_MAIN(TestPanelUnits)

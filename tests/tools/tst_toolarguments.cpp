@@ -1,4 +1,5 @@
-#include "tools/amount.h"
+#include "hostkit/amount.h"
+#include "hostkit/keys.h"
 #include "tools/arguments.h"
 
 #include "cashcontrol/ecashcontrol.h"
@@ -101,7 +102,7 @@ void TestToolArguments::parseAmount()
 
     long long value = -42;
     QString why;
-    QCOMPARE(tool::parseAmount(text, &value, &why), ok);
+    QCOMPARE(hostkit::parseAmount(text, &value, &why), ok);
     if (ok) {
         QCOMPARE(value, minor);
         QVERIFY(why.isEmpty());
@@ -114,7 +115,7 @@ void TestToolArguments::refusedAmountKeepsOutput()
 {
     long long value = 777;
     QString why;
-    QVERIFY(!tool::parseAmount(QStringLiteral("42949672.96"), &value, &why));
+    QVERIFY(!hostkit::parseAmount(QStringLiteral("42949672.96"), &value, &why));
     QCOMPARE(value, 777LL);
 }
 
@@ -137,15 +138,15 @@ void TestToolArguments::formatAmount()
 {
     QFETCH(qlonglong, minor);
     QFETCH(QString, text);
-    QCOMPARE(tool::formatAmount(minor), text);
+    QCOMPARE(hostkit::formatAmount(minor), text);
 }
 
 void TestToolArguments::amountRoundTrip()
 {
-    for (long long v : {0LL, 1LL, 99LL, 100LL, 101LL, 1550LL, 123456789LL, tool::maxAmount}) {
+    for (long long v : {0LL, 1LL, 99LL, 100LL, 101LL, 1550LL, 123456789LL, hostkit::maxAmount}) {
         long long back = -1;
         QString why;
-        QVERIFY2(tool::parseAmount(tool::formatAmount(v), &back, &why), qPrintable(why));
+        QVERIFY2(hostkit::parseAmount(hostkit::formatAmount(v), &back, &why), qPrintable(why));
         QCOMPARE(back, v);
     }
 }
@@ -154,14 +155,14 @@ void TestToolArguments::parseAmountList()
 {
     QList<long long> values;
     QString why;
-    QVERIFY(tool::parseAmountList(QStringLiteral("10,5, 0.50"), &values, &why));
+    QVERIFY(hostkit::parseAmountList(QStringLiteral("10,5, 0.50"), &values, &why));
     QCOMPARE(values, (QList<long long>{1000, 500, 50}));
 
     values = {1};
-    QVERIFY(!tool::parseAmountList(QStringLiteral("10,,5"), &values, &why));
+    QVERIFY(!hostkit::parseAmountList(QStringLiteral("10,,5"), &values, &why));
     QCOMPARE(why, QStringLiteral("an amount is required"));
     QCOMPARE(values, QList<long long>{1});
-    QVERIFY(!tool::parseAmountList(QStringLiteral("10,-5"), &values, &why));
+    QVERIFY(!hostkit::parseAmountList(QStringLiteral("10,-5"), &values, &why));
     QCOMPARE(why, QStringLiteral("amount \"-5\" is negative"));
 }
 
@@ -197,7 +198,7 @@ void TestToolArguments::parseOperation()
     QFETCH(int, operation);
     int value = -1;
     QString why;
-    QCOMPARE(tool::parseOperation(text, &value, &why), ok);
+    QCOMPARE(hostkit::parseOperation(text, &value, &why), ok);
     if (ok) {
         QCOMPARE(value, operation);
     } else {
@@ -227,23 +228,23 @@ void TestToolArguments::operationFamilies()
     QVERIFY(!tool::operationTakesAmount(ECashControl::ManualPickupAll));
     QVERIFY(!tool::operationTakesAmount(ECashControl::DispensePickupAll));
 
-    QCOMPARE(tool::operationKey(0x20000), QStringLiteral("manual-load"));
-    QCOMPARE(tool::operationKey(0x200), QStringLiteral("dispense-sum"));
-    QCOMPARE(tool::operationKey(0x1000), QStringLiteral("0x1000"));
+    QCOMPARE(hostkit::operationKey(0x20000), QStringLiteral("manual-load"));
+    QCOMPARE(hostkit::operationKey(0x200), QStringLiteral("dispense-sum"));
+    QCOMPARE(hostkit::operationKey(0x1000), QStringLiteral("0x1000"));
 }
 
 void TestToolArguments::parseMode()
 {
     int mode = -1;
     QString why;
-    QVERIFY(tool::parseMode(QStringLiteral("optimal"), &mode, &why));
+    QVERIFY(hostkit::parseMode(QStringLiteral("optimal"), &mode, &why));
     QCOMPARE(mode, int(ECashControl::Optimal));
-    QVERIFY(tool::parseMode(QStringLiteral("minimum"), &mode, &why));
+    QVERIFY(hostkit::parseMode(QStringLiteral("minimum"), &mode, &why));
     QCOMPARE(mode, int(ECashControl::Minimum));
-    QVERIFY(!tool::parseMode(QStringLiteral("fast"), &mode, &why));
+    QVERIFY(!hostkit::parseMode(QStringLiteral("fast"), &mode, &why));
     QCOMPARE(why, QStringLiteral("unknown change mode \"fast\" (optimal or minimum)"));
-    QCOMPARE(tool::modeKey(ECashControl::Optimal), QStringLiteral("optimal"));
-    QCOMPARE(tool::modeKey(ECashControl::Minimum), QStringLiteral("minimum"));
+    QCOMPARE(hostkit::modeKey(ECashControl::Optimal), QStringLiteral("optimal"));
+    QCOMPARE(hostkit::modeKey(ECashControl::Minimum), QStringLiteral("minimum"));
 }
 
 void TestToolArguments::commands_data()

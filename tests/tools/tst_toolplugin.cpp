@@ -1,4 +1,4 @@
-#include "tools/pluginlocator.h"
+#include "hostkit/pluginlocator.h"
 
 #include <QDir>
 #include <QFile>
@@ -18,14 +18,14 @@ private slots:
 
 void TestToolPlugin::candidatesInOrder()
 {
-    QCOMPARE(tool::pluginCandidates(QStringLiteral("/usr/bin"),
-                                    QStringLiteral("../lib/i386-linux-gnu/cpibcr/plugins/libcpibcr.so")),
+    QCOMPARE(hostkit::pluginCandidates(QStringLiteral("/usr/bin"),
+                                       QStringLiteral("../lib/i386-linux-gnu/cpibcr/plugins/libcpibcr.so")),
              (QStringList{QStringLiteral("/usr/lib/i386-linux-gnu/cpibcr/plugins/libcpibcr.so"),
                           QStringLiteral("/usr/plugins/libcpibcr.so")}));
-    QCOMPARE(tool::pluginCandidates(QStringLiteral("/src/build/tools"), QString()),
+    QCOMPARE(hostkit::pluginCandidates(QStringLiteral("/src/build/tools"), QString()),
              QStringList{QStringLiteral("/src/build/plugins/libcpibcr.so")});
     QVERIFY(
-        tool::pluginCandidates(QString(), QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")).isEmpty());
+        hostkit::pluginCandidates(QString(), QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")).isEmpty());
 }
 
 void TestToolPlugin::installedLocationWins()
@@ -42,8 +42,8 @@ void TestToolPlugin::installedLocationWins()
     QVERIFY(built.open(QIODevice::WriteOnly));
     built.close();
 
-    QCOMPARE(tool::locatePlugin(prefix.filePath(QStringLiteral("bin")),
-                                QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
+    QCOMPARE(hostkit::locatePlugin(prefix.filePath(QStringLiteral("bin")),
+                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
              installed.fileName());
 }
 
@@ -55,8 +55,8 @@ void TestToolPlugin::buildTreeWhenNotInstalled()
     QFile built(tree.filePath(QStringLiteral("plugins/libcpibcr.so")));
     QVERIFY(built.open(QIODevice::WriteOnly));
     built.close();
-    QCOMPARE(tool::locatePlugin(tree.filePath(QStringLiteral("tools")),
-                                QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
+    QCOMPARE(hostkit::locatePlugin(tree.filePath(QStringLiteral("tools")),
+                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
              built.fileName());
 }
 
@@ -65,11 +65,11 @@ void TestToolPlugin::nothingFound()
     QTemporaryDir empty;
     QVERIFY(empty.isValid());
     const QString relative = QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so");
-    QVERIFY(tool::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
     // A directory of that name is not a plug-in.
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("plugins/libcpibcr.so")));
-    QVERIFY(tool::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolPlugin)

@@ -1,4 +1,4 @@
-#include "tools/serialports.h"
+#include "hostkit/serialports.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -36,9 +36,9 @@ private:
     gid_t gid;
 };
 
-tool::SerialPortEntry usbAdapter()
+hostkit::SerialPortEntry usbAdapter()
 {
-    tool::SerialPortEntry e;
+    hostkit::SerialPortEntry e;
     e.name = QStringLiteral("ttyUSB0");
     e.location = QStringLiteral("/dev/ttyUSB0");
     e.description = QStringLiteral("FT232R USB UART");
@@ -51,9 +51,9 @@ tool::SerialPortEntry usbAdapter()
     return e;
 }
 
-tool::SerialPortEntry builtInPort()
+hostkit::SerialPortEntry builtInPort()
 {
-    tool::SerialPortEntry e;
+    hostkit::SerialPortEntry e;
     e.name = QStringLiteral("ttyS0");
     e.location = QStringLiteral("/dev/ttyS0");
     return e;
@@ -79,7 +79,7 @@ private slots:
 
 void TestToolPorts::table()
 {
-    QCOMPARE(tool::serialPortsTable({usbAdapter(), builtInPort()}).toUtf8(),
+    QCOMPARE(hostkit::serialPortsTable({usbAdapter(), builtInPort()}).toUtf8(),
              QByteArray("PORT          DESCRIPTION      MANUFACTURER  SERIAL    VID:PID\n"
                         "/dev/ttyUSB0  FT232R USB UART  FTDI          A1B2C3D4  0403:6001\n"
                         "/dev/ttyS0    -                -             -         -\n"));
@@ -87,12 +87,12 @@ void TestToolPorts::table()
 
 void TestToolPorts::emptyTable()
 {
-    QCOMPARE(tool::serialPortsTable({}).toUtf8(), QByteArray("no serial ports found\n"));
+    QCOMPARE(hostkit::serialPortsTable({}).toUtf8(), QByteArray("no serial ports found\n"));
 }
 
 void TestToolPorts::document()
 {
-    const QByteArray json = QJsonDocument(tool::serialPortsDocument({usbAdapter(), builtInPort()}))
+    const QByteArray json = QJsonDocument(hostkit::serialPortsDocument({usbAdapter(), builtInPort()}))
                                 .toJson(QJsonDocument::Compact);
     QCOMPARE(json, QByteArray("{\"command\":\"ports\",\"ports\":["
                               "{\"description\":\"FT232R USB UART\",\"manufacturer\":\"FTDI\","
@@ -106,9 +106,9 @@ void TestToolPorts::document()
 namespace {
 
 // The user kassa and /dev/ttyUSB0, which root owns and the group dialout may use.
-tool::PortAccess kassaOnDialoutPort()
+hostkit::PortAccess kassaOnDialoutPort()
 {
-    tool::PortAccess a;
+    hostkit::PortAccess a;
     a.path = QStringLiteral("/dev/ttyUSB0");
     a.owner = QStringLiteral("root");
     a.group = QStringLiteral("dialout");
@@ -121,8 +121,8 @@ tool::PortAccess kassaOnDialoutPort()
 
 void TestToolPorts::notInGroup()
 {
-    tool::PortAccess a = kassaOnDialoutPort();
-    QCOMPARE(tool::permissionDeniedMessage(a).toUtf8(),
+    hostkit::PortAccess a = kassaOnDialoutPort();
+    QCOMPARE(hostkit::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
                         "Only the group dialout may use the port, and the user kassa is not in it.\n"
                         "Fix: sudo usermod -a -G dialout kassa, then log out and in again."));
@@ -130,9 +130,9 @@ void TestToolPorts::notInGroup()
 
 void TestToolPorts::inGroupButNotInSession()
 {
-    tool::PortAccess a = kassaOnDialoutPort();
+    hostkit::PortAccess a = kassaOnDialoutPort();
     a.userInGroup = true;
-    QCOMPARE(tool::permissionDeniedMessage(a).toUtf8(),
+    QCOMPARE(hostkit::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
                         "The user kassa is in the group dialout that may use the port, but this session "
                         "started before that.\n"
@@ -141,13 +141,13 @@ void TestToolPorts::inGroupButNotInSession()
 
 void TestToolPorts::ownerOnly()
 {
-    tool::PortAccess a;
+    hostkit::PortAccess a;
     a.path = QStringLiteral("/dev/ttyUSB0");
     a.owner = QStringLiteral("root");
     a.group = QStringLiteral("root");
     a.groupMayReadWrite = false;
     a.user = QStringLiteral("kassa");
-    QCOMPARE(tool::permissionDeniedMessage(a).toUtf8(),
+    QCOMPARE(hostkit::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
                         "The port (owner root, group root) is not open to a group a user can join.\n"
                         "Fix: give serial ports to the group dialout with a udev rule (GROUP=\"dialout\", "

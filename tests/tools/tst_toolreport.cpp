@@ -1,3 +1,4 @@
+#include "hostkit/amount.h"
 #include "tools/report.h"
 
 #include "cashcontrol/units.h"
@@ -127,7 +128,7 @@ void TestToolReport::sumTable()
                                                "        5.00      2  10.00\n"
                                                "       10.00      1  10.00\n"
                                                "       total         20.00\n"));
-    QCOMPARE(tool::sumBreakdown(s), QStringLiteral("5.00 x 2, 10.00 x 1"));
+    QCOMPARE(hostkit::sumBreakdown(s), QStringLiteral("5.00 x 2, 10.00 x 1"));
 }
 
 void TestToolReport::sumTableWithRest()
@@ -142,7 +143,7 @@ void TestToolReport::sumTableWithRest()
 void TestToolReport::emptySum()
 {
     const SumDetailed s;
-    QCOMPARE(tool::sumBreakdown(s), QStringLiteral("-"));
+    QCOMPARE(hostkit::sumBreakdown(s), QStringLiteral("-"));
     QCOMPARE(tool::sumTable(s), QStringLiteral("denomination  count   sum\n"
                                                "       total         0.00\n"));
     QCOMPARE(QJsonDocument(tool::sumJson(s)).toJson(QJsonDocument::Compact),

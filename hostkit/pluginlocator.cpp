@@ -1,9 +1,10 @@
 #include "pluginlocator.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
-namespace tool {
+namespace hostkit {
 
 QStringList pluginCandidates(const QString& applicationDir, const QString& installedRelativePath)
 {
@@ -24,4 +25,14 @@ QString locatePlugin(const QString& applicationDir, const QString& installedRela
     return QString();
 }
 
-} // namespace tool
+QString findPlugin(QString* lookedFor)
+{
+    const QString dir = QCoreApplication::applicationDirPath();
+    const QString installed = QStringLiteral(CPIBCR_PLUGIN_RELATIVE_PATH);
+    const QString found = locatePlugin(dir, installed);
+    if (found.isEmpty())
+        *lookedFor = pluginCandidates(dir, installed).join(QStringLiteral(" and "));
+    return found;
+}
+
+} // namespace hostkit

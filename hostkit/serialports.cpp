@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace tool {
+namespace hostkit {
 
 namespace {
 
@@ -203,4 +203,4 @@ QString portRefusedMessage(const QString& path)
     return permissionDeniedMessage(portAccess(path));
 }
 
-} // namespace tool
+} // namespace hostkit

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "cashcontrol/sumdetailed.h"
+
 #include <QList>
 #include <QString>
 
-namespace tool {
+namespace hostkit {
 
 // The largest amount the device's 32-bit money fields hold, in minor units (42949672.95).
 constexpr long long maxAmount = 4294967295LL;
@@ -19,4 +21,7 @@ bool parseAmountList(const QString& text, QList<long long>* minor, QString* erro
 // Minor units as currency units with two decimals: 1550 -> "15.50", -5 -> "-0.05".
 QString formatAmount(long long minor);
 
-} // namespace tool
+// "10.00 x 1, 5.00 x 2" (denominations with a non-zero count, ascending), or "-" when none.
+QString sumBreakdown(const SumDetailed& sum);
+
+} // namespace hostkit

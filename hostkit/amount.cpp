@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-namespace tool {
+namespace hostkit {
 
 namespace {
 
@@ -81,4 +81,13 @@ QString formatAmount(long long minor)
         .arg(magnitude % 100, 2, 10, QLatin1Char('0'));
 }
 
-} // namespace tool
+QString sumBreakdown(const SumDetailed& sum)
+{
+    QStringList items;
+    for (auto it = sum.denoms.begin(); it != sum.denoms.end(); ++it)
+        if (it.value() != 0)
+            items.append(QStringLiteral("%1 x %2").arg(formatAmount(it.key())).arg(it.value()));
+    return items.isEmpty() ? QStringLiteral("-") : items.join(QStringLiteral(", "));
+}
+
+} // namespace hostkit

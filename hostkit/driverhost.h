@@ -14,7 +14,7 @@ class Simulator;
 struct Config;
 } // namespace sim
 
-namespace tool {
+namespace hostkit {
 
 // Does what a POS host does with the plug-in: loads it, asks its factory for a driver, hands
 // the driver a serial port object and configures the line. Without a port of its own it first
@@ -59,4 +59,4 @@ private:
     QString traceRecorder;
 };
 
-} // namespace tool
+} // namespace hostkit

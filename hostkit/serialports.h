@@ -4,7 +4,7 @@
 #include <QList>
 #include <QString>
 
-namespace tool {
+namespace hostkit {
 
 // One serial port of the machine as QSerialPortInfo describes it. A USB id of 0 means the
 // port has none (not a USB adapter).
@@ -52,4 +52,4 @@ QString permissionDeniedMessage(const PortAccess& access);
 // permissions, or held by another program when the permissions allow it.
 QString portRefusedMessage(const QString& path);
 
-} // namespace tool
+} // namespace hostkit

@@ -1,13 +1,13 @@
 #include "driverhost.h"
 
 #include "serialports.h"
-#include "simulator.h"
+#include "sim/simulator.h"
 
 #include <QMetaClassInfo>
 #include <QMetaObject>
 #include <QVariant>
 
-namespace tool {
+namespace hostkit {
 
 DriverHost::DriverHost() = default;
 
@@ -95,4 +95,4 @@ QString DriverHost::classInfo(const char* key) const
     return index < 0 ? QString() : QString::fromUtf8(meta->classInfo(index).value());
 }
 
-} // namespace tool
+} // namespace hostkit
