@@ -17,7 +17,7 @@ QList<QByteArray> repeat(const QByteArray& frame, int times)
     return out;
 }
 
-class RecordingChanger : public TestChanger
+class SpyChanger : public RecordingChanger
 {
 public:
     QStringList calls;
@@ -47,7 +47,7 @@ class TestSupervision : public QObject
 {
     Q_OBJECT
 private slots:
-    void cleanup() { TestChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void checkErrorWithoutFaultBitsAsksOnlyTheRegister();
     void warningWithNonFatalStatusOnlyLogs();
@@ -88,7 +88,7 @@ void TestSupervision::checkErrorWithoutFaultBitsAsksOnlyTheRegister()
     rig.changer.checkError();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
     QVERIFY(significant(log).isEmpty());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::warningWithNonFatalStatusOnlyLogs()
@@ -101,7 +101,7 @@ void TestSupervision::warningWithNonFatalStatusOnlyLogs()
     rig.changer.checkError();
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122), req(232)}));
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Хоппер 3, заклинивание")});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QVERIFY(rig.changer.pendingError().isEmpty());
 }
 
@@ -112,14 +112,10 @@ void TestSupervision::warningBecomesFaultWhenTheStatusIsFatal()
     rig.model.setErrorStatus(1, 101);
     rig.model.setSelfcheck(0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет, заклинивание"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Приемник монет, заклинивание"));
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет, заклинивание")});
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestSupervision::warningBecomesFaultWhenTheSelfcheckIsFatal()
@@ -128,13 +124,9 @@ void TestSupervision::warningBecomesFaultWhenTheSelfcheckIsFatal()
     rig.model.setActivity(4096 | 16);
     rig.model.setErrorStatus(2, 1);
     rig.model.setSelfcheck(51, 1);
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Открыта дверь в устройстве поштучной подачи"));
-    }
-    QVERIFY(TestChanger::resetPending());
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Открыта дверь в устройстве поштучной подачи"));
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestSupervision::warningPrefersTheSelfcheckMessage()
@@ -146,7 +138,7 @@ void TestSupervision::warningPrefersTheSelfcheckMessage()
     testsupport::LogCapture log;
     rig.changer.checkError();
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Ошибка датчика валидации")});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::flaggedFaultWithoutReportedErrorIsIgnored()
@@ -159,7 +151,7 @@ void TestSupervision::flaggedFaultWithoutReportedErrorIsIgnored()
     rig.changer.checkError();
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122)}));
     QVERIFY(significant(log).isEmpty());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::faultBitRaisesTheStatusMessage()
@@ -169,15 +161,11 @@ void TestSupervision::faultBitRaisesTheStatusMessage()
     rig.model.setErrorStatus(4, 4);
     rig.model.setSelfcheck(0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 4 неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Хоппер 4 неисправен"));
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122), req(232)}));
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Хоппер 4 неисправен")});
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
     QVERIFY(rig.changer.pendingError().isEmpty());
 }
 
@@ -187,29 +175,21 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
     rig.model.setActivity(16);
     rig.model.setErrorStatus(1, 104);
     rig.model.setSelfcheck(35, 2);
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Приемник монет неисправен"));
     QCOMPARE(rig.changer.pendingError(), QStringLiteral("Приемник монет неисправен"));
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     // the device no longer reports anything; the delayed error still comes first
     rig.model.setActivity(0);
     rig.serial.writes.clear();
     testsupport::LogCapture log;
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Приемник монет неисправен"));
     QVERIFY(rig.serial.writes.isEmpty());
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет неисправен")});
     QVERIFY(rig.changer.pendingError().isEmpty());
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     // the call after: the reset sequence, then the ordinary state check
     log.clear();
@@ -218,7 +198,7 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
     rig.changer.checkState();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Выполняется сброс"),
                                             QStringLiteral("INFO Проверка состояния устройства"),
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
@@ -238,16 +218,12 @@ void TestSupervision::delayedWarningIsStillRaisedByTheNextStateCheck()
     testsupport::LogCapture log;
     rig.changer.checkError();
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Приемник монет, заклинивание")});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     rig.serial.writes.clear();
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет, заклинивание"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Приемник монет, заклинивание"));
     QVERIFY(rig.serial.writes.isEmpty());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
@@ -256,17 +232,12 @@ void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
     rig.model.setActivity(16);
     rig.model.on(122, QByteArray(), DeviceModel::nak());
     QVERIFY_EXCEPTION_THROWN(rig.changer.checkError(), CcTalk::NakException);
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 
     rig.model.setErrorStatus(1, 104);
     rig.model.on(232, QByteArray(), DeviceModel::silent());
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
-    }
-    QVERIFY(!TestChanger::resetPending());
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::waitReturnsAtOnceWhenTheBitIsClear()
@@ -285,12 +256,9 @@ void TestSupervision::waitWithNoPollsTimesOutAtOnce()
     Rig rig;
     rig.model.setActivity(8);
     testsupport::LogCapture log;
-    try {
-        rig.changer.waitNotState(8, 0, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>(
+                 [&] { rig.changer.waitNotState(8, 0, QStringLiteral("завершения выдачи монет"), true); }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
     QVERIFY(rig.changer.sleeps.isEmpty());
     QCOMPARE(significant(log),
@@ -302,12 +270,9 @@ void TestSupervision::waitWithNegativePollsTimesOutAtOnce()
 {
     Rig rig;
     rig.model.setActivity(4);
-    try {
-        rig.changer.waitNotState(4, -5, QStringLiteral("завершения приема монет"), false);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения приема монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>(
+                 [&] { rig.changer.waitNotState(4, -5, QStringLiteral("завершения приема монет"), false); }),
+             QStringLiteral("Таймаут ожидания завершения приема монет"));
     QCOMPARE(rig.serial.writes.size(), 1);
     QVERIFY(rig.changer.sleeps.isEmpty());
 }
@@ -317,12 +282,9 @@ void TestSupervision::waitTimesOutAfterItsPolls()
     Rig rig;
     rig.model.setActivity(8);
     testsupport::LogCapture log;
-    try {
-        rig.changer.waitNotState(8, 3, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>(
+                 [&] { rig.changer.waitNotState(8, 3, QStringLiteral("завершения выдачи монет"), true); }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     // first read, then per poll the fault check and the next read
     QCOMPARE(rig.serial.writes, repeat(req(123), 7));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000, 1000}));
@@ -341,7 +303,7 @@ void TestSupervision::waitWithoutErrorChecks()
         CcTalk::Exception);
     QCOMPARE(rig.serial.writes, repeat(req(123), 4));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000, 1000}));
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::waitEndsWhenTheBitClearsOnTheLastPoll()
@@ -359,12 +321,9 @@ void TestSupervision::waitEndsOnAFault()
     rig.model.setActivitySequence({8, 8, 8 | 16});
     rig.model.setErrorStatus(2, 2);
     rig.model.setSelfcheck(0, 0);
-    try {
-        rig.changer.waitNotState(8, 300, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 2, заклинивание"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>(
+                 [&] { rig.changer.waitNotState(8, 300, QStringLiteral("завершения выдачи монет"), true); }),
+             QStringLiteral("Хоппер 2, заклинивание"));
     QCOMPARE(rig.serial.writes,
              QList<QByteArray>({req(123), req(123), req(123), req(123), req(122), req(232)}));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
@@ -378,12 +337,12 @@ void TestSupervision::resetOnlyWhenFlagged()
     QVERIFY(rig.serial.writes.isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
 
-    TestChanger::setResetPending(true);
+    RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.resetIfNeeded();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)});
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Выполняется сброс")});
 }
 
@@ -391,13 +350,13 @@ void TestSupervision::failedResetIsTriedAgain()
 {
     Rig rig;
     rig.model.onReplies(1, QByteArray(), {DeviceModel::nak(), DeviceModel::data(QByteArray())});
-    TestChanger::setResetPending(true);
+    RecordingChanger::setResetPending(true);
     QVERIFY_EXCEPTION_THROWN(rig.changer.resetIfNeeded(), CcTalk::NakException);
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
     QVERIFY(rig.changer.sleeps.isEmpty());
     rig.changer.resetIfNeeded();
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(1), req(1)}));
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
 }
 
@@ -409,14 +368,14 @@ void TestSupervision::resetFlagIsClassWide()
     first.model.setErrorStatus(1, 252);
     first.model.setSelfcheck(0, 0);
     QVERIFY_EXCEPTION_THROWN(first.changer.checkError(), CcTalk::Exception);
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     second.model.setActivity(0);
     second.model.on(1, QByteArray(), QByteArray());
     second.model.on(254, QByteArray(), QByteArray());
     second.changer.checkState();
     QCOMPARE(second.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 
     first.serial.writes.clear();
     first.changer.resetIfNeeded();
@@ -467,12 +426,8 @@ void TestSupervision::stateCheckPayoutTimeout()
     Rig rig;
     rig.model.setActivitySequence({0, 8});
     rig.model.on(254, QByteArray(), QByteArray());
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 300);
     QCOMPARE(rig.changer.sleeps.count(1000), 300);
     // poll, initialisation read, acceptance read, first payout read, then two reads per poll
@@ -481,7 +436,7 @@ void TestSupervision::stateCheckPayoutTimeout()
 
 void TestSupervision::stateCheckCallsItsStepsVirtually()
 {
-    RecordingChanger changer;
+    SpyChanger changer;
     testsupport::FakeSerialDevice serial;
     DeviceModel model;
     changer.setAddress(55);
@@ -504,14 +459,10 @@ void TestSupervision::stateCheckRaisesAFault()
     rig.model.on(254, QByteArray(), QByteArray());
     rig.model.setErrorStatus(1, 252);
     rig.model.setSelfcheck(0, 0);
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Кэшбокс отсутствует"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Кэшбокс отсутствует"));
     QCOMPARE(rig.serial.writes, quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 QTEST_GUILESS_MAIN(TestSupervision)

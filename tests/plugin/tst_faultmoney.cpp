@@ -38,16 +38,15 @@ struct SimRig
 {
     explicit SimRig(const sim::Config& config = sim::Config::defaults()) : line(config)
     {
-        RecordingChanger::clearResetRequest();
-        driver.recorder->setClock([this] { return line.now(); });
-        driver.recorder->onPause = [this](int msecs) { line.advance(msecs); };
+        RecordingChanger::setResetPending(false);
+        driver.recorder->runOn(line);
         driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
         driver.init();
         driver.connect();
         QObject::connect(&driver, &hw::BasicCashControl::received,
                          [this](SumDetailed sum) { reports << sum; });
     }
-    ~SimRig() { RecordingChanger::clearResetRequest(); }
+    ~SimRig() { RecordingChanger::setResetPending(false); }
 
     sim::Device& device() { return line.device(); }
     void runPolls(qint64 msecs) { line.runTimer(driver.recorder->timer(), msecs); }
@@ -86,7 +85,7 @@ struct SimRig
     }
 
     testsupport::SimLine line;
-    TestDriver driver;
+    RecordingDriver driver;
     QList<SumDetailed> reports;
 };
 
@@ -146,7 +145,7 @@ class TestFaultMoney : public QObject
     Q_OBJECT
 
 private slots:
-    void cleanup() { RecordingChanger::clearResetRequest(); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void hopperJamWhileAccepting();
     void lostPollAnswerWhileAccepting();
@@ -270,7 +269,7 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
     rig.device().insertCoin(4);
     rig.device().flagHopperJam(2);
     rig.runPolls(250);
-    QVERIFY(RecordingChanger::resetRequested());
+    QVERIFY(RecordingChanger::resetPending());
     rig.line.advance(1000);
 
     // The host starts a new session instead of stopping the old one.
@@ -349,7 +348,7 @@ void TestFaultMoney::payLargerThanBothHoldMovesNothing()
     // 7 x 10.00 + 3 x 5.00 + 3 x 2.00 = 91.00 in all.
     for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
         QVERIFY(!rig.driver.cashOutCheck(mode, 9200));
-        QCOMPARE(failureOf([&] { rig.driver.cashOut(mode, 9200); }),
+        QCOMPARE(thrownText([&] { rig.driver.cashOut(mode, 9200); }),
                  QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
     }
     QCOMPARE(rig.moves(), 0);
@@ -377,7 +376,7 @@ void TestFaultMoney::jamMidwayThroughAPayout()
         }
     });
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
     QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("010A")});
     QCOMPARE(rig.device().auditCounter(80, 1) - before.value(1), 4u);
@@ -393,7 +392,7 @@ void TestFaultMoney::lostPayoutAnswer()
     const QMap<int, quint32> before = paidNow(rig.device());
     rig.line.dropAnswersTo(85, 1);
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1800); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 1800); }),
              QStringLiteral("Монетоприемник: Нет связи"));
     QCOMPARE(rig.line.countHeader(85), 1);
     QCOMPARE(rig.device().coinsQueuedForPayout(), 0);
@@ -413,7 +412,7 @@ void TestFaultMoney::jamMidwayThroughAPickup()
         }
     });
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupSum, 1000);
              }),
              QStringLiteral("Монетоприемник: Хоппер 3, заклинивание"));

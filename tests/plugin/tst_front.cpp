@@ -45,8 +45,8 @@ class TestFront : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { RecordingChanger::clearResetRequest(); }
-    void cleanup() { RecordingChanger::clearResetRequest(); }
+    void init() { RecordingChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void classInformationByteForByte();
     void methodsAndProperty();
@@ -158,7 +158,7 @@ void TestFront::baseMetaObject()
 
 void TestFront::castsByName()
 {
-    TestDriver driver;
+    RecordingDriver driver;
     QVERIFY(driver.qt_metacast("hw::CpiBcrCashControl"));
     QVERIFY(driver.qt_metacast("hw::BasicCashControl"));
     hw::AbstractCashControl* viaIid =
@@ -172,7 +172,7 @@ void TestFront::castsByName()
 
 void TestFront::describesACoinDevice()
 {
-    TestDriver driver;
+    RecordingDriver driver;
     QCOMPARE(driver.getType(), 1);
     QCOMPARE(driver.getTypeName(), QStringLiteral("coins"));
     QCOMPARE(driver.name(), QStringLiteral("Монетоприемник"));
@@ -185,7 +185,7 @@ void TestFront::describesACoinDevice()
 
 void TestFront::constructionSetsUpChangerAndTimer()
 {
-    TestDriver driver;
+    RecordingDriver driver;
     CcTalk::Changer* changer = driver.device();
     QCOMPARE(changer, driver.recorder);
     QCOMPARE(changer->parent(), &driver);
@@ -251,7 +251,7 @@ void TestFront::factoryMakesDistinctDriversWithoutParent()
 
 void TestFront::serialObjectTakesTheSerialInterface()
 {
-    TestDriver driver;
+    RecordingDriver driver;
     const QVariant none = driver.property("serialObj");
     QCOMPARE(none.userType(), int(QMetaType::QObjectStar));
     QVERIFY(!none.value<QObject*>());
@@ -265,7 +265,7 @@ void TestFront::serialObjectTakesTheSerialInterface()
     QCOMPARE(back.value<QObject*>(), static_cast<QObject*>(&line));
 
     // A pointer of the derived type converts to QObject* as well.
-    TestDriver other;
+    RecordingDriver other;
     other.setSerialObject(QVariant::fromValue(&line));
     QCOMPARE(other.serialDevice(), static_cast<hw::AbstractSerialDevice*>(&line));
 }
@@ -278,13 +278,13 @@ void TestFront::serialObjectRejectsEverythingElse()
                                     QVariant::fromValue<QObject*>(&notSerial),
                                     QVariant::fromValue<QObject*>(nullptr)};
     for (const QVariant& value : values) {
-        TestDriver driver;
+        RecordingDriver driver;
         driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
         driver.setSerialObject(value);
         QVERIFY(!driver.serialDevice());
         QVERIFY(!driver.device()->getSerial());
         QVERIFY(!driver.property("serialObj").value<QObject*>());
-        QCOMPARE(failureOf([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
+        QCOMPARE(thrownText([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
     }
     QVERIFY(line.writes.isEmpty());
     QVERIFY(line.settings.isEmpty());
@@ -294,7 +294,7 @@ void TestFront::initWithoutSerialDeviceHasNoEffect()
 {
     LogCapture log;
     testsupport::FakeSerialDevice line;
-    TestDriver driver;
+    RecordingDriver driver;
     // A device that was set and then taken away again must not be configured.
     driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
     QVERIFY(driver.serialDevice());
@@ -311,7 +311,7 @@ void TestFront::initConfiguresTheLineInOrder()
 {
     LogCapture log;
     testsupport::FakeSerialDevice line;
-    TestDriver driver;
+    RecordingDriver driver;
     driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
     QVERIFY(QMetaObject::invokeMethod(&driver, "init"));
     QCOMPARE(line.settings, QStringList({QStringLiteral("baud=115200"), QStringLiteral("data=8"),
@@ -327,20 +327,15 @@ void TestFront::initConfiguresTheLineInOrder()
 void TestFront::connectWithoutPortFails()
 {
     LogCapture log;
-    TestDriver driver;
-    QCOMPARE(failureOf([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
+    RecordingDriver driver;
+    QCOMPARE(thrownText([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
     QCOMPARE(linesOf(log, QStringLiteral("cpibcr")),
              QStringList({QStringLiteral("INFO Инициализация устройства"),
                           QStringLiteral("ERROR Не настроен порт")}));
     QCOMPARE(log.lines().size(), 2);
 
     // The host's C-string codec is UTF-8: the exception carries those bytes.
-    try {
-        driver.connect();
-        QFAIL("connect() without a port returned");
-    } catch (const CashControlExc& e) {
-        QCOMPARE(QByteArray(e.what()), QStringLiteral("Монетоприемник: Не настроен порт").toUtf8());
-    }
+    QCOMPARE(thrownText([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
 }
 
 void TestFront::connectIdentifiesAndDiscovers()
@@ -374,9 +369,9 @@ void TestFront::connectPassesLinkFailureOnWithoutLoggingAgain()
 {
     LogCapture log;
     testsupport::FakeSerialDevice silent;
-    TestDriver driver;
+    RecordingDriver driver;
     driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&silent));
-    QCOMPARE(failureOf([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Нет связи"));
+    QCOMPARE(thrownText([&] { driver.connect(); }), QStringLiteral("Монетоприемник: Нет связи"));
     // Five attempts of the first command, each logged by the link; nothing more.
     QCOMPARE(silent.writes.size(), 5);
     const QString lost = QStringLiteral("Нет связи");
@@ -389,7 +384,7 @@ void TestFront::nakReachesHostWithName()
     Rig rig;
     rig.model.nakHeaders = {254};
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.connect(); }),
+    QCOMPARE(thrownText([&] { rig.driver.connect(); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList({QStringLiteral("Ошибка выполнения команды")}));
     QCOMPARE(rig.model.count(254), 1);
@@ -408,7 +403,7 @@ void TestFront::checkStateWithDeviceFault()
     rig.model.errorModule = 1;
     rig.model.errorCode = 2;
     log.clear();
-    QCOMPARE(failureOf([&] { rig.driver.checkState(); }),
+    QCOMPARE(thrownText([&] { rig.driver.checkState(); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList({QStringLiteral("Хоппер 1, заклинивание")}));
 }
@@ -443,13 +438,13 @@ void TestFront::cashInStopReconnectsFirst()
     QCOMPARE(rig.model.dataOf(231), QList<QByteArray>({testsupport::hex("0000")}));
 
     rig.model.nakHeaders = {231};
-    QCOMPARE(failureOf([&] { rig.driver.cashInStop(); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashInStop(); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
 }
 
 void TestFront::changerSignalsAreForwarded()
 {
-    TestDriver driver;
+    RecordingDriver driver;
     QSignalSpy received(&driver, &hw::BasicCashControl::received);
     QSignalSpy errors(&driver, &hw::BasicCashControl::error);
     SumDetailed sum;
@@ -519,7 +514,7 @@ void TestFront::maintenanceInfoOfUnknownUnit()
     Rig rig;
     rig.connectDevice();
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.maintenanceInfo(QStringLiteral("Hopper1")); }),
+    QCOMPARE(thrownText([&] { rig.driver.maintenanceInfo(QStringLiteral("Hopper1")); }),
              QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(log.formatted(),
              QStringList({QStringLiteral("INFO Получение информации о тех. обслуживании для модуля Hopper1"),
@@ -568,7 +563,7 @@ void TestFront::maintenanceDone()
     QCOMPARE(rig.model.hoppers.at(0).dispensed, 0u);
 
     rig.model.nakHeaders = {87};
-    QCOMPARE(failureOf([&] { rig.driver.maintenanceDone(QStringLiteral("hopper1")); }),
+    QCOMPARE(thrownText([&] { rig.driver.maintenanceDone(QStringLiteral("hopper1")); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
 }
 

@@ -36,8 +36,8 @@ class TestMovements : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { RecordingChanger::clearResetRequest(); }
-    void cleanup() { RecordingChanger::clearResetRequest(); }
+    void init() { RecordingChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void cashOutCheckTrueOnlyForExactMatch();
     void cashOutCheckFailsOnDeviceFault();
@@ -120,7 +120,7 @@ void TestMovements::cashOutCheckFailsOnDeviceFault()
     rig.model.errorModule = 1;
     rig.model.errorCode = 2;
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOutCheck(ECashControl::Optimal, 1500); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOutCheck(ECashControl::Optimal, 1500); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Хоппер 1, заклинивание"));
     QCOMPARE(rig.model.count(117), 0);
@@ -184,7 +184,7 @@ void TestMovements::cashOutImpossibleSumPaysNothing()
     Rig rig;
     rig.connectDevice();
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Optimal, 1550); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, 1550); }),
              QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Невозможно выдать сумму"));
     QCOMPARE(significant(log).first(), QStringLiteral("INFO Выдача монет 15.50, режим оптимальный"));
@@ -198,7 +198,7 @@ void TestMovements::cashOutPaidMore()
     rig.connectDevice();
     rig.model.payoutError = 1;
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
              QStringLiteral("Монетоприемник: Выдано больше монет"));
     QVERIFY(significant(log).contains(QStringLiteral("WARN Выдано 25.00. номиналы: 5.00 x 1, 10.00 x 2")));
     QCOMPARE(errorsLogged(log), QStringLiteral("Выдано больше монет"));
@@ -211,7 +211,7 @@ void TestMovements::cashOutPaidLess()
     rig.connectDevice();
     rig.model.payoutError = -1;
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
              QStringLiteral("Монетоприемник: Недостаточно монет для выдачи"));
     QVERIFY(significant(log).contains(QStringLiteral("WARN Выдано 5.00. номиналы: 5.00 x 1")));
     QCOMPARE(errorsLogged(log), QStringLiteral("Недостаточно монет для выдачи"));
@@ -224,7 +224,7 @@ void TestMovements::cashOutLinkFailureLoggedOnce()
     rig.connectDevice();
     rig.model.nakHeaders = {85};
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 1500); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Ошибка выполнения команды"));
     QCOMPARE(rig.model.count(85), 1);
@@ -240,14 +240,15 @@ void TestMovements::cashOutNegativeSendsNothing()
     for (long long amount : {-1LL, -500LL, std::numeric_limits<long long>::min()}) {
         for (ECashControl::ChangeMode mode : {ECashControl::Optimal, ECashControl::Minimum}) {
             LogCapture log;
-            QCOMPARE(failureOf([&] { rig.driver.cashOut(mode, amount); }),
+            QCOMPARE(thrownText([&] { rig.driver.cashOut(mode, amount); }),
                      QStringLiteral("Монетоприемник: Некорректная сумма"));
             QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
         }
     }
     QVERIFY(rig.line.writes.isEmpty());
     LogCapture log;
-    failureOf([&] { rig.driver.cashOut(ECashControl::Optimal, -500); });
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, -500); }),
+             QStringLiteral("Монетоприемник: Некорректная сумма"));
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Выдача монет -5.00, режим оптимальный"),
                                             QStringLiteral("ERROR Некорректная сумма")}));
 }
@@ -259,7 +260,7 @@ void TestMovements::cashOutPatternTooLongForOneFrame()
     rig.connectDevice();
     // 10 + 20 + 19800 coins: the hopper3 share alone needs 78 pairs of bytes.
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 2000000); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 2000000); }),
              QStringLiteral("Монетоприемник: Некорректная сумма"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
     QCOMPARE(movingCommands(rig.model), 0);
@@ -289,7 +290,7 @@ void TestMovements::loanOtherOperationOnlyChecks()
 
     log.clear();
     rig.forget();
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.loan(QStringLiteral("hopper1"), ECashControl::UnitOperation(0x20001), 1000);
              }),
              QStringLiteral("Монетоприемник: Операция не поддерживается"));
@@ -304,12 +305,12 @@ void TestMovements::loanUnknownUnit()
     rig.connectDevice();
     LogCapture log;
     QCOMPARE(
-        failureOf([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::LoadMainAcceptor, 0); }),
+        thrownText([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::LoadMainAcceptor, 0); }),
         QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Модуль не найден"));
     // The unit is looked up before the device is asked anything.
     QVERIFY(rig.line.writes.isEmpty());
-    QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::ManualLoad, 100); }),
+    QCOMPARE(thrownText([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::ManualLoad, 100); }),
              QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(movingCommands(rig.model), 0);
 }
@@ -350,7 +351,7 @@ void TestMovements::loanManualAbove65535Refused()
          {(65535LL - 50 + 1) * 100, 65536LL * 100, 6553600LL * 100, std::numeric_limits<long long>::max()}) {
         LogCapture log;
         QCOMPARE(
-            failureOf([&] { rig.driver.loan(QStringLiteral("hopper3"), ECashControl::ManualLoad, amount); }),
+            thrownText([&] { rig.driver.loan(QStringLiteral("hopper3"), ECashControl::ManualLoad, amount); }),
             QStringLiteral("Монетоприемник: Некорректная сумма"));
         QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
     }
@@ -363,7 +364,7 @@ void TestMovements::loanManualIntoCashboxRefused()
     Rig rig;
     rig.connectDevice();
     LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("cashbox"), ECashControl::ManualLoad, 1000); }),
+    QCOMPARE(thrownText([&] { rig.driver.loan(QStringLiteral("cashbox"), ECashControl::ManualLoad, 1000); }),
              QStringLiteral("Монетоприемник: Операция не поддерживается"));
     QCOMPARE(errorsLogged(log), QStringLiteral("Операция не поддерживается"));
     QVERIFY(rig.line.writes.isEmpty());
@@ -375,7 +376,7 @@ void TestMovements::loanNegativeSendsNothing()
     rig.connectDevice();
     for (ECashControl::UnitOperation op : {ECashControl::ManualLoad, ECashControl::LoadMainAcceptor}) {
         LogCapture log;
-        QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("hopper1"), op, -1000); }),
+        QCOMPARE(thrownText([&] { rig.driver.loan(QStringLiteral("hopper1"), op, -1000); }),
                  QStringLiteral("Монетоприемник: Некорректная сумма"));
         QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
     }
@@ -448,7 +449,7 @@ void TestMovements::pickupSumByHandFromCashboxRefused()
     rig.connectDevice();
     for (ECashControl::UnitOperation op : {ECashControl::ManualPickupSum, ECashControl::DispensePickupSum}) {
         LogCapture log;
-        QCOMPARE(failureOf([&] { rig.driver.pickup(QStringLiteral("cashbox"), op, 1000); }),
+        QCOMPARE(thrownText([&] { rig.driver.pickup(QStringLiteral("cashbox"), op, 1000); }),
                  QStringLiteral("Монетоприемник: Операция не поддерживается"));
         QCOMPARE(errorsLogged(log), QStringLiteral("Операция не поддерживается"));
     }
@@ -498,7 +499,7 @@ void TestMovements::pickupSumThroughDispenserShortOrOver()
     rig.connectDevice();
     rig.model.payoutError = -1;
     LogCapture log;
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum, 1500);
              }),
              QStringLiteral("Монетоприемник: Недостаточно монет для выдачи"));
@@ -507,7 +508,7 @@ void TestMovements::pickupSumThroughDispenserShortOrOver()
              QStringList{QStringLiteral("WARN Выдано 10.00. номиналы: 5.00 x 2")});
     rig.model.payoutError = 1;
     log.clear();
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum, 1500);
              }),
              QStringLiteral("Монетоприемник: Выдано больше монет"));
@@ -525,7 +526,7 @@ void TestMovements::pickupSumThroughDispenserBounds()
     const long long wraps = 500LL * (4294967296LL + 3);
     for (long long amount : {wraps, 500LL * 20000, std::numeric_limits<long long>::max()}) {
         LogCapture log;
-        QCOMPARE(failureOf([&] {
+        QCOMPARE(thrownText([&] {
                      rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum, amount);
                  }),
                  QStringLiteral("Монетоприемник: Некорректная сумма"));
@@ -550,7 +551,7 @@ void TestMovements::pickupOtherOperationDoesNothing()
     QCOMPARE(result.rest, 0LL);
     QCOMPARE(movingCommands(rig.model), 0);
     QCOMPARE(
-        failureOf([&] { rig.driver.pickup(QStringLiteral("hopper7"), ECashControl::ManualPickupAll, 0); }),
+        thrownText([&] { rig.driver.pickup(QStringLiteral("hopper7"), ECashControl::ManualPickupAll, 0); }),
         QStringLiteral("Монетоприемник: Модуль не найден"));
     QCOMPARE(movingCommands(rig.model), 0);
 }
@@ -563,7 +564,7 @@ void TestMovements::pickupNegativeSendsNothing()
          {ECashControl::ManualPickupAll, ECashControl::ManualPickupSum, ECashControl::DispensePickupAll,
           ECashControl::DispensePickupSum}) {
         LogCapture log;
-        QCOMPARE(failureOf([&] { rig.driver.pickup(QStringLiteral("hopper2"), op, -500); }),
+        QCOMPARE(thrownText([&] { rig.driver.pickup(QStringLiteral("hopper2"), op, -500); }),
                  QStringLiteral("Монетоприемник: Некорректная сумма"));
         QCOMPARE(significant(log).last(), QStringLiteral("ERROR Некорректная сумма"));
         QCOMPARE(log.texts(QStringLiteral("ERROR")).size(), 1);
@@ -588,7 +589,7 @@ void TestMovements::counterOfAcceptedCoins()
     QCOMPARE(rig.model.dataOf(86), QList<QByteArray>({hex("4601"), hex("4602"), hex("4603"), hex("4604")}));
 
     rig.model.nakHeaders = {86};
-    QCOMPARE(failureOf([&] { rig.driver.getCounter(ECashControl::Accepted); }),
+    QCOMPARE(thrownText([&] { rig.driver.getCounter(ECashControl::Accepted); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
 }
 
@@ -642,7 +643,7 @@ void TestMovements::loanOfPartOfACoinSendsNothing()
     for (long long amount : {1500LL, 999LL, 1LL}) {
         LogCapture log;
         QCOMPARE(
-            failureOf([&] { rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, amount); }),
+            thrownText([&] { rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, amount); }),
             QStringLiteral("Монетоприемник: Некорректная сумма"));
         QCOMPARE(errorsLogged(log), QStringLiteral("Некорректная сумма"));
     }
@@ -690,7 +691,7 @@ void TestMovements::pickupOfPartOfACoinThroughDispenserSendsNothing()
     rig.connectDevice();
     for (long long amount : {2500LL, 1700LL, 1LL}) {
         LogCapture log;
-        QCOMPARE(failureOf([&] {
+        QCOMPARE(thrownText([&] {
                      rig.driver.pickup(QStringLiteral("hopper1"), ECashControl::DispensePickupSum, amount);
                  }),
                  QStringLiteral("Монетоприемник: Некорректная сумма"));
@@ -725,7 +726,7 @@ void TestMovements::operationsTheUnitDoesNotOfferSendNothing()
     rig.connectDevice();
     const auto op = ECashControl::UnitOperation(operation);
     LogCapture log;
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  if (pickup)
                      rig.driver.pickup(unit, op, 1000);
                  else

@@ -1,7 +1,5 @@
 #include "soak.h"
 
-#include "soakdriver.h"
-
 #include "cashcontrol/cashcontrolexc.h"
 #include "cashcontrol/ecashcontrol.h"
 #include "host/serialport.h"
@@ -9,6 +7,7 @@
 #include "sim/simulator.h"
 #include "support/logcapture.h"
 #include "support/ptyrig.h"
+#include "support/recordingdriver.h"
 #include "support/simline.h"
 
 #include <QCoreApplication>
@@ -672,7 +671,7 @@ bool Soak::run()
 
 void Soak::setUp()
 {
-    SoakChanger::clearResetRequest();
+    testsupport::RecordingChanger::setResetPending(false);
     log = std::make_unique<testsupport::LogCapture>();
     line = std::make_unique<testsupport::SimLine>(soakConfig());
     port = std::make_unique<SoakPort>(line.get());
@@ -690,8 +689,9 @@ void Soak::setUp()
 
 void Soak::makeDriver()
 {
-    changer = new SoakChanger(line.get());
-    driver = std::make_unique<SoakDriver>(changer);
+    changer = new testsupport::RecordingChanger;
+    changer->runOn(*line);
+    driver = std::make_unique<testsupport::RecordingDriver>(changer);
     QObject::connect(
         driver.get(), &hw::BasicCashControl::received, driver.get(), [this](const SumDetailed& sum) {
             if (inSession)
@@ -879,8 +879,7 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
     call.op = op;
     call.firstTransaction = line->transactions().size();
     const int logStart = log->lines().size();
-    const long long pausesBefore = changer->pauses;
-    const qint64 pausedBefore = changer->pausedMsecs;
+    changer->sleeps.clear();
     if (arm)
         armFaults();
     const long long noisyBefore = port->attemptsInNoise;
@@ -961,8 +960,8 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
             call.paidLines << lines.at(i).text;
     }
     lastCall.paidLines = call.paidLines;
-    const long long pauses = changer->pauses - pausesBefore;
-    const qint64 paused = changer->pausedMsecs - pausedBefore;
+    const int pauses = changer->sleeps.size();
+    const qint64 paused = changer->sleptMsecs();
     const long long noisy = port->attemptsInNoise - noisyBefore;
     call.boundMsecs = baseBoundMsecs + paused + lostAnswers * lostAnswerMsecs + noisy * noisyAttemptMsecs;
     check(call.msecs <= call.boundMsecs,
@@ -1137,7 +1136,7 @@ void Soak::accept(const StepPlan& plan)
         check(changer->isAccepting() && changer->isPolling(),
               QStringLiteral("cashInStart returned but the changer does not poll"));
         // Enabled: the positions of the recyclable denominations the host did not exclude.
-        QSet<unsigned int> wanted = changer->cachedAcceptable();
+        QSet<unsigned int> wanted = changer->acceptable();
         wanted.subtract(plan.excluded);
         const QMap<unsigned char, unsigned int> positions = changer->positions();
         for (auto it = positions.cbegin(); it != positions.cend(); ++it) {
@@ -1717,7 +1716,7 @@ void Soak::maintenance(const StepPlan& plan)
 void Soak::pump(int msecs)
 {
     // The host's event loop for that long: the changer's poll and the driver's state check.
-    line->runTimers({changer->pollTimerOf(), driver->checkTimerOf()}, msecs);
+    line->runTimers({changer->timer(), driver->checkTimer()}, msecs);
 }
 
 void Soak::check(bool condition, const QString& what)
