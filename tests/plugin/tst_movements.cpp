@@ -4,6 +4,8 @@
 
 #include <QtTest>
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 
 using namespace plugintest;
@@ -22,6 +24,25 @@ int movingCommands(const Recycler& model)
         n += model.count(header);
     }
     return n;
+}
+
+// The moving commands the model received, header byte first, in their order.
+QList<QByteArray> moves(const Recycler& model)
+{
+    QList<QByteArray> out;
+    for (const QByteArray& request : model.requests) {
+        if (std::find(std::begin(payoutHeaders), std::end(payoutHeaders), quint8(request.at(0))) !=
+            std::end(payoutHeaders))
+            out << request;
+    }
+    return out;
+}
+
+// Hopper counts 1 to 3, then the cashbox's sum.
+QList<long long> contents(const Recycler& model)
+{
+    return {model.hoppers.at(0).count, model.hoppers.at(1).count, model.hoppers.at(2).count,
+            static_cast<long long>(model.cashbox)};
 }
 
 QString errorsLogged(const LogCapture& log)
@@ -57,12 +78,9 @@ private slots:
     void loanManualUpTo65535();
     void loanManualStartsFromTheDeviceCount();
 
-    void pickupAllFromCashbox();
-    void pickupAllFromHopperByHand();
+    void pickup_data();
+    void pickup();
     void pickupSumLargerThanHopperTakesAll();
-    void pickupSumBelowOneCoinWritesUnchangedCount();
-    void pickupAllThroughDispenser();
-    void pickupSumThroughDispenser();
     void pickupOtherOperationDoesNothing();
     void pickupByHandStartsFromTheDeviceCount();
     void pickupAllFromCashboxReadsTheDeviceSum();
@@ -343,30 +361,69 @@ void TestMovements::loanManualUpTo65535()
     QCOMPARE(rig.model.hoppers.at(2).count, 65535);
 }
 
-void TestMovements::pickupAllFromCashbox()
+using Denoms = QMap<unsigned int, long long>;
+
+void TestMovements::pickup_data()
 {
+    QTest::addColumn<QString>("unit");
+    QTest::addColumn<int>("operation");
+    QTest::addColumn<qlonglong>("amount");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<QList<QByteArray>>("commands");
+    QTest::addColumn<Denoms>("denoms");
+    QTest::addColumn<qlonglong>("rest");
+    QTest::addColumn<QList<long long>>("after");
+
+    QTest::newRow("allFromCashbox")
+        << QStringLiteral("cashbox") << int(ECashControl::ManualPickupAll) << 0LL
+        << QStringLiteral("INFO Выем монет из модуля cashbox, 'выем всего вручную', сумма 0.00")
+        << QList<QByteArray>{hex("7600000000")} << Denoms() << 12550LL << QList<long long>({10, 20, 50, 0});
+    QTest::newRow("allFromHopperByHand")
+        << QStringLiteral("hopper2") << int(ECashControl::ManualPickupAll) << 0LL
+        << QStringLiteral("INFO Выем монет из модуля hopper2, 'выем всего вручную', сумма 0.00")
+        << QList<QByteArray>{hex("78020000")} << Denoms{{500, 20}} << 0LL
+        << QList<long long>({10, 0, 50, 12550});
+    QTest::newRow("sumBelowOneCoinWritesUnchangedCount")
+        << QStringLiteral("hopper2") << int(ECashControl::ManualPickupSum) << 499LL
+        << QStringLiteral("INFO Выем монет из модуля hopper2, 'выем суммы вручную', сумма 4.99")
+        << QList<QByteArray>{hex("78021400")} << Denoms{{500, 0}} << 0LL
+        << QList<long long>({10, 20, 50, 12550});
+    // The hopper pays out everything, then its count is written as zero. A payout
+    // reports every denomination the hoppers hold.
+    QTest::newRow("allThroughDispenser")
+        << QStringLiteral("hopper3") << int(ECashControl::DispensePickupAll) << 0LL
+        << QStringLiteral(
+               "INFO Выем монет из модуля hopper3, 'выем всего через устройство выдачи', сумма 0.00")
+        << QList<QByteArray>({hex("790300"), hex("78030000")}) << Denoms{{100, 50}, {500, 0}, {1000, 0}}
+        << 0LL << QList<long long>({10, 20, 0, 12550});
+    QTest::newRow("sumThroughDispenser")
+        << QStringLiteral("hopper2") << int(ECashControl::DispensePickupSum) << 1500LL
+        << QStringLiteral(
+               "INFO Выем монет из модуля hopper2, 'выем суммы через устройство выдачи', сумма 15.00")
+        << QList<QByteArray>{hex("550203")} << Denoms{{100, 0}, {500, 3}, {1000, 0}} << 0LL
+        << QList<long long>({10, 17, 50, 12550});
+}
+
+void TestMovements::pickup()
+{
+    QFETCH(QString, unit);
+    QFETCH(int, operation);
+    QFETCH(qlonglong, amount);
+    QFETCH(QString, logged);
+    QFETCH(QList<QByteArray>, commands);
+    QFETCH(Denoms, denoms);
+    QFETCH(qlonglong, rest);
+    QFETCH(QList<long long>, after);
     Rig rig;
     rig.connectDevice();
     LogCapture log;
-    const SumDetailed result = rig.driver.pickup(QStringLiteral("cashbox"), ECashControl::ManualPickupAll, 0);
-    QCOMPARE(significant(log).first(),
-             QStringLiteral("INFO Выем монет из модуля cashbox, 'выем всего вручную', сумма 0.00"));
-    QCOMPARE(rig.model.dataOf(118), QList<QByteArray>({hex("00000000")}));
-    QCOMPARE(rig.model.count(120), 0);
-    QCOMPARE(result.rest, 12550LL);
-    QVERIFY(result.denoms.isEmpty());
-    QCOMPARE(rig.model.cashbox, 0u);
-}
-
-void TestMovements::pickupAllFromHopperByHand()
-{
-    Rig rig;
-    rig.connectDevice();
-    const SumDetailed result = rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::ManualPickupAll, 0);
-    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("020000")}));
-    QCOMPARE(result.denoms, (QMap<unsigned int, long long>{{500, 20}}));
-    QCOMPARE(result.rest, 0LL);
-    QCOMPARE(rig.model.hoppers.at(1).count, 0);
+    const SumDetailed result = rig.driver.pickup(unit, ECashControl::UnitOperation(operation), amount);
+    QCOMPARE(significant(log).first(), logged);
+    QCOMPARE(moves(rig.model), commands);
+    QCOMPARE(result.denoms, denoms);
+    QCOMPARE(result.rest, rest);
+    QCOMPARE(contents(rig.model), after);
+    QVERIFY(log.texts(QStringLiteral("ERROR")).isEmpty());
 }
 
 void TestMovements::pickupSumLargerThanHopperTakesAll()
@@ -388,54 +445,6 @@ void TestMovements::pickupSumLargerThanHopperTakesAll()
         rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::ManualPickupSum, 1500);
     QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("021100")}));
     QCOMPARE(part.denoms, (QMap<unsigned int, long long>{{500, 3}}));
-}
-
-void TestMovements::pickupSumBelowOneCoinWritesUnchangedCount()
-{
-    Rig rig;
-    rig.connectDevice();
-    const SumDetailed result =
-        rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::ManualPickupSum, 499);
-    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("021400")}));
-    QCOMPARE(result.denoms, (QMap<unsigned int, long long>{{500, 0}}));
-    QCOMPARE(result.sum(), 0LL);
-    QCOMPARE(rig.model.hoppers.at(1).count, 20);
-}
-
-void TestMovements::pickupAllThroughDispenser()
-{
-    Rig rig;
-    rig.connectDevice();
-    LogCapture log;
-    const SumDetailed result =
-        rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupAll, 0);
-    QCOMPARE(significant(log).first(),
-             QStringLiteral(
-                 "INFO Выем монет из модуля hopper3, 'выем всего через устройство выдачи', сумма 0.00"));
-    QCOMPARE(rig.model.dataOf(121), QList<QByteArray>({hex("0300")}));
-    QCOMPARE(rig.model.dataOf(120), QList<QByteArray>({hex("030000")}));
-    QVERIFY(rig.model.requests.indexOf(hex("790300")) < rig.model.requests.indexOf(hex("78030000")));
-    QCOMPARE(result.denoms.value(100), 50LL);
-    QCOMPARE(result.sum(), 5000LL);
-    QCOMPARE(rig.model.hoppers.at(2).count, 0);
-}
-
-void TestMovements::pickupSumThroughDispenser()
-{
-    Rig rig;
-    rig.connectDevice();
-    LogCapture log;
-    const SumDetailed result =
-        rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum, 1500);
-    QCOMPARE(significant(log).first(),
-             QStringLiteral(
-                 "INFO Выем монет из модуля hopper2, 'выем суммы через устройство выдачи', сумма 15.00"));
-    QCOMPARE(rig.model.dataOf(85), QList<QByteArray>({hex("0203")}));
-    QCOMPARE(rig.model.count(120), 0);
-    QCOMPARE(result.sum(), 1500LL);
-    QCOMPARE(result.denoms.value(500), 3LL);
-    QCOMPARE(rig.model.hoppers.at(1).count, 17);
-    QVERIFY(log.texts(QStringLiteral("ERROR")).isEmpty());
 }
 
 void TestMovements::pickupOtherOperationDoesNothing()
