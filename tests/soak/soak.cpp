@@ -5,6 +5,7 @@
 #include "host/serialport.h"
 #include "sim/device.h"
 #include "sim/simulator.h"
+#include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/ptyrig.h"
 #include "support/recordingdriver.h"
@@ -208,13 +209,7 @@ LineFault lineFault(Draw& d, Op op)
 int answerHeader(const QByteArray& answer)
 {
     for (int i = 0; i + 5 <= answer.size(); ++i) {
-        const auto length = static_cast<unsigned char>(answer.at(i + 1));
-        if (answer.at(i) != 1 || i + 5 + length != answer.size() || answer.at(i + 2) != 55)
-            continue;
-        unsigned int sum = 0;
-        for (int j = i; j < answer.size(); ++j)
-            sum += static_cast<unsigned char>(answer.at(j));
-        if ((sum & 0xFF) == 0)
+        if (testsupport::isReply(answer.mid(i)))
             return static_cast<unsigned char>(answer.at(i + 3));
     }
     return -1;
@@ -237,10 +232,7 @@ QByteArray acceptedFrom(const QByteArray& bytes)
         }
         if (length > bytes.size() - pos)
             return QByteArray();
-        quint8 sum = 0;
-        for (int i = 0; i < length; ++i)
-            sum = static_cast<quint8>(sum + static_cast<quint8>(bytes.at(pos + i)));
-        if (sum != 0) {
+        if (!testsupport::isFrame(bytes.mid(pos, length))) {
             ++pos;
             continue;
         }
@@ -262,8 +254,7 @@ bool isGenuine(const QByteArray& accepted, const QList<sim::Transaction>& transa
     for (const sim::Transaction& t : transactions) {
         for (int i = 0; i + 5 <= t.answer.size(); ++i) {
             const QByteArray frame = t.answer.mid(i);
-            if (frame.at(0) == 1 && frame.at(2) == 55 &&
-                frame.size() == static_cast<unsigned char>(frame.at(1)) + 5 && accepted.startsWith(frame))
+            if (testsupport::isReply(frame) && accepted.startsWith(frame))
                 return true;
         }
     }
