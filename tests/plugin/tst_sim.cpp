@@ -2,7 +2,7 @@
 // line in virtual time.
 #include "testdriver.h"
 
-#include "support/simline.h"
+#include "simrig.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -12,39 +12,6 @@
 using namespace plugintest;
 
 namespace {
-
-struct SimRig
-{
-    SimRig() { RecordingChanger::setResetPending(false); }
-
-    void start()
-    {
-        driver.recorder->runOn(line);
-        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
-        driver.init();
-        driver.connect();
-    }
-
-    sim::Device& device() { return line.device(); }
-
-    int moves() const
-    {
-        return line.countHeader(85) + line.countHeader(125) + line.countHeader(121) + line.countHeader(120) +
-               line.countHeader(118);
-    }
-
-    QList<int> hopperCounts() const
-    {
-        QList<int> counts;
-        for (int h = 1; h <= 4; ++h) {
-            counts << line.device().hopperCount(h);
-        }
-        return counts;
-    }
-
-    testsupport::SimLine line;
-    RecordingDriver driver;
-};
 
 const unsigned int hopperDenoms[] = {1000, 500, 200, 100};
 
