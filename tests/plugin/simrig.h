@@ -32,14 +32,42 @@ struct SimRig
 
     sim::Device& device() { return line.device(); }
 
-    // Header and data of every request that moves coins or changes what the device
-    // counts (85, 125, 121, 120, 118), in their order.
+    // Forgets the traffic and the pauses so far.
+    void forget()
+    {
+        line.clearTransactions();
+        driver.recorder->sleeps.clear();
+    }
+
+    // Header followed by the data bytes of every request, in order.
+    QList<QByteArray> requests() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : line.transactions())
+            out << t.frame.mid(3, t.frame.size() - 4);
+        return out;
+    }
+    int count(quint8 header) const { return line.countHeader(header); }
+    // The data bytes of every request with this header, in order.
+    QList<QByteArray> dataOf(quint8 header) const
+    {
+        QList<QByteArray> out;
+        for (const QByteArray& r : requests()) {
+            if (quint8(r.at(0)) == header)
+                out << r.mid(1);
+        }
+        return out;
+    }
+
+    // The requests that move coins or change what the device counts (85, 125, 121,
+    // 120, 118), in their order.
     QList<QByteArray> movingRequests() const
     {
         QList<QByteArray> out;
-        for (const sim::Transaction& t : line.transactions()) {
-            if (t.header == 85 || t.header == 125 || t.header == 121 || t.header == 120 || t.header == 118)
-                out << t.frame.mid(3, t.frame.size() - 4);
+        for (const QByteArray& r : requests()) {
+            const quint8 header = quint8(r.at(0));
+            if (header == 85 || header == 125 || header == 121 || header == 120 || header == 118)
+                out << r;
         }
         return out;
     }
