@@ -1,10 +1,12 @@
 #pragma once
 
+#include "support/frames.h"
 #include "support/recordingdriver.h"
 #include "support/simline.h"
 
 #include <QByteArray>
 #include <QList>
+#include <QSet>
 #include <QVariant>
 
 namespace plugintest {
@@ -16,6 +18,8 @@ struct SimRig
     explicit SimRig(const sim::Config& config = sim::Config::defaults()) : line(config)
     {
         testsupport::RecordingChanger::setResetPending(false);
+        driver.recorder->runOn(line);
+        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
     }
     ~SimRig() { testsupport::RecordingChanger::setResetPending(false); }
     SimRig(const SimRig&) = delete;
@@ -24,10 +28,24 @@ struct SimRig
     // init() and connect() as the host does.
     void start()
     {
-        driver.recorder->runOn(line);
-        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
         driver.init();
         driver.connect();
+    }
+
+    // start(), then forgets what it sent.
+    void connectDevice()
+    {
+        start();
+        forget();
+    }
+
+    // The device answers every request with one of these headers with NAK.
+    void nakHeaders(const QSet<quint8>& headers)
+    {
+        line.setRequestHook([this, headers](const QByteArray& frame) {
+            if (headers.contains(quint8(frame.at(3))))
+                line.nakNext();
+        });
     }
 
     sim::Device& device() { return line.device(); }
@@ -48,6 +66,16 @@ struct SimRig
         return out;
     }
     int count(quint8 header) const { return line.countHeader(header); }
+    // Header and data of every request the device answered with NAK.
+    QList<QByteArray> refusedRequests() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : line.transactions()) {
+            if (t.answer.endsWith(testsupport::nak()))
+                out << t.frame.mid(3, t.frame.size() - 4);
+        }
+        return out;
+    }
     // The data bytes of every request with this header, in order.
     QList<QByteArray> dataOf(quint8 header) const
     {
@@ -83,6 +111,37 @@ struct SimRig
 
     testsupport::SimLine line;
     testsupport::RecordingDriver driver;
+};
+
+// The recycler most driver tests use: positions 1..4 take 1.00, 2.00, 5.00 and
+// 10.00; hopper1 holds 10 coins of 10.00, hopper2 20 of 5.00, hopper3 50 of 1.00; the
+// cashbox 125.50.
+inline sim::Config standardRecycler()
+{
+    sim::Config c = sim::Config::defaults();
+    c.coinIds = {{1, QStringLiteral("RU100A")},
+                 {2, QStringLiteral("RU200A")},
+                 {3, QStringLiteral("RU500A")},
+                 {4, QStringLiteral("RU1K0A")}};
+    c.hoppers = c.hoppers.mid(0, 3);
+    c.hoppers[0].coinId = QStringLiteral("RU1K0A");
+    c.hoppers[0].count = 10;
+    c.hoppers[0].capacity = 100;
+    c.hoppers[1].coinId = QStringLiteral("RU500A");
+    c.hoppers[1].count = 20;
+    c.hoppers[1].capacity = 100;
+    c.hoppers[2].coinId = QStringLiteral("RU100A");
+    c.hoppers[2].count = 50;
+    c.hoppers[2].capacity = 200;
+    for (sim::HopperConfig& h : c.hoppers)
+        h.enabled = true;
+    c.cashbox = 12550;
+    return c;
+}
+
+struct StandardRig : SimRig
+{
+    StandardRig() : SimRig(standardRecycler()) {}
 };
 
 } // namespace plugintest

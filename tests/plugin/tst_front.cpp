@@ -1,3 +1,4 @@
+#include "simrig.h"
 #include "testdriver.h"
 
 #include "plugin/cpibcrcashcontrolfactory.h"
@@ -340,13 +341,13 @@ void TestFront::connectWithoutPortFails()
 
 void TestFront::connectIdentifiesAndDiscovers()
 {
-    Rig rig;
+    StandardRig rig;
     LogCapture log;
     rig.driver.init();
     rig.driver.connect();
-    QVERIFY(rig.model.unknown.isEmpty());
+    QVERIFY(rig.refusedRequests().isEmpty());
     QCOMPARE(log.formatted().value(0), QStringLiteral("INFO Инициализация устройства"));
-    const QList<quint8> sent = headers(rig.model.requests);
+    const QList<quint8> sent = headers(rig.requests());
     // Identification first, discovery last.
     QVERIFY(sent.contains(245));
     QVERIFY(sent.contains(242));
@@ -381,27 +382,27 @@ void TestFront::connectPassesLinkFailureOnWithoutLoggingAgain()
 
 void TestFront::nakReachesHostWithName()
 {
-    Rig rig;
-    rig.model.nakHeaders = {254};
+    StandardRig rig;
+    rig.nakHeaders({254});
     LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.connect(); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList({QStringLiteral("Ошибка выполнения команды")}));
-    QCOMPARE(rig.model.count(254), 1);
+    QCOMPARE(rig.count(254), 1);
+    QCOMPARE(rig.refusedRequests(), QList<QByteArray>{testsupport::hex("FE")});
 }
 
 void TestFront::checkStateWithDeviceFault()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     LogCapture log;
     rig.driver.checkState();
-    QVERIFY(rig.model.count(123) > 0);
+    QVERIFY(rig.count(123) > 0);
     QVERIFY(!log.formatted().contains(QStringLiteral("INFO Инициализация устройства")));
 
-    rig.model.activity = 16;
-    rig.model.errorModule = 1;
-    rig.model.errorCode = 2;
+    rig.device().setActivityBits(16);
+    rig.device().setErrorStatus(1, 2);
     log.clear();
     QCOMPARE(thrownText([&] { rig.driver.checkState(); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
@@ -410,34 +411,34 @@ void TestFront::checkStateWithDeviceFault()
 
 void TestFront::cashInStartChecksStateFirst()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     LogCapture log;
     rig.driver.cashInStart(false, {500});
     QCOMPARE(log.formatted().value(0), QStringLiteral("INFO Старт приема монет"));
     QVERIFY(log.texts().contains(QStringLiteral("Проверка состояния устройства")));
-    const QList<quint8> sent = headers(rig.model.requests);
+    const QList<quint8> sent = headers(rig.requests());
     QCOMPARE(sent.first(), quint8(254));
     QVERIFY(sent.indexOf(123) < sent.indexOf(231));
     // Positions 1 (100) and 4 (1000); 500 is excluded and 200 has no hopper.
-    QCOMPARE(rig.model.dataOf(231), QList<QByteArray>({testsupport::hex("0900")}));
+    QCOMPARE(rig.dataOf(231), QList<QByteArray>({testsupport::hex("0900")}));
     rig.driver.cashInStop();
 }
 
 void TestFront::cashInStopReconnectsFirst()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     LogCapture log;
     rig.driver.cashInStop();
     QCOMPARE(log.formatted().value(0), QStringLiteral("INFO Остановка приема монет"));
     QVERIFY(!log.texts().contains(QStringLiteral("Проверка состояния устройства")));
     QVERIFY(log.texts().contains(QStringLiteral("Проверка соединения с устройством")));
-    const QList<quint8> sent = headers(rig.model.requests);
+    const QList<quint8> sent = headers(rig.requests());
     QCOMPARE(sent.mid(0, 3), QList<quint8>({254, 123, 231}));
-    QCOMPARE(rig.model.dataOf(231), QList<QByteArray>({testsupport::hex("0000")}));
+    QCOMPARE(rig.dataOf(231), QList<QByteArray>({testsupport::hex("0000")}));
 
-    rig.model.nakHeaders = {231};
+    rig.nakHeaders({231});
     QCOMPARE(thrownText([&] { rig.driver.cashInStop(); }),
              QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
 }
@@ -459,7 +460,7 @@ void TestFront::changerSignalsAreForwarded()
 
 void TestFront::trivialOperations()
 {
-    Rig rig;
+    StandardRig rig;
     LogCapture log;
     rig.driver.cashInEnd();
     const SumDetailed rollback = rig.driver.cashInRollback();
@@ -467,13 +468,13 @@ void TestFront::trivialOperations()
     QCOMPARE(rollback.rest, 0LL);
     QCOMPARE(rollback.extra, 0LL);
     QVERIFY(!rig.driver.isNeedToTakeMoney());
-    QVERIFY(rig.line.writes.isEmpty());
+    QVERIFY(rig.line.transactions().isEmpty());
     QVERIFY(log.lines().isEmpty());
 }
 
 void TestFront::unsupportedOperationsWarn()
 {
-    Rig rig;
+    StandardRig rig;
     LogCapture log;
     rig.driver.enableUnit(QStringLiteral("hopper1"), false);
     rig.driver.park();
@@ -483,11 +484,12 @@ void TestFront::unsupportedOperationsWarn()
         QStringList({QStringLiteral("WARN Операция отключения модулей не поддерживается"),
                      QStringLiteral("WARN Операция подготовки к транспортировке не поддерживается"),
                      QStringLiteral("WARN Операция создания диагностического файла не поддерживается")}));
-    QVERIFY(rig.line.writes.isEmpty());
+    QVERIFY(rig.line.transactions().isEmpty());
 }
 
 void TestFront::maintenanceInfoOfOneUnit()
 {
+    // Modelled: the simulator's audit counters cannot be set, only counted up by payouts.
     Rig rig;
     rig.connectDevice();
     rig.model.hoppers[1].dispensed = 500000;
@@ -511,7 +513,7 @@ void TestFront::maintenanceInfoOfOneUnit()
 
 void TestFront::maintenanceInfoOfUnknownUnit()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.maintenanceInfo(QStringLiteral("Hopper1")); }),
@@ -519,11 +521,12 @@ void TestFront::maintenanceInfoOfUnknownUnit()
     QCOMPARE(log.formatted(),
              QStringList({QStringLiteral("INFO Получение информации о тех. обслуживании для модуля Hopper1"),
                           QStringLiteral("ERROR Модуль не найден")}));
-    QVERIFY(rig.line.writes.isEmpty());
+    QVERIFY(rig.line.transactions().isEmpty());
 }
 
 void TestFront::maintenanceInfoOfAllUnits()
 {
+    // Modelled: the simulator's audit counters cannot be set, only counted up by payouts.
     Rig rig;
     rig.connectDevice();
     rig.model.hoppers[0].dispensed = 7;
@@ -552,6 +555,7 @@ void TestFront::maintenanceInfoOfAllUnits()
 
 void TestFront::maintenanceDone()
 {
+    // Modelled: the simulator's audit counters cannot be set, only counted up by payouts.
     Rig rig;
     rig.connectDevice();
     rig.model.hoppers[0].dispensed = 600000;
@@ -569,15 +573,15 @@ void TestFront::maintenanceDone()
 
 void TestFront::enableAsyncCheckTwiceChecksOnce()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     LogCapture log;
     rig.driver.enableAsyncCheck(true);
     QVERIFY(rig.driver.asyncCheckEnabled());
     QVERIFY(rig.driver.checkTimer()->isActive());
-    QCOMPARE(rig.model.requests, QList<QByteArray>({testsupport::hex("7B")}));
+    QCOMPARE(rig.requests(), QList<QByteArray>({testsupport::hex("7B")}));
     rig.driver.enableAsyncCheck(true);
-    QCOMPARE(rig.model.requests.size(), 1);
+    QCOMPARE(rig.requests().size(), 1);
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Старт асинхронной проверки состояния"),
                                             QStringLiteral("INFO Старт асинхронной проверки состояния")}));
     QVERIFY(rig.driver.checkTimer()->isActive());
@@ -585,20 +589,19 @@ void TestFront::enableAsyncCheckTwiceChecksOnce()
 
 void TestFront::timerExpiryRepeatsTheCheck()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     rig.driver.enableAsyncCheck(true);
     rig.forget();
     rig.driver.checkTimer()->stop();
     emit rig.driver.checkTimer()->timeout();
-    QCOMPARE(rig.model.requests, QList<QByteArray>({testsupport::hex("7B")}));
+    QCOMPARE(rig.requests(), QList<QByteArray>({testsupport::hex("7B")}));
     QVERIFY(rig.driver.checkTimer()->isActive());
     QCOMPARE(rig.driver.checkTimer()->interval(), 60000);
 
     // A warning-class fault is only logged: the check goes on.
-    rig.model.activity = 4096;
-    rig.model.errorModule = 3;
-    rig.model.errorCode = 1;
+    rig.device().setActivityBits(4096);
+    rig.device().setErrorStatus(3, 1);
     QSignalSpy errors(&rig.driver, &hw::BasicCashControl::error);
     LogCapture log;
     rig.driver.checkTimer()->stop();
@@ -610,7 +613,7 @@ void TestFront::timerExpiryRepeatsTheCheck()
 
 void TestFront::disabledCheckDoesNothingOnExpiry()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
     rig.driver.enableAsyncCheck(true);
     LogCapture log;
@@ -622,17 +625,16 @@ void TestFront::disabledCheckDoesNothingOnExpiry()
     rig.forget();
     rig.driver.checkTimer()->stop();
     emit rig.driver.checkTimer()->timeout();
-    QVERIFY(rig.line.writes.isEmpty());
+    QVERIFY(rig.line.transactions().isEmpty());
     QVERIFY(!rig.driver.checkTimer()->isActive());
 }
 
 void TestFront::failedCheckStopsUntilEnabledAgain()
 {
-    Rig rig;
+    StandardRig rig;
     rig.connectDevice();
-    rig.model.activity = 16;
-    rig.model.errorModule = 2;
-    rig.model.errorCode = 4;
+    rig.device().setActivityBits(16);
+    rig.device().setErrorStatus(2, 4);
     QSignalSpy errors(&rig.driver, &hw::BasicCashControl::error);
     LogCapture log;
     rig.driver.enableAsyncCheck(true);
@@ -641,20 +643,20 @@ void TestFront::failedCheckStopsUntilEnabledAgain()
     QVERIFY(!rig.driver.checkTimer()->isActive());
     // Logged once, where the fault was raised.
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList({QStringLiteral("Хоппер 2 неисправен")}));
-    QCOMPARE(rig.model.requests,
+    QCOMPARE(rig.requests(),
              QList<QByteArray>({testsupport::hex("7B"), testsupport::hex("7A"), testsupport::hex("E8")}));
 
     // No expiry is pending; a timer event would find nothing to do.
     rig.forget();
     QTest::qWait(1);
-    QVERIFY(rig.line.writes.isEmpty());
+    QVERIFY(rig.line.transactions().isEmpty());
 
-    rig.model.activity = 0;
+    rig.device().setActivityBits(0);
     rig.driver.enableAsyncCheck(true);
     QCOMPARE(errors.size(), 1);
     QVERIFY(rig.driver.checkTimer()->isActive());
     // The fault asked for a reset; the background check does not do it.
-    QCOMPARE(rig.model.requests, QList<QByteArray>({testsupport::hex("7B")}));
+    QCOMPARE(rig.requests(), QList<QByteArray>({testsupport::hex("7B")}));
 }
 
 QTEST_GUILESS_MAIN(TestFront)

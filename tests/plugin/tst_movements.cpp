@@ -25,32 +25,6 @@ int movingCommands(const Recycler& model)
     return n;
 }
 
-// The standard recycler of these tests on the simulator: positions 1..4 take 1.00,
-// 2.00, 5.00 and 10.00; hopper1 holds 10 coins of 10.00, hopper2 20 of 5.00, hopper3
-// 50 of 1.00; the cashbox 125.50.
-sim::Config standard()
-{
-    sim::Config c = sim::Config::defaults();
-    c.coinIds = {{1, QStringLiteral("RU100A")},
-                 {2, QStringLiteral("RU200A")},
-                 {3, QStringLiteral("RU500A")},
-                 {4, QStringLiteral("RU1K0A")}};
-    c.hoppers = c.hoppers.mid(0, 3);
-    c.hoppers[0].coinId = QStringLiteral("RU1K0A");
-    c.hoppers[0].count = 10;
-    c.hoppers[0].capacity = 100;
-    c.hoppers[1].coinId = QStringLiteral("RU500A");
-    c.hoppers[1].count = 20;
-    c.hoppers[1].capacity = 100;
-    c.hoppers[2].coinId = QStringLiteral("RU100A");
-    c.hoppers[2].count = 50;
-    c.hoppers[2].capacity = 200;
-    for (sim::HopperConfig& h : c.hoppers)
-        h.enabled = true;
-    c.cashbox = 12550;
-    return c;
-}
-
 // Hopper counts 1 to 3, then the cashbox's sum.
 QList<long long> contents(SimRig& rig)
 {
@@ -60,16 +34,6 @@ QList<long long> contents(SimRig& rig)
     out << static_cast<long long>(rig.device().cashbox());
     return out;
 }
-
-// The standard recycler, connected, its traffic so far forgotten.
-struct StandardSimRig : SimRig
-{
-    StandardSimRig() : SimRig(standard())
-    {
-        start();
-        forget();
-    }
-};
 
 QString errorsLogged(const LogCapture& log)
 {
@@ -121,7 +85,8 @@ private slots:
 
 void TestMovements::cashOutCheckTrueOnlyForExactMatch()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 1500));
     QCOMPARE(significant(log).value(0), QStringLiteral("INFO Тестирование выдачи 15.00, режим оптимальный"));
@@ -148,7 +113,8 @@ void TestMovements::cashOutCheckTrueOnlyForExactMatch()
 
 void TestMovements::cashOutCheckFailsOnDeviceFault()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     rig.device().setActivityBits(16);
     rig.device().setErrorStatus(1, 2);
     LogCapture log;
@@ -161,7 +127,8 @@ void TestMovements::cashOutCheckFailsOnDeviceFault()
 
 void TestMovements::cashOutCheckNegativeSendsNothing()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QVERIFY(!rig.driver.cashOutCheck(ECashControl::Optimal, -500));
     QVERIFY(!rig.driver.cashOutCheck(ECashControl::Minimum, std::numeric_limits<long long>::min()));
@@ -173,7 +140,8 @@ void TestMovements::cashOutCheckNegativeSendsNothing()
 
 void TestMovements::cashOutOptimal()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed paid = rig.driver.cashOut(ECashControl::Optimal, 1500);
     // The fuller smaller hoppers pay: 500 x 2 and 100 x 5.
@@ -198,7 +166,8 @@ void TestMovements::cashOutOptimal()
 
 void TestMovements::cashOutMinimum()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed paid = rig.driver.cashOut(ECashControl::Minimum, 1500);
     QCOMPARE(rig.dataOf(85), QList<QByteArray>({hex("01010201")}));
@@ -210,7 +179,8 @@ void TestMovements::cashOutMinimum()
 
 void TestMovements::cashOutImpossibleSumPaysNothing()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, 1550); }),
              QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
@@ -282,7 +252,8 @@ void TestMovements::paymentCountedWrong()
 
 void TestMovements::cashOutNegativeLogsTheRequest()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, -500); }),
              QStringLiteral("Монетоприемник: Некорректная сумма"));
@@ -292,12 +263,11 @@ void TestMovements::cashOutNegativeLogsTheRequest()
 
 void TestMovements::cashOutPatternTooLongForOneFrame()
 {
-    sim::Config config = standard();
+    sim::Config config = standardRecycler();
     config.hoppers[2].count = 20000;
     config.hoppers[2].capacity = 20000;
     SimRig rig(config);
-    rig.start();
-    rig.forget();
+    rig.connectDevice();
     // 10 + 20 + 19800 coins: the hopper3 share alone needs 78 pairs of bytes.
     LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 2000000); }),
@@ -316,7 +286,8 @@ void TestMovements::cashOutPatternTooLongForOneFrame()
 
 void TestMovements::loanOtherOperationOnlyChecks()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     rig.driver.loan(QStringLiteral("hopper1"), ECashControl::LoadMainAcceptor, 1000);
     QCOMPARE(significant(log).first(),
@@ -340,7 +311,8 @@ void TestMovements::loanOtherOperationOnlyChecks()
 
 void TestMovements::loanUnknownUnit()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QCOMPARE(
         thrownText([&] { rig.driver.loan(QStringLiteral("hopper9"), ECashControl::LoadMainAcceptor, 0); }),
@@ -355,7 +327,8 @@ void TestMovements::loanUnknownUnit()
 
 void TestMovements::loanManual()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, 1000);
     QCOMPARE(significant(log).first(),
@@ -374,7 +347,8 @@ void TestMovements::loanManual()
 
 void TestMovements::loanManualUpTo65535()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     rig.driver.loan(QStringLiteral("hopper3"), ECashControl::ManualLoad, (65535LL - 50) * 100);
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("03FFFF")}));
     QCOMPARE(rig.device().hopperCount(3), 65535);
@@ -433,7 +407,8 @@ void TestMovements::pickup()
     QFETCH(Denoms, denoms);
     QFETCH(qlonglong, rest);
     QFETCH(QList<long long>, after);
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed result = rig.driver.pickup(unit, ECashControl::UnitOperation(operation), amount);
     QCOMPARE(significant(log).first(), logged);
@@ -446,7 +421,8 @@ void TestMovements::pickup()
 
 void TestMovements::pickupSumLargerThanHopperTakesAll()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed result =
         rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::ManualPickupSum, 100000);
@@ -466,7 +442,8 @@ void TestMovements::pickupSumLargerThanHopperTakesAll()
 
 void TestMovements::pickupOtherOperationDoesNothing()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed result =
         rig.driver.pickup(QStringLiteral("hopper1"), ECashControl::LoadMainAcceptor, 1000);
@@ -577,7 +554,8 @@ void TestMovements::refusedRequestSendsNothing()
     QFETCH(qlonglong, amount);
     QFETCH(QString, error);
     QFETCH(bool, silent);
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     QCOMPARE(thrownText([&] {
                  if (call == QLatin1String("cashOut"))
@@ -636,7 +614,8 @@ void TestMovements::counterOfDispensedCoins()
 
 void TestMovements::counterOfUnknownType()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     LogCapture log;
     const SumDetailed result = rig.driver.getCounter(ECashControl::CounterType(2));
     QVERIFY(result.denoms.isEmpty());
@@ -651,7 +630,8 @@ void TestMovements::counterOfUnknownType()
 // writes 13, not the 11 the discovered count would give.
 void TestMovements::loanManualStartsFromTheDeviceCount()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     rig.device().setHopperCount(1, 12);
     rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, 1000);
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("010d00")}));
@@ -662,7 +642,8 @@ void TestMovements::loanManualStartsFromTheDeviceCount()
 // not the 45 the discovered count would give.
 void TestMovements::pickupByHandStartsFromTheDeviceCount()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupSum, 1000);
     QCOMPARE(rig.device().hopperCount(3), 40);
     rig.forget();
@@ -681,7 +662,8 @@ void TestMovements::pickupByHandStartsFromTheDeviceCount()
 // Coins that went to the cashbox after discovery are part of what is taken out.
 void TestMovements::pickupAllFromCashboxReadsTheDeviceSum()
 {
-    StandardSimRig rig;
+    StandardRig rig;
+    rig.connectDevice();
     rig.device().setCashbox(20000);
     const SumDetailed result = rig.driver.pickup(QStringLiteral("cashbox"), ECashControl::ManualPickupAll, 0);
     QCOMPARE(result.rest, 20000LL);
