@@ -3,7 +3,7 @@
 // denomination held by two hoppers, and payouts that fail midway.
 #include "testdriver.h"
 
-#include "support/simline.h"
+#include "simrig.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -34,35 +34,20 @@ sim::Config twinTens()
     return c;
 }
 
-struct SimRig
+// The driver connected to the simulator, with the coins it reported.
+struct MoneyRig : SimRig
 {
-    explicit SimRig(const sim::Config& config = sim::Config::defaults()) : line(config)
+    explicit MoneyRig(const sim::Config& config = sim::Config::defaults()) : SimRig(config)
     {
-        RecordingChanger::setResetPending(false);
-        driver.recorder->runOn(line);
-        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
-        driver.init();
-        driver.connect();
+        start();
         QObject::connect(&driver, &hw::BasicCashControl::received,
                          [this](SumDetailed sum) { reports << sum; });
     }
-    ~SimRig() { RecordingChanger::setResetPending(false); }
 
-    sim::Device& device() { return line.device(); }
     void runPolls(qint64 msecs) { line.runTimer(driver.recorder->timer(), msecs); }
 
-    QList<QByteArray> patterns() const
-    {
-        QList<QByteArray> out;
-        for (const sim::Transaction& t : line.transactions()) {
-            if (t.header == 85) {
-                out << t.frame.mid(4, t.frame.size() - 5);
-            }
-        }
-        return out;
-    }
-
-    int moves() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
+    // Payout commands only: 85, 125, 121.
+    int payouts() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
 
     long long total() const
     {
@@ -84,8 +69,6 @@ struct SimRig
         return out;
     }
 
-    testsupport::SimLine line;
-    RecordingDriver driver;
     QList<SumDetailed> reports;
 };
 
@@ -163,7 +146,7 @@ private slots:
 // closed at once, and the stop reports the coin that was in flight across the failure.
 void TestFaultMoney::hopperJamWhileAccepting()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
@@ -204,7 +187,7 @@ void TestFaultMoney::hopperJamWhileAccepting()
 
 void TestFaultMoney::lostPollAnswerWhileAccepting()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(true, {});
@@ -235,7 +218,7 @@ void TestFaultMoney::lostPollAnswerWhileAccepting()
 // acceptor keeps taking coins. Once the line is back the stop reports them all, once.
 void TestFaultMoney::inhibitFailsOnADeadLink()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
@@ -263,7 +246,7 @@ void TestFaultMoney::inhibitFailsOnADeadLink()
 // its coin counters: the stalled session is closed before that.
 void TestFaultMoney::stalledSessionClosedBeforeTheReset()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
     rig.device().insertCoin(4);
@@ -297,22 +280,22 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
 
 void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 7000));
     const SumDetailed seven = rig.driver.cashOut(ECashControl::Minimum, 7000);
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("01020205")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("01020205")});
     QCOMPARE(seven.sum(), 7000LL);
     QCOMPARE(seven.denoms.value(1000), 7LL);
     QCOMPARE(rig.device().hopperCount(1), 0);
     QCOMPARE(rig.device().hopperCount(2), 0);
 
     // In unit order, each hopper at most what it holds; then the rest of the second.
-    SimRig again(twinTens());
+    MoneyRig again(twinTens());
     QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 3000).sum(), 3000LL);
-    QCOMPARE(again.patterns(), QList<QByteArray>{QByteArray::fromHex("01020201")});
+    QCOMPARE(again.dataOf(85), QList<QByteArray>{QByteArray::fromHex("01020201")});
     QVERIFY(again.driver.cashOutCheck(ECashControl::Minimum, 4000));
     QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 4000).denoms.value(1000), 4LL);
-    QCOMPARE(again.patterns(),
+    QCOMPARE(again.dataOf(85),
              QList<QByteArray>({QByteArray::fromHex("01020201"), QByteArray::fromHex("0204")}));
     QCOMPARE(again.device().hopperCount(1), 0);
     QCOMPARE(again.device().hopperCount(2), 0);
@@ -322,11 +305,11 @@ void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
 
 void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
     const SumDetailed first = rig.driver.cashOut(ECashControl::Optimal, 3000);
     // The fuller hopper pays first.
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0203")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("0203")});
     QCOMPARE(first.toString(), QStringLiteral("30.00. номиналы: 10.00 x 3"));
     QCOMPARE(rig.device().hopperCount(1), 2);
     QCOMPARE(rig.device().hopperCount(2), 2);
@@ -334,7 +317,7 @@ void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
     // Both now as full: unit order.
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
     const SumDetailed second = rig.driver.cashOut(ECashControl::Optimal, 3000);
-    QCOMPARE(rig.patterns(),
+    QCOMPARE(rig.dataOf(85),
              QList<QByteArray>({QByteArray::fromHex("0203"), QByteArray::fromHex("01020201")}));
     QCOMPARE(second.denoms.value(1000), 3LL);
     QCOMPARE(rig.device().hopperCount(1), 0);
@@ -344,21 +327,21 @@ void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
 
 void TestFaultMoney::payLargerThanBothHoldMovesNothing()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     // 7 x 10.00 + 3 x 5.00 + 3 x 2.00 = 91.00 in all.
     for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
         QVERIFY(!rig.driver.cashOutCheck(mode, 9200));
         QCOMPARE(thrownText([&] { rig.driver.cashOut(mode, 9200); }),
                  QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
     }
-    QCOMPARE(rig.moves(), 0);
+    QCOMPARE(rig.payouts(), 0);
     QCOMPARE(rig.device().hopperCount(1), 2);
     QCOMPARE(rig.device().hopperCount(2), 5);
 
     // Everything the hoppers hold is still paid in full.
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 9100));
     QCOMPARE(rig.driver.cashOut(ECashControl::Minimum, 9100).sum(), 9100LL);
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0102020503030403")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("0102020503030403")});
 }
 
 // A hopper jams after four coins: the call fails with the fault, and one warning tells
@@ -367,7 +350,7 @@ void TestFaultMoney::jamMidwayThroughAPayout()
 {
     sim::Config config = sim::Config::defaults();
     config.hoppers[0].count = 20;
-    SimRig rig(config);
+    MoneyRig rig(config);
     const QMap<int, quint32> before = paidNow(rig.device());
     const qint64 perCoin = config.payoutMsPerCoin;
     rig.line.setRequestHook([&](const QByteArray& frame) {
@@ -378,7 +361,7 @@ void TestFaultMoney::jamMidwayThroughAPayout()
     testsupport::LogCapture log;
     QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("010A")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("010A")});
     QCOMPARE(rig.device().auditCounter(80, 1) - before.value(1), 4u);
     QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
     QCOMPARE(warnings(log), QStringList{QStringLiteral("Выдано 40.00. номиналы: 10.00 x 4")});
@@ -388,7 +371,7 @@ void TestFaultMoney::jamMidwayThroughAPayout()
 // and the warning gives what it paid once the payout ended.
 void TestFaultMoney::lostPayoutAnswer()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> before = paidNow(rig.device());
     rig.line.dropAnswersTo(85, 1);
     testsupport::LogCapture log;
@@ -403,7 +386,7 @@ void TestFaultMoney::lostPayoutAnswer()
 
 void TestFaultMoney::jamMidwayThroughAPickup()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> before = paidNow(rig.device());
     const qint64 perCoin = rig.line.config().payoutMsPerCoin;
     rig.line.setRequestHook([&](const QByteArray& frame) {
