@@ -16,17 +16,18 @@ using testsupport::significant;
 using testsupport::thrown;
 using testsupport::thrownText;
 
-// A changer at address 55 on the fake serial line, answered by the device model.
-struct Rig
+// A changer (of the test's class) at address 55 on the fake serial line, answered by
+// the device model.
+template <class C> struct RigOf
 {
-    Rig()
+    RigOf()
     {
         changer.setAddress(55);
         changer.setSerial(&serial);
         serial.setResponder(model.responder());
         RecordingChanger::setResetPending(false);
     }
-    ~Rig() { RecordingChanger::setResetPending(false); }
+    ~RigOf() { RecordingChanger::setResetPending(false); }
 
     // Runs a discovery of the model's recycler and forgets its traffic.
     void discover()
@@ -38,8 +39,10 @@ struct Rig
 
     testsupport::FakeSerialDevice serial;
     DeviceModel model;
-    RecordingChanger changer;
+    C changer;
 };
+
+using Rig = RigOf<RecordingChanger>;
 
 // A unit as discovery makes it: a hopper (type 1) of one denomination, or the cashbox.
 inline CashControlUnit hopperUnit(const QString& name, unsigned int denom, long long count = 0)

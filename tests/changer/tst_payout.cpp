@@ -420,22 +420,17 @@ void TestPayout::faultDuringThePayoutWait()
 
 void TestPayout::payoutsCallTheirStepsVirtually()
 {
-    SpyChanger changer;
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    changer.setAddress(55);
-    changer.setSerial(&serial);
-    serial.setResponder(model.responder());
-    model.onAny(85, DeviceModel::data(QByteArray()));
-    model.on(80, bytes({2}), QByteArray());
-    model.on(125, bytes({100, 0, 0, 0}), QByteArray());
-    model.on(121, bytes({4, 0}), QByteArray());
-    changer.cashOut(coins({{1000, 3}}));
-    changer.cashOut(1, 3);
-    changer.cashOut(ECashControl::Optimal, 100);
-    changer.purge(4);
+    RigOf<SpyChanger> rig;
+    rig.model.onAny(85, DeviceModel::data(QByteArray()));
+    rig.model.on(80, bytes({2}), QByteArray());
+    rig.model.on(125, bytes({100, 0, 0, 0}), QByteArray());
+    rig.model.on(121, bytes({4, 0}), QByteArray());
+    rig.changer.cashOut(coins({{1000, 3}}));
+    rig.changer.cashOut(1, 3);
+    rig.changer.cashOut(ECashControl::Optimal, 100);
+    rig.changer.purge(4);
     const QString wait = QStringLiteral("waitNotState(8, %1, завершения выдачи монет, true)");
-    QCOMPARE(changer.calls,
+    QCOMPARE(rig.changer.calls,
              QStringList(
                  {QStringLiteral("getHoppersCounters"), wait.arg(60), QStringLiteral("getLastCashOut"),
                   QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(66),
@@ -444,7 +439,7 @@ void TestPayout::payoutsCallTheirStepsVirtually()
                   QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(2000),
                   QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters")}));
     // no hopper units: the coins were for nobody and the pattern went out empty
-    QCOMPARE(serial.writes.first(), req(85));
+    QCOMPARE(rig.serial.writes.first(), req(85));
 }
 
 void TestPayout::refusesNegativeCounts()

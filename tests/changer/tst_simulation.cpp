@@ -32,15 +32,7 @@ public:
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity, bool enabled)
 {
-    sim::HopperConfig h;
-    h.coinId = QString::fromLatin1(coin);
-    h.count = count;
-    h.capacity = capacity;
-    h.enabled = enabled;
-    h.firmware = QStringLiteral("HP-3.02");
-    h.model = QStringLiteral("BCR-HOP");
-    h.serial = 610020;
-    return h;
+    return testsupport::hopperConfig(coin, count, capacity, enabled, 610020);
 }
 
 // Positions: 1 and 5 take 1.00 coins, 2 takes 5.00, 3 takes 10.00, 4 takes 2.00.

@@ -409,20 +409,15 @@ void TestSupervision::stateCheckPayoutTimeout()
 
 void TestSupervision::stateCheckCallsItsStepsVirtually()
 {
-    SpyChanger changer;
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    changer.setAddress(55);
-    changer.setSerial(&serial);
-    serial.setResponder(model.responder());
-    model.setActivity(4);
-    changer.checkState();
+    RigOf<SpyChanger> rig;
+    rig.model.setActivity(4);
+    rig.changer.checkState();
     QCOMPARE(
-        changer.calls,
+        rig.changer.calls,
         QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("connect"), QStringLiteral("cashInStop"),
                      QStringLiteral("waitNotState(8, 300, завершения выдачи монет, true)"),
                      QStringLiteral("checkError")}));
-    QCOMPARE(serial.writes, QList<QByteArray>{req(123)});
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
 }
 
 void TestSupervision::stateCheckRaisesAFault()

@@ -14,14 +14,7 @@ namespace {
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity)
 {
-    sim::HopperConfig h;
-    h.coinId = QString::fromLatin1(coin);
-    h.count = count;
-    h.capacity = capacity;
-    h.firmware = QStringLiteral("HP-3.02");
-    h.model = QStringLiteral("BCR-HOP");
-    h.serial = 610030;
-    return h;
+    return testsupport::hopperConfig(coin, count, capacity, true, 610030);
 }
 
 // Hoppers 1 and 2 both hold 10.00 coins, 2 and 5 of them; hopper 3 holds 5.00 and
