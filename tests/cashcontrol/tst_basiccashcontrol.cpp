@@ -1,5 +1,6 @@
 #include "cashcontrol/basiccashcontrol.h"
 #include "support/logcapture.h"
+#include "support/thrown.h"
 #include "testcashcontrol.h"
 
 #include <QMetaMethod>
@@ -11,6 +12,7 @@
 #include <cstring>
 
 using testsupport::LogCapture;
+using testsupport::thrown;
 
 namespace {
 
@@ -197,15 +199,10 @@ private slots:
         QFETCH(QString, expected);
         TestCashControl driver(type);
         LogCapture capture;
-        bool thrown = false;
-        try {
-            driver.throwError(message, log);
-        } catch (const CashControlExc& e) {
-            thrown = true;
-            QCOMPARE(QByteArray(e.what()), expected.toUtf8());
-            QCOMPARE(e.message(), expected);
-        }
-        QVERIFY(thrown);
+        const auto e = thrown([&] { driver.throwError(message, log); });
+        QVERIFY(e);
+        QCOMPARE(QByteArray(e->what()), expected.toUtf8());
+        QCOMPARE(e->message(), expected);
         if (log) {
             QCOMPARE(capture.formatted(), QStringList{QStringLiteral("ERROR ") + message});
             QCOMPARE(capture.lines().at(0).raw, message.toUtf8());
@@ -218,14 +215,11 @@ private slots:
     {
         TestCashControl driver(1);
         LogCapture capture;
-        try {
-            driver.throwError(QStringLiteral("X"), true);
-        } catch (const std::exception& e) {
-            QCOMPARE(
-                QByteArray(e.what()),
-                QByteArray("\xD0\x9C\xD0\xBE\xD0\xBD\xD0\xB5\xD1\x82\xD0\xBE\xD0\xBF\xD1\x80\xD0\xB8\xD0\xB5"
-                           "\xD0\xBC\xD0\xBD\xD0\xB8\xD0\xBA: X"));
-        }
+        const auto e = thrown([&] { driver.throwError(QStringLiteral("X"), true); });
+        QVERIFY(e);
+        QCOMPARE(QByteArray(e->what()),
+                 QByteArray("\xD0\x9C\xD0\xBE\xD0\xBD\xD0\xB5\xD1\x82\xD0\xBE\xD0\xBF\xD1\x80\xD0\xB8\xD0\xB5"
+                            "\xD0\xBC\xD0\xBD\xD0\xB8\xD0\xBA: X"));
         QCOMPARE(capture.lines().size(), 1);
         QCOMPARE(capture.lines().at(0).level, QStringLiteral("ERROR"));
         QCOMPARE(capture.lines().at(0).raw, QByteArray("X"));
@@ -246,15 +240,10 @@ private slots:
     {
         TestCashControl driver(1);
         LogCapture capture;
-        try {
-            driver.throwError<OtherExc>(QStringLiteral("Y"), false);
-        } catch (const OtherExc& e) {
-            QCOMPARE(e.text, QStringLiteral("Монетоприемник: Y").toUtf8());
-            QVERIFY(capture.lines().isEmpty());
-            return;
-        } catch (...) {
-        }
-        QFAIL("OtherExc expected");
+        const auto e = thrown<OtherExc>([&] { driver.throwError<OtherExc>(QStringLiteral("Y"), false); });
+        QVERIFY(e);
+        QCOMPARE(e->text, QStringLiteral("Монетоприемник: Y").toUtf8());
+        QVERIFY(capture.lines().isEmpty());
     }
 
     void metaObject()

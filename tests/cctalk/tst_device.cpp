@@ -3,6 +3,7 @@
 #include "support/fakeserialdevice.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
+#include "support/thrown.h"
 #include "testdevice.h"
 
 #include <log4cxx/logger.h>
@@ -15,6 +16,8 @@ using testsupport::hex;
 using testsupport::LogCapture;
 using testsupport::reply;
 using testsupport::request;
+using testsupport::thrown;
+using testsupport::thrownText;
 
 namespace {
 
@@ -317,12 +320,8 @@ private slots:
         LogCapture log;
         line->queueReply(testsupport::nak());
         line->queueReply(reply());
-        try {
-            device->exec(CcTalk::ModHopperBalance(3, 1000));
-            QFAIL("no exception");
-        } catch (const CcTalk::NakException& e) {
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("Ошибка выполнения команды").toUtf8());
-        }
+        QCOMPARE(thrownText<CcTalk::NakException>([&] { device->exec(CcTalk::ModHopperBalance(3, 1000)); }),
+                 QStringLiteral("Ошибка выполнения команды"));
         QCOMPARE(line->writes, QList<QByteArray>{request(120, hex("03e803"))});
         QVERIFY(device->pauses.isEmpty());
         QCOMPARE(device->getBusyRetries(), 60);
@@ -400,12 +399,8 @@ private slots:
         for (int i = 0; i < 61; ++i)
             line->queueReply(testsupport::busy());
         line->queueReply(reply());
-        try {
-            device->exec(CcTalk::SimplePoll());
-            QFAIL("no exception");
-        } catch (const CcTalk::BusyException& e) {
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("Устройство занято").toUtf8());
-        }
+        QCOMPARE(thrownText<CcTalk::BusyException>([&] { device->exec(CcTalk::SimplePoll()); }),
+                 QStringLiteral("Устройство занято"));
         QCOMPARE(line->writes.size(), 61);
         QCOMPARE(device->pauses, repeated(1000, 60));
         QCOMPARE(errorLines(log), QStringList(repeated(QStringLiteral("Устройство занято"), 61)));
@@ -527,14 +522,11 @@ private slots:
         LogCapture log;
         device->setName(QStringLiteral("Ресайклер"));
         line->queueSilence(5);
-        try {
-            device->exec(CcTalk::SimplePoll());
-            QFAIL("no exception");
-        } catch (const CcTalk::Exception& e) {
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("Ресайклер, Нет связи").toUtf8());
-            QCOMPARE(e.message(), QStringLiteral("Нет связи"));
-            QCOMPARE(e.deviceName(), QStringLiteral("Ресайклер"));
-        }
+        const auto e = thrown<CcTalk::Exception>([&] { device->exec(CcTalk::SimplePoll()); });
+        QVERIFY(e);
+        QCOMPARE(QByteArray(e->what()), QStringLiteral("Ресайклер, Нет связи").toUtf8());
+        QCOMPARE(e->message(), QStringLiteral("Нет связи"));
+        QCOMPARE(e->deviceName(), QStringLiteral("Ресайклер"));
         const QStringList lines = log.formatted();
         QCOMPARE(lines.at(0), QStringLiteral("DEBUG Ресайклер, Выполнение команды simplePoll (254)"));
         QCOMPARE(lines.at(1), QStringLiteral("TRACE Отправка: 37 00 01 FE CA"));
@@ -547,24 +539,16 @@ private slots:
     {
         device->setName(QStringLiteral("BCR"));
         line->queueReply(testsupport::nak());
-        try {
-            device->exec(CcTalk::SimplePoll());
-            QFAIL("no exception");
-        } catch (const CcTalk::NakException& e) {
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Ошибка выполнения команды").toUtf8());
-        }
+        QCOMPARE(thrownText<CcTalk::NakException>([&] { device->exec(CcTalk::SimplePoll()); }),
+                 QStringLiteral("BCR, Ошибка выполнения команды"));
         TestDevice exhausted;
         exhausted.setName(QStringLiteral("BCR"));
         exhausted.setAddress(55);
         exhausted.setSerial(line);
         for (int i = 0; i < 61; ++i)
             line->queueReply(testsupport::busy());
-        try {
-            exhausted.exec(CcTalk::SimplePoll());
-            QFAIL("no exception");
-        } catch (const CcTalk::BusyException& e) {
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Устройство занято").toUtf8());
-        }
+        QCOMPARE(thrownText<CcTalk::BusyException>([&] { exhausted.exec(CcTalk::SimplePoll()); }),
+                 QStringLiteral("BCR, Устройство занято"));
     }
 
     void noTraceLinesBelowTrace()
@@ -841,14 +825,12 @@ private slots:
     {
         LogCapture log;
         device->setName(QStringLiteral("BCR"));
-        try {
-            device->throwError<CcTalk::NakException>(QStringLiteral("Отказ"));
-            QFAIL("no exception");
-        } catch (const CcTalk::NakException& e) {
-            QCOMPARE(e.message(), QStringLiteral("Отказ"));
-            QCOMPARE(e.deviceName(), QStringLiteral("BCR"));
-            QCOMPARE(QByteArray(e.what()), QStringLiteral("BCR, Отказ").toUtf8());
-        }
+        const auto e = thrown<CcTalk::NakException>(
+            [&] { device->throwError<CcTalk::NakException>(QStringLiteral("Отказ")); });
+        QVERIFY(e);
+        QCOMPARE(e->message(), QStringLiteral("Отказ"));
+        QCOMPARE(e->deviceName(), QStringLiteral("BCR"));
+        QCOMPARE(QByteArray(e->what()), QStringLiteral("BCR, Отказ").toUtf8());
         QCOMPARE(log.formatted(), QStringList{QStringLiteral("ERROR BCR, Отказ")});
     }
 };

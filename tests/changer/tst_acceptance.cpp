@@ -139,12 +139,8 @@ void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
     Rig rig;
     standard(rig);
     rig.model.on(231, bytes({0x0F, 0x00}), DeviceModel::nak());
-    try {
-        rig.changer.cashInStart(false, {});
-        QFAIL("no exception");
-    } catch (const CcTalk::NakException& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Ошибка выполнения команды"));
-    }
+    QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.cashInStart(false, {}); }),
+             QStringLiteral("Ошибка выполнения команды"));
     QVERIFY(!rig.changer.isAccepting());
     QVERIFY(!rig.changer.timer()->isActive());
 
@@ -538,7 +534,7 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
                                             QStringLiteral("ERROR Хоппер 3, заклинивание")}));
     QVERIFY(!rig.changer.timer()->isActive());
     QCOMPARE(rig.changer.lastCounts().value(3), 1u);
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestAcceptance::pollWithoutAcceptingDoesNotRearm()

@@ -47,12 +47,8 @@ void TestCounters::acceptedCountersWaitForAcceptanceToEnd()
     rig.changer.setPositions({{1, 100}});
     rig.model.setActivity(4);
     testsupport::LogCapture log;
-    try {
-        rig.changer.getAcceptedCounters();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения приема монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getAcceptedCounters(); }),
+             QStringLiteral("Таймаут ожидания завершения приема монет"));
     QCOMPARE(rig.changer.sleeps.size(), 10);
     // with the fault check on every poll
     QCOMPARE(rig.serial.writes.size(), 1 + 2 * 10);
@@ -168,12 +164,8 @@ void TestCounters::dispensedCountersWaitForThePayout()
 
     Rig slow;
     slow.model.setActivity(8);
-    try {
-        slow.changer.getDispensedCounters();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выема монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { slow.changer.getDispensedCounters(); }),
+             QStringLiteral("Таймаут ожидания завершения выема монет"));
     QCOMPARE(slow.changer.sleeps.size(), 300);
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 // Records which operations the changer calls on itself, and lets each through
 // to the real one only when asked to.
-class RecordingChanger : public TestChanger
+class SpyChanger : public RecordingChanger
 {
 public:
     bool forward = false;
@@ -64,11 +64,6 @@ public:
     }
     void checkMoneyIn() override { calls << QStringLiteral("checkMoneyIn"); }
 };
-
-QString messageOf(const std::exception& e)
-{
-    return QString::fromUtf8(e.what());
-}
 
 const QList<Hopper> threeHoppers = {
     {"RU100A", 10, 500, true},
@@ -140,7 +135,7 @@ void TestDiscovery::metaObject()
     QCOMPARE(poll.access(), QMetaMethod::Protected);
     QCOMPARE(poll.parameterCount(), 0);
 
-    TestChanger changer;
+    RecordingChanger changer;
     QVERIFY(changer.qt_metacast("CcTalk::Changer") == &changer);
     QVERIFY(changer.qt_metacast("QObject") != nullptr);
     QVERIFY(changer.qt_metacast("CcTalk::Device") == nullptr);
@@ -189,7 +184,7 @@ void TestDiscovery::virtualOperationsInSlotOrder()
         slotOf(&C::purge),
         slotOf(&C::maintanenceInfo),
         slotOf(&C::maintanenceDone),
-        slotOf(&TestChanger::checkMoneyIn),
+        slotOf(&RecordingChanger::checkMoneyIn),
         slotOf(&C::loadCashUnits),
         slotOf(&C::getHoppersCounters),
         slotOf(&C::resetIfNeeded),
@@ -206,8 +201,8 @@ void TestDiscovery::virtualOperationsInSlotOrder()
 
 void TestDiscovery::constructorState()
 {
-    QVERIFY(!TestChanger::resetPending());
-    TestChanger changer;
+    QVERIFY(!RecordingChanger::resetPending());
+    RecordingChanger changer;
     QVERIFY(QMetaType::type("SumDetailed") != 0);
     QVERIFY(changer.timer() != nullptr);
     QCOMPARE(changer.timer()->parent(), &changer);
@@ -226,7 +221,7 @@ void TestDiscovery::constructorState()
 
     QPointer<Timer> timer = changer.timer();
     {
-        auto* owned = new TestChanger;
+        auto* owned = new RecordingChanger;
         timer = owned->timer();
         delete owned;
     }
@@ -235,14 +230,14 @@ void TestDiscovery::constructorState()
 
 void TestDiscovery::timerRunsThePollVirtually()
 {
-    RecordingChanger changer;
+    SpyChanger changer;
     emit changer.timer()->timeout();
     QCOMPARE(changer.calls, QStringList{QStringLiteral("checkMoneyIn")});
 }
 
 void TestDiscovery::initCallsItsStepsInOrderVirtually()
 {
-    RecordingChanger changer;
+    SpyChanger changer;
     changer.init();
     QCOMPARE(changer.calls, QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("commonInit"),
                                          QStringLiteral("setTime"), QStringLiteral("checkState"),
@@ -320,12 +315,12 @@ void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
 {
     Rig rig;
     prepareInit(rig);
-    TestChanger::setResetPending(true);
+    RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.init();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + initRequests());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(log.texts(QStringLiteral("INFO")).first(), QStringLiteral("Выполняется сброс"));
 }
 
@@ -343,7 +338,7 @@ void TestDiscovery::connectPollsThenWaitsForInitialisation()
              QStringList({QStringLiteral("Проверка соединения с устройством"),
                           QStringLiteral("Выполняется ожидание завершения инициализации устройства...")}));
 
-    RecordingChanger recording;
+    SpyChanger recording;
     testsupport::FakeSerialDevice line;
     line.setResponder([](const QByteArray&) { return QList<QByteArray>{testsupport::reply()}; });
     recording.setSerial(&line);
@@ -360,15 +355,11 @@ void TestDiscovery::connectChecksErrorsWhileWaiting()
     rig.model.setErrorStatus(3, 2);
     rig.model.setSelfcheck(0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.connect();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Хоппер 3, заклинивание"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.connect(); }),
+             QStringLiteral("Хоппер 3, заклинивание"));
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList{QStringLiteral("Хоппер 3, заклинивание")});
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestDiscovery::getUnitsWaitsWithoutErrorChecks()
@@ -392,7 +383,7 @@ void TestDiscovery::getUnitsWaitsWithoutErrorChecks()
 
 void TestDiscovery::getUnitsCallsItsStepsVirtually()
 {
-    RecordingChanger changer;
+    SpyChanger changer;
     changer.getUnits();
     QCOMPARE(changer.calls,
              QStringList({QStringLiteral("waitNotState(64, 300, завершения инициализации устройства, false)"),
@@ -605,12 +596,8 @@ void TestDiscovery::failureKeepsWhatWasFound()
     Rig rig;
     rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0);
     rig.model.on(119, bytes({2}), DeviceModel::nak());
-    try {
-        rig.changer.loadCashUnits();
-        QFAIL("no exception");
-    } catch (const CcTalk::NakException& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Ошибка выполнения команды"));
-    }
+    QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.loadCashUnits(); }),
+             QStringLiteral("Ошибка выполнения команды"));
     QCOMPARE(rig.changer.cachedUnits().size(), 1);
     QCOMPARE(rig.changer.cachedUnits().at(0).name, QStringLiteral("hopper1"));
     // not yet reduced to what the acceptor recognises
@@ -625,13 +612,9 @@ void TestDiscovery::getUnitIsCaseSensitive()
     rig.model.recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0);
     rig.discover();
     testsupport::LogCapture log;
-    try {
-        rig.changer.getUnit(QStringLiteral("Hopper1"));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Модуль не найден"));
-        QCOMPARE(QByteArray(e.what()), QStringLiteral("Модуль не найден").toUtf8());
-    }
+    const auto e = thrown<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("Hopper1")); });
+    QVERIFY(e);
+    QCOMPARE(QByteArray(e->what()), QStringLiteral("Модуль не найден").toUtf8());
     QCOMPARE(log.formatted(), QStringList{QStringLiteral("ERROR Модуль не найден")});
     QCOMPARE(rig.changer.getUnit(QStringLiteral("hopper1")).denom, 100u);
     QCOMPARE(rig.changer.getUnit(QStringLiteral("cashbox")).type, 3);
@@ -640,12 +623,8 @@ void TestDiscovery::getUnitIsCaseSensitive()
 void TestDiscovery::getUnitBeforeDiscovery()
 {
     Rig rig;
-    try {
-        rig.changer.getUnit(QStringLiteral("cashbox"));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Модуль не найден"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("cashbox")); }),
+             QStringLiteral("Модуль не найден"));
     QVERIFY(rig.serial.writes.isEmpty());
 }
 

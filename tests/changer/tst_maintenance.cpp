@@ -13,7 +13,7 @@ namespace {
 
 // Looks units up in a list of its own, to show that the maintenance operations
 // ask getUnit through the virtual table.
-class LookupChanger : public TestChanger
+class LookupChanger : public RecordingChanger
 {
 public:
     QList<CashControlUnit> known;
@@ -210,12 +210,8 @@ void TestMaintenance::unknownUnitFails()
     Rig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
     testsupport::LogCapture log;
-    try {
-        rig.changer.maintanenceInfo(QStringLiteral("Hopper1"));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Модуль не найден"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.maintanenceInfo(QStringLiteral("Hopper1")); }),
+             QStringLiteral("Модуль не найден"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.maintanenceDone(QStringLiteral("hopper9")), CcTalk::Exception);
     QVERIFY(rig.serial.writes.isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Модуль не найден"),

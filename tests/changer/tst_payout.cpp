@@ -55,7 +55,7 @@ void prepare(Rig& rig, quint32 paid1, quint32 paid2)
     rig.model.onAny(125, DeviceModel::data(QByteArray()));
 }
 
-class RecordingChanger : public TestChanger
+class SpyChanger : public RecordingChanger
 {
 public:
     QStringList calls;
@@ -84,7 +84,7 @@ class TestPayout : public QObject
 {
     Q_OBJECT
 private slots:
-    void cleanup() { TestChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void patternOfOneDenomination();
     void patternWaitsTwoPollsPerCoin();
@@ -134,12 +134,10 @@ void TestPayout::patternWaitsTwoPollsPerCoin()
     Rig rig;
     prepare(rig, 3, 0);
     rig.model.setActivity(8);
-    try {
-        rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
+             }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 66);
     QVERIFY(rig.serial.writes.contains(req(85, bytes({0x01, 0x03}))));
     // the snapshot stays for a later look at what came out
@@ -333,12 +331,7 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     prepare(rig, 0, 0);
     rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
     testsupport::LogCapture log;
-    try {
-        rig.changer.purge(2);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.purge(2); }), QStringLiteral("Нет связи"));
     // the counters read once more for the log of what came out
     QCOMPARE(rig.serial.writes, counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
                                     counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
@@ -379,12 +372,10 @@ void TestPayout::lostPatternAnswerIsNotRepeated()
     prepare(rig, 3, 0);
     rig.model.on(85, bytes({1, 3}), DeviceModel::silent());
     testsupport::LogCapture log;
-    try {
-        rig.changer.cashOut(coins({{1000, 3}}));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 3}}));
+             }),
+             QStringLiteral("Нет связи"));
     QCOMPARE(rig.serial.writes.count(req(85, bytes({1, 3}))), 1);
     // no payout runs any more; the counters tell what came out
     QCOMPARE(rig.serial.writes.mid(4), frames({req(85, bytes({1, 3})), req(123)}) + counterReads({1, 2}));
@@ -417,13 +408,9 @@ void TestPayout::faultDuringThePayoutWait()
     rig.model.setErrorStatus(1, 2);
     rig.model.setSelfcheck(0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.cashOut(1, 5);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 1, заклинивание"));
-    }
-    QVERIFY(TestChanger::resetPending());
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 5); }),
+             QStringLiteral("Хоппер 1, заклинивание"));
+    QVERIFY(RecordingChanger::resetPending());
     QCOMPARE(rig.serial.writes.mid(4),
              frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232), req(123)}) +
                  counterReads({1, 2}));
@@ -433,22 +420,17 @@ void TestPayout::faultDuringThePayoutWait()
 
 void TestPayout::payoutsCallTheirStepsVirtually()
 {
-    RecordingChanger changer;
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    changer.setAddress(55);
-    changer.setSerial(&serial);
-    serial.setResponder(model.responder());
-    model.onAny(85, DeviceModel::data(QByteArray()));
-    model.on(80, bytes({2}), QByteArray());
-    model.on(125, bytes({100, 0, 0, 0}), QByteArray());
-    model.on(121, bytes({4, 0}), QByteArray());
-    changer.cashOut(coins({{1000, 3}}));
-    changer.cashOut(1, 3);
-    changer.cashOut(ECashControl::Optimal, 100);
-    changer.purge(4);
+    RigOf<SpyChanger> rig;
+    rig.model.onAny(85, DeviceModel::data(QByteArray()));
+    rig.model.on(80, bytes({2}), QByteArray());
+    rig.model.on(125, bytes({100, 0, 0, 0}), QByteArray());
+    rig.model.on(121, bytes({4, 0}), QByteArray());
+    rig.changer.cashOut(coins({{1000, 3}}));
+    rig.changer.cashOut(1, 3);
+    rig.changer.cashOut(ECashControl::Optimal, 100);
+    rig.changer.purge(4);
     const QString wait = QStringLiteral("waitNotState(8, %1, завершения выдачи монет, true)");
-    QCOMPARE(changer.calls,
+    QCOMPARE(rig.changer.calls,
              QStringList(
                  {QStringLiteral("getHoppersCounters"), wait.arg(60), QStringLiteral("getLastCashOut"),
                   QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(66),
@@ -457,7 +439,7 @@ void TestPayout::payoutsCallTheirStepsVirtually()
                   QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(2000),
                   QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters")}));
     // no hopper units: the coins were for nobody and the pattern went out empty
-    QCOMPARE(serial.writes.first(), req(85));
+    QCOMPARE(rig.serial.writes.first(), req(85));
 }
 
 void TestPayout::refusesNegativeCounts()
@@ -465,12 +447,10 @@ void TestPayout::refusesNegativeCounts()
     Rig rig;
     prepare(rig, 0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.cashOut(coins({{1000, 1}, {500, -1}}));
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 1}, {500, -1}}));
+             }),
+             QStringLiteral("Некорректная сумма"));
     // also for a denomination that no hopper holds
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{200, -3}})), CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MIN}})), CcTalk::Exception);
@@ -521,12 +501,8 @@ void TestPayout::refusesLongSingleHopperPayout()
     Rig rig;
     prepare(rig, 0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.cashOut(1, 61 * 255 + 1);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 61 * 255 + 1); }),
+             QStringLiteral("Некорректная сумма"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 0xFFFFFFFFu), CcTalk::Exception);
     QVERIFY(rig.serial.writes.isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
@@ -538,12 +514,8 @@ void TestPayout::refusesAmountsOutsideThirtyTwoBits()
     Rig rig;
     prepare(rig, 0, 0);
     testsupport::LogCapture log;
-    try {
-        rig.changer.cashOut(ECashControl::Optimal, -500);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Некорректная сумма"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(ECashControl::Optimal, -500); }),
+             QStringLiteral("Некорректная сумма"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, -1), CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 0x100000000LL), CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, LLONG_MIN), CcTalk::Exception);

@@ -13,7 +13,7 @@ using namespace changertest;
 namespace {
 
 // Has the line lose the answer to the next payout command the changer sends.
-class LosingChanger : public TestChanger
+class LosingChanger : public RecordingChanger
 {
 public:
     testsupport::SimLine* line = nullptr;
@@ -32,15 +32,7 @@ public:
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity, bool enabled)
 {
-    sim::HopperConfig h;
-    h.coinId = QString::fromLatin1(coin);
-    h.count = count;
-    h.capacity = capacity;
-    h.enabled = enabled;
-    h.firmware = QStringLiteral("HP-3.02");
-    h.model = QStringLiteral("BCR-HOP");
-    h.serial = 610020;
-    return h;
+    return testsupport::hopperConfig(coin, count, capacity, enabled, 610020);
 }
 
 // Positions: 1 and 5 take 1.00 coins, 2 takes 5.00, 3 takes 10.00, 4 takes 2.00.
@@ -66,17 +58,16 @@ struct SimRig
 {
     explicit SimRig(const sim::Config& config = recycler()) : line(config)
     {
-        TestChanger::setResetPending(false);
+        RecordingChanger::setResetPending(false);
         attach(changer);
     }
-    ~SimRig() { TestChanger::setResetPending(false); }
+    ~SimRig() { RecordingChanger::setResetPending(false); }
 
-    void attach(TestChanger& c)
+    void attach(RecordingChanger& c)
     {
         c.setAddress(55);
         c.setSerial(&line);
-        c.setClock([this] { return line.now(); });
-        c.onPause = [this](int msecs) { line.advance(msecs); };
+        c.runOn(line);
     }
 
     sim::Device& device() { return line.device(); }
@@ -106,13 +97,8 @@ struct SimRig
     }
 
     testsupport::SimLine line;
-    TestChanger changer;
+    RecordingChanger changer;
 };
-
-QString messageOf(const std::exception& e)
-{
-    return QString::fromUtf8(e.what());
-}
 
 QMap<unsigned int, long long> withoutZeros(const QMap<unsigned int, long long>& counts)
 {
@@ -146,7 +132,7 @@ class TestSimulation : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanup() { TestChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void discovery();
     void acceptanceWithAnExcludedDenomination();
@@ -267,7 +253,7 @@ void TestSimulation::faultDuringAcceptance()
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Приемник монет, заклинивание"));
     QVERIFY(!rig.changer.timer()->isActive());
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     // polling has stopped and the acceptor is closed: a coin now is refused
     QCOMPARE(rig.device().inhibitMask(), quint16(0));
@@ -390,12 +376,7 @@ void TestSimulation::payoutWithItsAnswerLost()
     SumDetailed coins;
     coins.denoms = {{1000, 3}};
     changer.armed = true;
-    try {
-        changer.cashOut(coins);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Нет связи"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { changer.cashOut(coins); }), QStringLiteral("Нет связи"));
     QCOMPARE(rig.headers(85), 1);
     QCOMPARE(changer.sleeps, QList<int>{200});
     // the coins went out all the same, and the snapshot tells how many
@@ -408,12 +389,8 @@ void TestSimulation::payoutWithItsAnswerLost()
     // nor is the amount payout repeated
     rig.line.clearTransactions();
     changer.armed = true;
-    try {
-        changer.cashOut(ECashControl::Minimum, 1000);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Нет связи"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { changer.cashOut(ECashControl::Minimum, 1000); }),
+             QStringLiteral("Нет связи"));
     changer.waitNotState(8, 100, QStringLiteral("завершения выдачи монет"), false);
     QCOMPARE(rig.headers(80), 1);
     QCOMPARE(rig.headers(125), 1);
@@ -431,23 +408,15 @@ void TestSimulation::delayedErrorThenReset()
     rig.device().setActivityBits(16);
     rig.device().setErrorStatus(1, 104);
     rig.device().setSelfCheck(35, 2);
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Приемник монет неисправен"));
-    }
-    QVERIFY(TestChanger::resetPending());
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Приемник монет неисправен"));
+    QVERIFY(RecordingChanger::resetPending());
 
     // the device has forgotten the fault; the changer has not
     rig.device().clearFaults();
     rig.line.clearTransactions();
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Приемник монет неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Приемник монет неисправен"));
     QVERIFY(rig.line.transactions().isEmpty());
 
     int resetsBefore = -1;
@@ -464,7 +433,7 @@ void TestSimulation::delayedErrorThenReset()
     int resetsAfter = -1;
     resetsAfter = rig.device().resets();
     QCOMPARE(resetsAfter, resetsBefore + 1);
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     const QStringList info = log.texts(QStringLiteral("INFO"));
     QCOMPARE(
         info.mid(0, 4),
@@ -484,12 +453,8 @@ void TestSimulation::waitTimesOut()
     rig.device().setActivityBits(4);
     rig.changer.sleeps.clear();
     testsupport::LogCapture log;
-    try {
-        rig.changer.getAcceptedCounters();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(messageOf(e), QStringLiteral("Таймаут ожидания завершения приема монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getAcceptedCounters(); }),
+             QStringLiteral("Таймаут ожидания завершения приема монет"));
     QCOMPARE(rig.changer.sleeps, QVector<int>(10, 1000).toList());
     QCOMPARE(significant(log).last(), QStringLiteral("ERROR Таймаут ожидания завершения приема монет"));
 
@@ -554,12 +519,7 @@ void TestSimulation::refusedRequestsNeverReachTheDevice()
     rig.line.clearTransactions();
 
     auto refused = [](const std::function<void()>& call) {
-        try {
-            call();
-        } catch (const CcTalk::Exception& e) {
-            return messageOf(e) == QStringLiteral("Некорректная сумма");
-        }
-        return false;
+        return thrownText<CcTalk::Exception>(call) == QStringLiteral("Некорректная сумма");
     };
     SumDetailed negative;
     negative.denoms = {{100, -1}};

@@ -17,7 +17,7 @@ QList<QByteArray> repeat(const QByteArray& frame, int times)
     return out;
 }
 
-class RecordingChanger : public TestChanger
+class SpyChanger : public RecordingChanger
 {
 public:
     QStringList calls;
@@ -41,32 +41,50 @@ QList<QByteArray> quietStateCheck()
     return {req(254), req(123), req(123), req(123), req(123)};
 }
 
+// The activity register, the error status (module -1: not answered) and the
+// self-check answer the model gives.
+void addDeviceColumns()
+{
+    QTest::addColumn<QList<quint16>>("activity");
+    QTest::addColumn<int>("module");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("fault");
+    QTest::addColumn<int>("extra");
+}
+
+void setUpDevice(DeviceModel& model)
+{
+    QFETCH(QList<quint16>, activity);
+    QFETCH(int, module);
+    QFETCH(int, status);
+    QFETCH(int, fault);
+    QFETCH(int, extra);
+    if (activity.size() == 1)
+        model.setActivity(activity.first());
+    else
+        model.setActivitySequence(activity);
+    if (module >= 0)
+        model.setErrorStatus(quint8(module), quint8(status));
+    if (fault >= 0)
+        model.setSelfcheck(quint8(fault), quint8(extra));
+}
+
 } // namespace
 
 class TestSupervision : public QObject
 {
     Q_OBJECT
 private slots:
-    void cleanup() { TestChanger::setResetPending(false); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
-    void checkErrorWithoutFaultBitsAsksOnlyTheRegister();
-    void warningWithNonFatalStatusOnlyLogs();
-    void warningBecomesFaultWhenTheStatusIsFatal();
-    void warningBecomesFaultWhenTheSelfcheckIsFatal();
-    void warningPrefersTheSelfcheckMessage();
-    void flaggedFaultWithoutReportedErrorIsIgnored();
-    void faultBitRaisesTheStatusMessage();
+    void checkError_data();
+    void checkError();
     void delayedErrorIsRaisedAgainThenTheDeviceIsReset();
     void delayedWarningIsStillRaisedByTheNextStateCheck();
     void linkFailureDuringCheckLeavesTheResetFlag();
 
-    void waitReturnsAtOnceWhenTheBitIsClear();
-    void waitWithNoPollsTimesOutAtOnce();
-    void waitWithNegativePollsTimesOutAtOnce();
-    void waitTimesOutAfterItsPolls();
-    void waitWithoutErrorChecks();
-    void waitEndsWhenTheBitClearsOnTheLastPoll();
-    void waitEndsOnAFault();
+    void wait_data();
+    void wait();
 
     void resetOnlyWhenFlagged();
     void failedResetIsTriedAgain();
@@ -80,105 +98,57 @@ private slots:
     void stateCheckRaisesAFault();
 };
 
-void TestSupervision::checkErrorWithoutFaultBitsAsksOnlyTheRegister()
+void TestSupervision::checkError_data()
 {
-    Rig rig;
-    rig.model.setActivity(4 | 8 | 64 | 32 | 0x8000);
-    testsupport::LogCapture log;
-    rig.changer.checkError();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
-    QVERIFY(significant(log).isEmpty());
-    QVERIFY(!TestChanger::resetPending());
-}
+    addDeviceColumns();
+    QTest::addColumn<QString>("thrown");
+    QTest::addColumn<QList<QByteArray>>("writes");
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<bool>("reset");
+    QTest::addColumn<QString>("pending");
 
-void TestSupervision::warningWithNonFatalStatusOnlyLogs()
-{
-    Rig rig;
-    rig.model.setActivity(4096);
-    rig.model.setErrorStatus(3, 2);
-    rig.model.setSelfcheck(0, 7);
-    testsupport::LogCapture log;
-    rig.changer.checkError();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122), req(232)}));
-    QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Хоппер 3, заклинивание")});
-    QVERIFY(!TestChanger::resetPending());
-    QVERIFY(rig.changer.pendingError().isEmpty());
-}
-
-void TestSupervision::warningBecomesFaultWhenTheStatusIsFatal()
-{
-    Rig rig;
-    rig.model.setActivity(4096);
-    rig.model.setErrorStatus(1, 101);
-    rig.model.setSelfcheck(0, 0);
-    testsupport::LogCapture log;
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет, заклинивание"));
-    }
-    QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет, заклинивание")});
-    QVERIFY(TestChanger::resetPending());
-}
-
-void TestSupervision::warningBecomesFaultWhenTheSelfcheckIsFatal()
-{
-    Rig rig;
-    rig.model.setActivity(4096 | 16);
-    rig.model.setErrorStatus(2, 1);
-    rig.model.setSelfcheck(51, 1);
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Открыта дверь в устройстве поштучной подачи"));
-    }
-    QVERIFY(TestChanger::resetPending());
-}
-
-void TestSupervision::warningPrefersTheSelfcheckMessage()
-{
-    Rig rig;
-    rig.model.setActivity(4096 | 16);
-    rig.model.setErrorStatus(2, 1);
-    rig.model.setSelfcheck(3, 0);
-    testsupport::LogCapture log;
-    rig.changer.checkError();
-    QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Ошибка датчика валидации")});
-    QVERIFY(!TestChanger::resetPending());
-}
-
-void TestSupervision::flaggedFaultWithoutReportedErrorIsIgnored()
-{
-    Rig rig;
-    rig.model.setActivity(16);
+    const QList<QByteArray> all{req(123), req(122), req(232)};
+    QTest::newRow("withoutFaultBitsAsksOnlyTheRegister")
+        << QList<quint16>{4 | 8 | 64 | 32 | 0x8000} << -1 << 0 << -1 << 0 << QString()
+        << QList<QByteArray>{req(123)} << QStringList() << false << QString();
+    QTest::newRow("warningWithNonFatalStatusOnlyLogs")
+        << QList<quint16>{4096} << 3 << 2 << 0 << 7 << QString() << all
+        << QStringList{QStringLiteral("WARN Хоппер 3, заклинивание")} << false << QString();
+    QTest::newRow("warningBecomesFaultWhenTheStatusIsFatal")
+        << QList<quint16>{4096} << 1 << 101 << 0 << 0 << QStringLiteral("Приемник монет, заклинивание") << all
+        << QStringList{QStringLiteral("ERROR Приемник монет, заклинивание")} << true << QString();
+    QTest::newRow("warningBecomesFaultWhenTheSelfcheckIsFatal")
+        << QList<quint16>{4096 | 16} << 2 << 1 << 51 << 1
+        << QStringLiteral("Открыта дверь в устройстве поштучной подачи") << all
+        << QStringList{QStringLiteral("ERROR Открыта дверь в устройстве поштучной подачи")} << true
+        << QString();
+    QTest::newRow("warningPrefersTheSelfcheckMessage")
+        << QList<quint16>{4096 | 16} << 2 << 1 << 3 << 0 << QString() << all
+        << QStringList{QStringLiteral("WARN Ошибка датчика валидации")} << false << QString();
     // module 0: no error, even with a fatal code
-    rig.model.setErrorStatus(0, 101);
-    testsupport::LogCapture log;
-    rig.changer.checkError();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122)}));
-    QVERIFY(significant(log).isEmpty());
-    QVERIFY(!TestChanger::resetPending());
+    QTest::newRow("flaggedFaultWithoutReportedErrorIsIgnored")
+        << QList<quint16>{16} << 0 << 101 << -1 << 0 << QString() << QList<QByteArray>({req(123), req(122)})
+        << QStringList() << false << QString();
+    QTest::newRow("faultBitRaisesTheStatusMessage")
+        << QList<quint16>{16} << 4 << 4 << 0 << 0 << QStringLiteral("Хоппер 4 неисправен") << all
+        << QStringList{QStringLiteral("ERROR Хоппер 4 неисправен")} << true << QString();
 }
 
-void TestSupervision::faultBitRaisesTheStatusMessage()
+void TestSupervision::checkError()
 {
+    QFETCH(QString, thrown);
+    QFETCH(QList<QByteArray>, writes);
+    QFETCH(QStringList, log);
+    QFETCH(bool, reset);
+    QFETCH(QString, pending);
     Rig rig;
-    rig.model.setActivity(16);
-    rig.model.setErrorStatus(4, 4);
-    rig.model.setSelfcheck(0, 0);
-    testsupport::LogCapture log;
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 4 неисправен"));
-    }
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(123), req(122), req(232)}));
-    QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Хоппер 4 неисправен")});
-    QVERIFY(TestChanger::resetPending());
-    QVERIFY(rig.changer.pendingError().isEmpty());
+    setUpDevice(rig.model);
+    testsupport::LogCapture capture;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), thrown);
+    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(significant(capture), log);
+    QCOMPARE(RecordingChanger::resetPending(), reset);
+    QCOMPARE(rig.changer.pendingError(), pending);
 }
 
 void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
@@ -187,29 +157,21 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
     rig.model.setActivity(16);
     rig.model.setErrorStatus(1, 104);
     rig.model.setSelfcheck(35, 2);
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
+             QStringLiteral("Приемник монет неисправен"));
     QCOMPARE(rig.changer.pendingError(), QStringLiteral("Приемник монет неисправен"));
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     // the device no longer reports anything; the delayed error still comes first
     rig.model.setActivity(0);
     rig.serial.writes.clear();
     testsupport::LogCapture log;
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет неисправен"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Приемник монет неисправен"));
     QVERIFY(rig.serial.writes.isEmpty());
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет неисправен")});
     QVERIFY(rig.changer.pendingError().isEmpty());
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     // the call after: the reset sequence, then the ordinary state check
     log.clear();
@@ -218,7 +180,7 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
     rig.changer.checkState();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Выполняется сброс"),
                                             QStringLiteral("INFO Проверка состояния устройства"),
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
@@ -238,16 +200,12 @@ void TestSupervision::delayedWarningIsStillRaisedByTheNextStateCheck()
     testsupport::LogCapture log;
     rig.changer.checkError();
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Приемник монет, заклинивание")});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     rig.serial.writes.clear();
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Приемник монет, заклинивание"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Приемник монет, заклинивание"));
     QVERIFY(rig.serial.writes.isEmpty());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
@@ -256,118 +214,92 @@ void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
     rig.model.setActivity(16);
     rig.model.on(122, QByteArray(), DeviceModel::nak());
     QVERIFY_EXCEPTION_THROWN(rig.changer.checkError(), CcTalk::NakException);
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 
     rig.model.setErrorStatus(1, 104);
     rig.model.on(232, QByteArray(), DeviceModel::silent());
-    try {
-        rig.changer.checkError();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Нет связи"));
-    }
-    QVERIFY(!TestChanger::resetPending());
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
+    QVERIFY(!RecordingChanger::resetPending());
 }
 
-void TestSupervision::waitReturnsAtOnceWhenTheBitIsClear()
+void TestSupervision::wait_data()
 {
-    Rig rig;
-    rig.model.setActivity(4 | 16 | 64);
-    testsupport::LogCapture log;
-    rig.changer.waitNotState(8, 300, QStringLiteral("завершения выдачи монет"), true);
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
-    QVERIFY(significant(log).isEmpty());
-    QVERIFY(rig.changer.sleeps.isEmpty());
-}
+    addDeviceColumns();
+    QTest::addColumn<int>("bit");
+    QTest::addColumn<int>("polls");
+    QTest::addColumn<QString>("what");
+    QTest::addColumn<bool>("checkErrors");
+    QTest::addColumn<QString>("thrown");
+    QTest::addColumn<QList<QByteArray>>("writes");
+    QTest::addColumn<QList<int>>("sleeps");
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<bool>("reset");
 
-void TestSupervision::waitWithNoPollsTimesOutAtOnce()
-{
-    Rig rig;
-    rig.model.setActivity(8);
-    testsupport::LogCapture log;
-    try {
-        rig.changer.waitNotState(8, 0, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
-    QVERIFY(rig.changer.sleeps.isEmpty());
-    QCOMPARE(significant(log),
-             QStringList({QStringLiteral("INFO Выполняется ожидание завершения выдачи монет..."),
-                          QStringLiteral("ERROR Таймаут ожидания завершения выдачи монет")}));
-}
-
-void TestSupervision::waitWithNegativePollsTimesOutAtOnce()
-{
-    Rig rig;
-    rig.model.setActivity(4);
-    try {
-        rig.changer.waitNotState(4, -5, QStringLiteral("завершения приема монет"), false);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения приема монет"));
-    }
-    QCOMPARE(rig.serial.writes.size(), 1);
-    QVERIFY(rig.changer.sleeps.isEmpty());
-}
-
-void TestSupervision::waitTimesOutAfterItsPolls()
-{
-    Rig rig;
-    rig.model.setActivity(8);
-    testsupport::LogCapture log;
-    try {
-        rig.changer.waitNotState(8, 3, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    const QString payout = QStringLiteral("завершения выдачи монет");
+    const QStringList payoutTimeout{QStringLiteral("INFO Выполняется ожидание завершения выдачи монет..."),
+                                    QStringLiteral("ERROR Таймаут ожидания завершения выдачи монет")};
+    const QList<int> threePolls{1000, 1000, 1000};
+    QTest::newRow("returnsAtOnceWhenTheBitIsClear")
+        << QList<quint16>{4 | 16 | 64} << -1 << 0 << -1 << 0 << 8 << 300 << payout << true << QString()
+        << QList<QByteArray>{req(123)} << QList<int>() << QStringList() << false;
+    QTest::newRow("withNoPollsTimesOutAtOnce")
+        << QList<quint16>{8} << -1 << 0 << -1 << 0 << 8 << 0 << payout << true
+        << QStringLiteral("Таймаут ожидания завершения выдачи монет") << QList<QByteArray>{req(123)}
+        << QList<int>() << payoutTimeout << false;
+    QTest::newRow("withNegativePollsTimesOutAtOnce")
+        << QList<quint16>{4} << -1 << 0 << -1 << 0 << 4 << -5 << QStringLiteral("завершения приема монет")
+        << false << QStringLiteral("Таймаут ожидания завершения приема монет") << QList<QByteArray>{req(123)}
+        << QList<int>()
+        << QStringList({QStringLiteral("INFO Выполняется ожидание завершения приема монет..."),
+                        QStringLiteral("ERROR Таймаут ожидания завершения приема монет")})
+        << false;
     // first read, then per poll the fault check and the next read
-    QCOMPARE(rig.serial.writes, repeat(req(123), 7));
-    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000, 1000}));
-    QCOMPARE(significant(log),
-             QStringList({QStringLiteral("INFO Выполняется ожидание завершения выдачи монет..."),
-                          QStringLiteral("ERROR Таймаут ожидания завершения выдачи монет")}));
+    QTest::newRow("timesOutAfterItsPolls")
+        << QList<quint16>{8} << -1 << 0 << -1 << 0 << 8 << 3 << payout << true
+        << QStringLiteral("Таймаут ожидания завершения выдачи монет") << repeat(req(123), 7) << threePolls
+        << payoutTimeout << false;
+    QTest::newRow("withoutErrorChecks")
+        << QList<quint16>{64 | 16} << 1 << 101 << -1 << 0 << 64 << 3
+        << QStringLiteral("завершения инициализации устройства") << false
+        << QStringLiteral("Таймаут ожидания завершения инициализации устройства") << repeat(req(123), 4)
+        << threePolls
+        << QStringList({QStringLiteral("INFO Выполняется ожидание завершения инициализации устройства..."),
+                        QStringLiteral("ERROR Таймаут ожидания завершения инициализации устройства")})
+        << false;
+    QTest::newRow("endsWhenTheBitClearsOnTheLastPoll")
+        << QList<quint16>{8, 8, 0} << -1 << 0 << -1 << 0 << 8 << 2 << payout << false << QString()
+        << repeat(req(123), 3) << QList<int>({1000, 1000})
+        << QStringList{QStringLiteral("INFO Выполняется ожидание завершения выдачи монет...")} << false;
+    QTest::newRow("endsOnAFault")
+        << QList<quint16>{8, 8, 8 | 16} << 2 << 2 << 0 << 0 << 8 << 300 << payout << true
+        << QStringLiteral("Хоппер 2, заклинивание")
+        << QList<QByteArray>({req(123), req(123), req(123), req(123), req(122), req(232)})
+        << QList<int>({1000, 1000})
+        << QStringList({QStringLiteral("INFO Выполняется ожидание завершения выдачи монет..."),
+                        QStringLiteral("ERROR Хоппер 2, заклинивание")})
+        << true;
 }
 
-void TestSupervision::waitWithoutErrorChecks()
+void TestSupervision::wait()
 {
+    QFETCH(int, bit);
+    QFETCH(int, polls);
+    QFETCH(QString, what);
+    QFETCH(bool, checkErrors);
+    QFETCH(QString, thrown);
+    QFETCH(QList<QByteArray>, writes);
+    QFETCH(QList<int>, sleeps);
+    QFETCH(QStringList, log);
+    QFETCH(bool, reset);
     Rig rig;
-    rig.model.setActivity(64 | 16);
-    rig.model.setErrorStatus(1, 101);
-    QVERIFY_EXCEPTION_THROWN(
-        rig.changer.waitNotState(64, 3, QStringLiteral("завершения инициализации устройства"), false),
-        CcTalk::Exception);
-    QCOMPARE(rig.serial.writes, repeat(req(123), 4));
-    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000, 1000}));
-    QVERIFY(!TestChanger::resetPending());
-}
-
-void TestSupervision::waitEndsWhenTheBitClearsOnTheLastPoll()
-{
-    Rig rig;
-    rig.model.setActivitySequence({8, 8, 0});
-    rig.changer.waitNotState(8, 2, QStringLiteral("завершения выдачи монет"), false);
-    QCOMPARE(rig.serial.writes, repeat(req(123), 3));
-    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
-}
-
-void TestSupervision::waitEndsOnAFault()
-{
-    Rig rig;
-    rig.model.setActivitySequence({8, 8, 8 | 16});
-    rig.model.setErrorStatus(2, 2);
-    rig.model.setSelfcheck(0, 0);
-    try {
-        rig.changer.waitNotState(8, 300, QStringLiteral("завершения выдачи монет"), true);
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Хоппер 2, заклинивание"));
-    }
-    QCOMPARE(rig.serial.writes,
-             QList<QByteArray>({req(123), req(123), req(123), req(123), req(122), req(232)}));
-    QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
+    setUpDevice(rig.model);
+    testsupport::LogCapture capture;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.waitNotState(bit, polls, what, checkErrors); }),
+             thrown);
+    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(rig.changer.sleeps, sleeps);
+    QCOMPARE(significant(capture), log);
+    QCOMPARE(RecordingChanger::resetPending(), reset);
 }
 
 void TestSupervision::resetOnlyWhenFlagged()
@@ -378,12 +310,12 @@ void TestSupervision::resetOnlyWhenFlagged()
     QVERIFY(rig.serial.writes.isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
 
-    TestChanger::setResetPending(true);
+    RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.resetIfNeeded();
     QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)});
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Выполняется сброс")});
 }
 
@@ -391,13 +323,13 @@ void TestSupervision::failedResetIsTriedAgain()
 {
     Rig rig;
     rig.model.onReplies(1, QByteArray(), {DeviceModel::nak(), DeviceModel::data(QByteArray())});
-    TestChanger::setResetPending(true);
+    RecordingChanger::setResetPending(true);
     QVERIFY_EXCEPTION_THROWN(rig.changer.resetIfNeeded(), CcTalk::NakException);
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
     QVERIFY(rig.changer.sleeps.isEmpty());
     rig.changer.resetIfNeeded();
     QCOMPARE(rig.serial.writes, QList<QByteArray>({req(1), req(1)}));
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
 }
 
@@ -409,14 +341,14 @@ void TestSupervision::resetFlagIsClassWide()
     first.model.setErrorStatus(1, 252);
     first.model.setSelfcheck(0, 0);
     QVERIFY_EXCEPTION_THROWN(first.changer.checkError(), CcTalk::Exception);
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 
     second.model.setActivity(0);
     second.model.on(1, QByteArray(), QByteArray());
     second.model.on(254, QByteArray(), QByteArray());
     second.changer.checkState();
     QCOMPARE(second.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
-    QVERIFY(!TestChanger::resetPending());
+    QVERIFY(!RecordingChanger::resetPending());
 
     first.serial.writes.clear();
     first.changer.resetIfNeeded();
@@ -467,12 +399,8 @@ void TestSupervision::stateCheckPayoutTimeout()
     Rig rig;
     rig.model.setActivitySequence({0, 8});
     rig.model.on(254, QByteArray(), QByteArray());
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Таймаут ожидания завершения выдачи монет"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 300);
     QCOMPARE(rig.changer.sleeps.count(1000), 300);
     // poll, initialisation read, acceptance read, first payout read, then two reads per poll
@@ -481,20 +409,15 @@ void TestSupervision::stateCheckPayoutTimeout()
 
 void TestSupervision::stateCheckCallsItsStepsVirtually()
 {
-    RecordingChanger changer;
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    changer.setAddress(55);
-    changer.setSerial(&serial);
-    serial.setResponder(model.responder());
-    model.setActivity(4);
-    changer.checkState();
+    RigOf<SpyChanger> rig;
+    rig.model.setActivity(4);
+    rig.changer.checkState();
     QCOMPARE(
-        changer.calls,
+        rig.changer.calls,
         QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("connect"), QStringLiteral("cashInStop"),
                      QStringLiteral("waitNotState(8, 300, завершения выдачи монет, true)"),
                      QStringLiteral("checkError")}));
-    QCOMPARE(serial.writes, QList<QByteArray>{req(123)});
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
 }
 
 void TestSupervision::stateCheckRaisesAFault()
@@ -504,14 +427,10 @@ void TestSupervision::stateCheckRaisesAFault()
     rig.model.on(254, QByteArray(), QByteArray());
     rig.model.setErrorStatus(1, 252);
     rig.model.setSelfcheck(0, 0);
-    try {
-        rig.changer.checkState();
-        QFAIL("no exception");
-    } catch (const CcTalk::Exception& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Кэшбокс отсутствует"));
-    }
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
+             QStringLiteral("Кэшбокс отсутствует"));
     QCOMPARE(rig.serial.writes, quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
-    QVERIFY(TestChanger::resetPending());
+    QVERIFY(RecordingChanger::resetPending());
 }
 
 QTEST_GUILESS_MAIN(TestSupervision)

@@ -6,6 +6,7 @@
 #include "host/interfaceids.h"
 #include "support/fakeserialdevice.h"
 #include "support/frames.h"
+#include "support/thrown.h"
 
 #include <QFile>
 #include <QJsonObject>
@@ -17,6 +18,7 @@
 #include <QtTest>
 
 using plugintest::ElfFile;
+using testsupport::thrownText;
 
 namespace {
 
@@ -203,12 +205,7 @@ void TestEntry::driverWorksThroughTheHostInterfaces()
     QCOMPARE(driver->name(), QStringLiteral("Монетоприемник"));
     QVERIFY(driver->checkOption(ECashControl::Option(1)));
 
-    try {
-        driver->connect();
-        QFAIL("connect() without a port returned");
-    } catch (const CashControlExc& e) {
-        QCOMPARE(QByteArray(e.what()), QStringLiteral("Монетоприемник: Не настроен порт").toUtf8());
-    }
+    QCOMPARE(thrownText([&] { driver->connect(); }), QStringLiteral("Монетоприемник: Не настроен порт"));
 
     testsupport::FakeSerialDevice line;
     QVERIFY(object->setProperty("serialObj", QVariant::fromValue<QObject*>(&line)));
@@ -222,12 +219,8 @@ void TestEntry::driverWorksThroughTheHostInterfaces()
     // The first command reaches the line addressed to 55; a refusal is passed on
     // (never repeated, so nothing waits).
     line.setResponder([](const QByteArray&) { return QList<QByteArray>({testsupport::nak()}); });
-    try {
-        driver->connect();
-        QFAIL("connect() refused by the device returned");
-    } catch (const CashControlExc& e) {
-        QCOMPARE(QString::fromUtf8(e.what()), QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
-    }
+    QCOMPARE(thrownText([&] { driver->connect(); }),
+             QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     QCOMPARE(line.writes, QList<QByteArray>({QByteArray::fromHex("370001FECA")}));
 }
 

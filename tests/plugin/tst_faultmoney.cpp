@@ -3,7 +3,7 @@
 // denomination held by two hoppers, and payouts that fail midway.
 #include "testdriver.h"
 
-#include "support/simline.h"
+#include "simrig.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -14,14 +14,7 @@ namespace {
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity)
 {
-    sim::HopperConfig h;
-    h.coinId = QString::fromLatin1(coin);
-    h.count = count;
-    h.capacity = capacity;
-    h.firmware = QStringLiteral("HP-3.02");
-    h.model = QStringLiteral("BCR-HOP");
-    h.serial = 610030;
-    return h;
+    return testsupport::hopperConfig(coin, count, capacity, true, 610030);
 }
 
 // Hoppers 1 and 2 both hold 10.00 coins, 2 and 5 of them; hopper 3 holds 5.00 and
@@ -34,36 +27,20 @@ sim::Config twinTens()
     return c;
 }
 
-struct SimRig
+// The driver connected to the simulator, with the coins it reported.
+struct MoneyRig : SimRig
 {
-    explicit SimRig(const sim::Config& config = sim::Config::defaults()) : line(config)
+    explicit MoneyRig(const sim::Config& config = sim::Config::defaults()) : SimRig(config)
     {
-        RecordingChanger::clearResetRequest();
-        driver.recorder->setClock([this] { return line.now(); });
-        driver.recorder->onPause = [this](int msecs) { line.advance(msecs); };
-        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
-        driver.init();
-        driver.connect();
+        start();
         QObject::connect(&driver, &hw::BasicCashControl::received,
                          [this](SumDetailed sum) { reports << sum; });
     }
-    ~SimRig() { RecordingChanger::clearResetRequest(); }
 
-    sim::Device& device() { return line.device(); }
     void runPolls(qint64 msecs) { line.runTimer(driver.recorder->timer(), msecs); }
 
-    QList<QByteArray> patterns() const
-    {
-        QList<QByteArray> out;
-        for (const sim::Transaction& t : line.transactions()) {
-            if (t.header == 85) {
-                out << t.frame.mid(4, t.frame.size() - 5);
-            }
-        }
-        return out;
-    }
-
-    int moves() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
+    // Payout commands only: 85, 125, 121.
+    int payouts() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
 
     long long total() const
     {
@@ -85,8 +62,6 @@ struct SimRig
         return out;
     }
 
-    testsupport::SimLine line;
-    TestDriver driver;
     QList<SumDetailed> reports;
 };
 
@@ -146,7 +121,7 @@ class TestFaultMoney : public QObject
     Q_OBJECT
 
 private slots:
-    void cleanup() { RecordingChanger::clearResetRequest(); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void hopperJamWhileAccepting();
     void lostPollAnswerWhileAccepting();
@@ -164,7 +139,7 @@ private slots:
 // closed at once, and the stop reports the coin that was in flight across the failure.
 void TestFaultMoney::hopperJamWhileAccepting()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
@@ -205,7 +180,7 @@ void TestFaultMoney::hopperJamWhileAccepting()
 
 void TestFaultMoney::lostPollAnswerWhileAccepting()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(true, {});
@@ -236,7 +211,7 @@ void TestFaultMoney::lostPollAnswerWhileAccepting()
 // acceptor keeps taking coins. Once the line is back the stop reports them all, once.
 void TestFaultMoney::inhibitFailsOnADeadLink()
 {
-    SimRig rig;
+    MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
@@ -264,13 +239,13 @@ void TestFaultMoney::inhibitFailsOnADeadLink()
 // its coin counters: the stalled session is closed before that.
 void TestFaultMoney::stalledSessionClosedBeforeTheReset()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> start = acceptedNow(rig.device());
     rig.driver.cashInStart(false, {});
     rig.device().insertCoin(4);
     rig.device().flagHopperJam(2);
     rig.runPolls(250);
-    QVERIFY(RecordingChanger::resetRequested());
+    QVERIFY(RecordingChanger::resetPending());
     rig.line.advance(1000);
 
     // The host starts a new session instead of stopping the old one.
@@ -298,22 +273,22 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
 
 void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 7000));
     const SumDetailed seven = rig.driver.cashOut(ECashControl::Minimum, 7000);
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("01020205")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("01020205")});
     QCOMPARE(seven.sum(), 7000LL);
     QCOMPARE(seven.denoms.value(1000), 7LL);
     QCOMPARE(rig.device().hopperCount(1), 0);
     QCOMPARE(rig.device().hopperCount(2), 0);
 
     // In unit order, each hopper at most what it holds; then the rest of the second.
-    SimRig again(twinTens());
+    MoneyRig again(twinTens());
     QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 3000).sum(), 3000LL);
-    QCOMPARE(again.patterns(), QList<QByteArray>{QByteArray::fromHex("01020201")});
+    QCOMPARE(again.dataOf(85), QList<QByteArray>{QByteArray::fromHex("01020201")});
     QVERIFY(again.driver.cashOutCheck(ECashControl::Minimum, 4000));
     QCOMPARE(again.driver.cashOut(ECashControl::Minimum, 4000).denoms.value(1000), 4LL);
-    QCOMPARE(again.patterns(),
+    QCOMPARE(again.dataOf(85),
              QList<QByteArray>({QByteArray::fromHex("01020201"), QByteArray::fromHex("0204")}));
     QCOMPARE(again.device().hopperCount(1), 0);
     QCOMPARE(again.device().hopperCount(2), 0);
@@ -323,11 +298,11 @@ void TestFaultMoney::twoHoppersOfOneDenominationMinimum()
 
 void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
     const SumDetailed first = rig.driver.cashOut(ECashControl::Optimal, 3000);
     // The fuller hopper pays first.
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0203")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("0203")});
     QCOMPARE(first.toString(), QStringLiteral("30.00. номиналы: 10.00 x 3"));
     QCOMPARE(rig.device().hopperCount(1), 2);
     QCOMPARE(rig.device().hopperCount(2), 2);
@@ -335,7 +310,7 @@ void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
     // Both now as full: unit order.
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Optimal, 3000));
     const SumDetailed second = rig.driver.cashOut(ECashControl::Optimal, 3000);
-    QCOMPARE(rig.patterns(),
+    QCOMPARE(rig.dataOf(85),
              QList<QByteArray>({QByteArray::fromHex("0203"), QByteArray::fromHex("01020201")}));
     QCOMPARE(second.denoms.value(1000), 3LL);
     QCOMPARE(rig.device().hopperCount(1), 0);
@@ -345,21 +320,21 @@ void TestFaultMoney::twoHoppersOfOneDenominationOptimal()
 
 void TestFaultMoney::payLargerThanBothHoldMovesNothing()
 {
-    SimRig rig(twinTens());
+    MoneyRig rig(twinTens());
     // 7 x 10.00 + 3 x 5.00 + 3 x 2.00 = 91.00 in all.
     for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
         QVERIFY(!rig.driver.cashOutCheck(mode, 9200));
-        QCOMPARE(failureOf([&] { rig.driver.cashOut(mode, 9200); }),
+        QCOMPARE(thrownText([&] { rig.driver.cashOut(mode, 9200); }),
                  QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
     }
-    QCOMPARE(rig.moves(), 0);
+    QCOMPARE(rig.payouts(), 0);
     QCOMPARE(rig.device().hopperCount(1), 2);
     QCOMPARE(rig.device().hopperCount(2), 5);
 
     // Everything the hoppers hold is still paid in full.
     QVERIFY(rig.driver.cashOutCheck(ECashControl::Minimum, 9100));
     QCOMPARE(rig.driver.cashOut(ECashControl::Minimum, 9100).sum(), 9100LL);
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("0102020503030403")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("0102020503030403")});
 }
 
 // A hopper jams after four coins: the call fails with the fault, and one warning tells
@@ -368,7 +343,7 @@ void TestFaultMoney::jamMidwayThroughAPayout()
 {
     sim::Config config = sim::Config::defaults();
     config.hoppers[0].count = 20;
-    SimRig rig(config);
+    MoneyRig rig(config);
     const QMap<int, quint32> before = paidNow(rig.device());
     const qint64 perCoin = config.payoutMsPerCoin;
     rig.line.setRequestHook([&](const QByteArray& frame) {
@@ -377,9 +352,9 @@ void TestFaultMoney::jamMidwayThroughAPayout()
         }
     });
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 10000); }),
              QStringLiteral("Монетоприемник: Хоппер 1, заклинивание"));
-    QCOMPARE(rig.patterns(), QList<QByteArray>{QByteArray::fromHex("010A")});
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>{QByteArray::fromHex("010A")});
     QCOMPARE(rig.device().auditCounter(80, 1) - before.value(1), 4u);
     QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
     QCOMPARE(warnings(log), QStringList{QStringLiteral("Выдано 40.00. номиналы: 10.00 x 4")});
@@ -389,11 +364,11 @@ void TestFaultMoney::jamMidwayThroughAPayout()
 // and the warning gives what it paid once the payout ended.
 void TestFaultMoney::lostPayoutAnswer()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> before = paidNow(rig.device());
     rig.line.dropAnswersTo(85, 1);
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 1800); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 1800); }),
              QStringLiteral("Монетоприемник: Нет связи"));
     QCOMPARE(rig.line.countHeader(85), 1);
     QCOMPARE(rig.device().coinsQueuedForPayout(), 0);
@@ -404,7 +379,7 @@ void TestFaultMoney::lostPayoutAnswer()
 
 void TestFaultMoney::jamMidwayThroughAPickup()
 {
-    SimRig rig;
+    MoneyRig rig;
     const QMap<int, quint32> before = paidNow(rig.device());
     const qint64 perCoin = rig.line.config().payoutMsPerCoin;
     rig.line.setRequestHook([&](const QByteArray& frame) {
@@ -413,7 +388,7 @@ void TestFaultMoney::jamMidwayThroughAPickup()
         }
     });
     testsupport::LogCapture log;
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::DispensePickupSum, 1000);
              }),
              QStringLiteral("Монетоприемник: Хоппер 3, заклинивание"));

@@ -25,7 +25,7 @@ class TestFieldPos : public QObject
     Q_OBJECT
 
     testsupport::PtyRig* rig = nullptr;
-    TestDriver* driver = nullptr;
+    RecordingDriver* driver = nullptr;
     long long reported = 0;
     QStringList errors;
     quint64 acceptedAtStart = 0;
@@ -63,10 +63,10 @@ class TestFieldPos : public QObject
 
     void start(const sim::Config& config)
     {
-        RecordingChanger::clearResetRequest();
+        RecordingChanger::setResetPending(false);
         rig = new testsupport::PtyRig(config);
         QVERIFY2(rig->opened(), qPrintable(rig->error));
-        driver = new TestDriver;
+        driver = new RecordingDriver;
         // The driver's pauses are a second at a time; the quick recycler needs far less.
         driver->recorder->onPause = [](int msecs) {
             QThread::msleep(static_cast<unsigned long>(qMin(msecs, 10)));
@@ -91,7 +91,7 @@ private slots:
         delete rig;
         driver = nullptr;
         rig = nullptr;
-        RecordingChanger::clearResetRequest();
+        RecordingChanger::setResetPending(false);
     }
 
     void acceptanceSessionsOneAfterAnother()
@@ -257,7 +257,7 @@ private slots:
         // More 10.00 coins than both hold: refused before anything moves.
         for (ECashControl::ChangeMode mode : {ECashControl::Minimum, ECashControl::Optimal}) {
             QVERIFY(!driver->cashOutCheck(mode, 8000));
-            QCOMPARE(failureOf([&] { driver->cashOut(mode, 8000); }),
+            QCOMPARE(thrownText([&] { driver->cashOut(mode, 8000); }),
                      QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
         }
         QCOMPARE(rig->simulator.coinsPaidOut(), quint64(0));
@@ -277,7 +277,7 @@ private slots:
         // One 10.00 coin and three 2.00 coins left: 20.00 cannot be paid.
         const quint64 paidBefore = rig->simulator.coinsPaidOut();
         QVERIFY(!driver->cashOutCheck(ECashControl::Optimal, 2000));
-        QCOMPARE(failureOf([&] { driver->cashOut(ECashControl::Minimum, 2000); }),
+        QCOMPARE(thrownText([&] { driver->cashOut(ECashControl::Minimum, 2000); }),
                  QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
         QCOMPARE(rig->simulator.coinsPaidOut(), paidBefore);
         QCOMPARE(patterns().size(), 2);
@@ -304,7 +304,7 @@ private slots:
         rig->simulator.jamHopper(2);
         const quint32 ten = paidOutOf(1), five = paidOutOf(2);
         testsupport::LogCapture log;
-        QCOMPARE(failureOf([&] { driver->cashOut(ECashControl::Minimum, 3500); }),
+        QCOMPARE(thrownText([&] { driver->cashOut(ECashControl::Minimum, 3500); }),
                  QStringLiteral("Монетоприемник: Хоппер 2, заклинивание"));
         QCOMPARE(patterns(), QList<QByteArray>{QByteArray::fromHex("01030201")});
         SumDetailed measured;

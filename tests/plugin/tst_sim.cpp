@@ -2,7 +2,7 @@
 // line in virtual time.
 #include "testdriver.h"
 
-#include "support/simline.h"
+#include "simrig.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -13,40 +13,6 @@ using namespace plugintest;
 
 namespace {
 
-struct SimRig
-{
-    SimRig() { RecordingChanger::clearResetRequest(); }
-
-    void start()
-    {
-        driver.recorder->setClock([this] { return line.now(); });
-        driver.recorder->onPause = [this](int msecs) { line.advance(msecs); };
-        driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
-        driver.init();
-        driver.connect();
-    }
-
-    sim::Device& device() { return line.device(); }
-
-    int moves() const
-    {
-        return line.countHeader(85) + line.countHeader(125) + line.countHeader(121) + line.countHeader(120) +
-               line.countHeader(118);
-    }
-
-    QList<int> hopperCounts() const
-    {
-        QList<int> counts;
-        for (int h = 1; h <= 4; ++h) {
-            counts << line.device().hopperCount(h);
-        }
-        return counts;
-    }
-
-    testsupport::SimLine line;
-    TestDriver driver;
-};
-
 const unsigned int hopperDenoms[] = {1000, 500, 200, 100};
 
 } // namespace
@@ -56,7 +22,7 @@ class TestSim : public QObject
     Q_OBJECT
 
 private slots:
-    void cleanup() { RecordingChanger::clearResetRequest(); }
+    void cleanup() { RecordingChanger::setResetPending(false); }
 
     void connectListsTheUnits();
     void cashOutInBothModesMatchesTheHoppers_data();
@@ -129,7 +95,7 @@ void TestSim::impossibleAmountPaysNothing()
     const QList<int> before = rig.hopperCounts();
     rig.line.clearTransactions();
     QVERIFY(!rig.driver.cashOutCheck(ECashControl::Optimal, 1750));
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Optimal, 1750); }),
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, 1750); }),
              QStringLiteral("Монетоприемник: Невозможно выдать сумму"));
     QCOMPARE(rig.moves(), 0);
     QCOMPARE(rig.hopperCounts(), before);
@@ -227,46 +193,47 @@ void TestSim::refusedRequestsMoveNothing()
 
     const QString refused = QStringLiteral("Монетоприемник: Некорректная сумма");
     const long long maxAmount = std::numeric_limits<long long>::max();
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, -500); }), refused);
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Optimal, -1); }), refused);
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, -500); }), refused);
+    QCOMPARE(thrownText([&] { rig.driver.cashOut(ECashControl::Optimal, -1); }), refused);
     QVERIFY(!rig.driver.cashOutCheck(ECashControl::Minimum, -500));
     for (ECashControl::UnitOperation op :
          {ECashControl::ManualPickupAll, ECashControl::ManualPickupSum, ECashControl::DispensePickupAll,
           ECashControl::DispensePickupSum}) {
-        QCOMPARE(failureOf([&] { rig.driver.pickup(QStringLiteral("hopper1"), op, -100); }), refused);
+        QCOMPARE(thrownText([&] { rig.driver.pickup(QStringLiteral("hopper1"), op, -100); }), refused);
     }
-    QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, -1000); }),
+    QCOMPARE(thrownText([&] { rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, -1000); }),
              refused);
     QCOMPARE(rig.line.transactions().size(), 0);
 
     // 65536 coins would wrap to 0 in the 16-bit balance.
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.loan(QStringLiteral("hopper4"), ECashControl::ManualLoad,
                                  (65536LL - 20000) * 100);
              }),
              refused);
-    QCOMPARE(failureOf([&] { rig.driver.loan(QStringLiteral("cashbox"), ECashControl::ManualLoad, 100); }),
+    QCOMPARE(thrownText([&] { rig.driver.loan(QStringLiteral("cashbox"), ECashControl::ManualLoad, 100); }),
              QStringLiteral("Монетоприемник: Операция не поддерживается"));
     // 2^32 + 5 coins would reach the payout as 5; 20000 coins need more than one frame.
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::DispensePickupSum,
                                    500LL * (4294967296LL + 5));
              }),
              refused);
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper4"), ECashControl::DispensePickupSum, 100LL * 20000);
              }),
              refused);
-    QCOMPARE(failureOf([&] {
+    QCOMPARE(thrownText([&] {
                  rig.driver.pickup(QStringLiteral("hopper4"), ECashControl::DispensePickupSum, maxAmount);
              }),
              refused);
     QCOMPARE(
-        failureOf([&] { rig.driver.pickup(QStringLiteral("cashbox"), ECashControl::ManualPickupSum, 100); }),
+        thrownText([&] { rig.driver.pickup(QStringLiteral("cashbox"), ECashControl::ManualPickupSum, 100); }),
         QStringLiteral("Монетоприемник: Операция не поддерживается"));
     // An exact plan whose pattern would not fit one frame.
-    QCOMPARE(failureOf([&] { rig.driver.cashOut(ECashControl::Minimum, 200000 + 125000 + 60000 + 1900000); }),
-             refused);
+    QCOMPARE(
+        thrownText([&] { rig.driver.cashOut(ECashControl::Minimum, 200000 + 125000 + 60000 + 1900000); }),
+        refused);
 
     QCOMPARE(rig.moves(), 0);
     QCOMPARE(rig.hopperCounts(), before);

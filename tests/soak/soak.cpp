@@ -1,14 +1,14 @@
 #include "soak.h"
 
-#include "soakdriver.h"
-
 #include "cashcontrol/cashcontrolexc.h"
 #include "cashcontrol/ecashcontrol.h"
 #include "host/serialport.h"
 #include "sim/device.h"
 #include "sim/simulator.h"
+#include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/ptyrig.h"
+#include "support/recordingdriver.h"
 #include "support/simline.h"
 
 #include <QCoreApplication>
@@ -209,13 +209,7 @@ LineFault lineFault(Draw& d, Op op)
 int answerHeader(const QByteArray& answer)
 {
     for (int i = 0; i + 5 <= answer.size(); ++i) {
-        const auto length = static_cast<unsigned char>(answer.at(i + 1));
-        if (answer.at(i) != 1 || i + 5 + length != answer.size() || answer.at(i + 2) != 55)
-            continue;
-        unsigned int sum = 0;
-        for (int j = i; j < answer.size(); ++j)
-            sum += static_cast<unsigned char>(answer.at(j));
-        if ((sum & 0xFF) == 0)
+        if (testsupport::isReply(answer.mid(i)))
             return static_cast<unsigned char>(answer.at(i + 3));
     }
     return -1;
@@ -238,10 +232,7 @@ QByteArray acceptedFrom(const QByteArray& bytes)
         }
         if (length > bytes.size() - pos)
             return QByteArray();
-        quint8 sum = 0;
-        for (int i = 0; i < length; ++i)
-            sum = static_cast<quint8>(sum + static_cast<quint8>(bytes.at(pos + i)));
-        if (sum != 0) {
+        if (!testsupport::isFrame(bytes.mid(pos, length))) {
             ++pos;
             continue;
         }
@@ -263,8 +254,7 @@ bool isGenuine(const QByteArray& accepted, const QList<sim::Transaction>& transa
     for (const sim::Transaction& t : transactions) {
         for (int i = 0; i + 5 <= t.answer.size(); ++i) {
             const QByteArray frame = t.answer.mid(i);
-            if (frame.at(0) == 1 && frame.at(2) == 55 &&
-                frame.size() == static_cast<unsigned char>(frame.at(1)) + 5 && accepted.startsWith(frame))
+            if (testsupport::isReply(frame) && accepted.startsWith(frame))
                 return true;
         }
     }
@@ -672,7 +662,7 @@ bool Soak::run()
 
 void Soak::setUp()
 {
-    SoakChanger::clearResetRequest();
+    testsupport::RecordingChanger::setResetPending(false);
     log = std::make_unique<testsupport::LogCapture>();
     line = std::make_unique<testsupport::SimLine>(soakConfig());
     port = std::make_unique<SoakPort>(line.get());
@@ -690,8 +680,9 @@ void Soak::setUp()
 
 void Soak::makeDriver()
 {
-    changer = new SoakChanger(line.get());
-    driver = std::make_unique<SoakDriver>(changer);
+    changer = new testsupport::RecordingChanger;
+    changer->runOn(*line);
+    driver = std::make_unique<testsupport::RecordingDriver>(changer);
     QObject::connect(
         driver.get(), &hw::BasicCashControl::received, driver.get(), [this](const SumDetailed& sum) {
             if (inSession)
@@ -879,8 +870,7 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
     call.op = op;
     call.firstTransaction = line->transactions().size();
     const int logStart = log->lines().size();
-    const long long pausesBefore = changer->pauses;
-    const qint64 pausedBefore = changer->pausedMsecs;
+    changer->sleeps.clear();
     if (arm)
         armFaults();
     const long long noisyBefore = port->attemptsInNoise;
@@ -961,8 +951,8 @@ Soak::Call Soak::hostCall(const QString& op, const Allowed& allowed, const std::
             call.paidLines << lines.at(i).text;
     }
     lastCall.paidLines = call.paidLines;
-    const long long pauses = changer->pauses - pausesBefore;
-    const qint64 paused = changer->pausedMsecs - pausedBefore;
+    const int pauses = changer->sleeps.size();
+    const qint64 paused = changer->sleptMsecs();
     const long long noisy = port->attemptsInNoise - noisyBefore;
     call.boundMsecs = baseBoundMsecs + paused + lostAnswers * lostAnswerMsecs + noisy * noisyAttemptMsecs;
     check(call.msecs <= call.boundMsecs,
@@ -1137,7 +1127,7 @@ void Soak::accept(const StepPlan& plan)
         check(changer->isAccepting() && changer->isPolling(),
               QStringLiteral("cashInStart returned but the changer does not poll"));
         // Enabled: the positions of the recyclable denominations the host did not exclude.
-        QSet<unsigned int> wanted = changer->cachedAcceptable();
+        QSet<unsigned int> wanted = changer->acceptable();
         wanted.subtract(plan.excluded);
         const QMap<unsigned char, unsigned int> positions = changer->positions();
         for (auto it = positions.cbegin(); it != positions.cend(); ++it) {
@@ -1717,7 +1707,7 @@ void Soak::maintenance(const StepPlan& plan)
 void Soak::pump(int msecs)
 {
     // The host's event loop for that long: the changer's poll and the driver's state check.
-    line->runTimers({changer->pollTimerOf(), driver->checkTimerOf()}, msecs);
+    line->runTimers({changer->timer(), driver->checkTimer()}, msecs);
 }
 
 void Soak::check(bool condition, const QString& what)

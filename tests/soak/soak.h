@@ -22,13 +22,12 @@ struct Transaction;
 
 namespace testsupport {
 class LogCapture;
+class RecordingChanger;
+class RecordingDriver;
 class SimLine;
 } // namespace testsupport
 
 namespace soak {
-
-class SoakChanger;
-class SoakDriver;
 
 struct Options
 {
@@ -272,8 +271,8 @@ private:
     std::unique_ptr<testsupport::LogCapture> log;
     std::unique_ptr<testsupport::SimLine> line;
     std::unique_ptr<SoakPort> port;
-    std::unique_ptr<SoakDriver> driver;
-    SoakChanger* changer = nullptr;
+    std::unique_ptr<testsupport::RecordingDriver> driver;
+    testsupport::RecordingChanger* changer = nullptr;
 
     StepPlan current;
     Call lastCall;

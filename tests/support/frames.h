@@ -44,6 +44,21 @@ inline QByteArray busy()
     return frame(1, 55, 6);
 }
 
+// Whether the bytes are one whole frame, its checksum the one frame() gives.
+inline bool isFrame(const QByteArray& bytes)
+{
+    if (bytes.size() < 5 || bytes.size() != quint8(bytes.at(1)) + 5)
+        return false;
+    return frame(quint8(bytes.at(0)), quint8(bytes.at(2)), quint8(bytes.at(3)),
+                 bytes.mid(4, bytes.size() - 5)) == bytes;
+}
+
+// Whether the bytes are one whole frame from the changer to the host.
+inline bool isReply(const QByteArray& bytes)
+{
+    return isFrame(bytes) && quint8(bytes.at(0)) == 1 && quint8(bytes.at(2)) == 55;
+}
+
 inline QByteArray hex(const char* text)
 {
     return QByteArray::fromHex(QByteArray(text));

@@ -48,6 +48,15 @@ QStringList LogCapture::texts(const QString& level) const
     return out;
 }
 
+QStringList significant(const LogCapture& log)
+{
+    QStringList out;
+    for (const LogLine& l : log.lines())
+        if (l.level != QLatin1String("DEBUG") && l.level != QLatin1String("TRACE"))
+            out << l.level + QLatin1Char(' ') + l.text;
+    return out;
+}
+
 // Last in the namespace: the macro opens a nested namespace named log4cxx.
 IMPLEMENT_LOG4CXX_OBJECT(CaptureAppender)
 

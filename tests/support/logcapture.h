@@ -60,4 +60,9 @@ private:
     std::shared_ptr<CaptureAppender> appender;
 };
 
+// "LEVEL text" of every line above debug level: what an operator reads, without the
+// link's per-command debug and trace lines. A line of any other level stays in, so
+// that an unexpected one shows in the comparison.
+QStringList significant(const LogCapture& log);
+
 } // namespace testsupport
