@@ -48,7 +48,58 @@ std::unique_ptr<Device> makeDevice(const sim::Config& c = testConfig())
     return dev;
 }
 
+// One step of a scenario run against a device: a frame and its exact answer, time passing, a
+// fault switched on the model, or a count the model must show.
+struct Step
+{
+    enum Kind { Exchange, After, Jam, Unjam, FlagJam, Emptied, Door, Holds, PaidOut } kind;
+    const char* request;
+    QByteArray answer;
+    int hopper;
+    qint64 value;
+};
+using Script = QVector<Step>;
+
+Step exchange(const char* request, const QByteArray& answer)
+{
+    return {Step::Exchange, request, answer, 0, 0};
+}
+Step after(qint64 ms)
+{
+    return {Step::After, nullptr, {}, 0, ms};
+}
+Step jam(int hopper)
+{
+    return {Step::Jam, nullptr, {}, hopper, 0};
+}
+Step unjam(int hopper)
+{
+    return {Step::Unjam, nullptr, {}, hopper, 0};
+}
+Step flagJam(int hopper)
+{
+    return {Step::FlagJam, nullptr, {}, hopper, 0};
+}
+Step emptied(int hopper)
+{
+    return {Step::Emptied, nullptr, {}, hopper, 0};
+}
+Step door(bool open)
+{
+    return {Step::Door, nullptr, {}, 0, open ? 1 : 0};
+}
+Step holds(int hopper, int count)
+{
+    return {Step::Holds, nullptr, {}, hopper, count};
+}
+Step paidOut(quint64 value)
+{
+    return {Step::PaidOut, nullptr, {}, 0, qint64(value)};
+}
+
 } // namespace
+
+Q_DECLARE_METATYPE(Script)
 
 class TestDevice : public QObject
 {
@@ -77,10 +128,8 @@ private slots:
     void dispenseHopperPattern();
     void purgeHopper();
     void hopperRunsEmptyDuringPayout();
-    void hopperEmptiedBehindTheDevicesBack();
-    void hopperJamAndReset();
-    void hopperJamFlaggedAtOnce();
-    void doorOpen();
+    void faultScenarios_data();
+    void faultScenarios();
     void auditCounters();
     void realTimeClock();
     void resetReinitialises();
@@ -518,96 +567,134 @@ void TestDevice::hopperRunsEmptyDuringPayout()
     QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
 }
 
-void TestDevice::hopperEmptiedBehindTheDevicesBack()
+void TestDevice::faultScenarios_data()
 {
-    auto dev = makeDevice();
-    dev->emptyHopper(2);
-    QCOMPARE(dev->hopperCount(2), 250);                     // the device does not know yet
-    QCOMPARE(ask(*dev, "37 04 01 7D A4 06 00 00 9D"), ACK); // 1700 = 1000 + 500 + 200
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_WARNING);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 01 C3"));
-    QCOMPARE(dev->hopperCount(2), 0);
-    QCOMPARE(dev->coinsPaidOut(), quint64(1200));
-    // Paid 1200 of 1700, 500 short.
-    QCOMPARE(ask(*dev, "37 00 01 7C 4C"), QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15"));
-    // A reset clears the warning; the count stays what the device found.
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 01 01 77 02 4E"), QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43"));
+    QTest::addColumn<Script>("script");
+    QTest::newRow("hopper emptied behind the device's back") << Script{
+        emptied(2),
+        holds(2, 250),                               // the device does not know yet
+        exchange("37 04 01 7D A4 06 00 00 9D", ACK), // 1700 = 1000 + 500 + 200
+        after(100),
+        exchange(ACTIVITY, ACTIVITY_WARNING),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 01 C3")),
+        holds(2, 0),
+        paidOut(1200),
+        // Paid 1200 of 1700, 500 short.
+        exchange("37 00 01 7C 4C", QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15")),
+        // A reset clears the warning; the count stays what the device found.
+        exchange("37 00 01 01 C7", ACK),
+        after(100),
+        exchange(ACTIVITY, ACTIVITY_IDLE),
+        exchange(ERROR_STATUS, NO_ERROR),
+        exchange("37 01 01 77 02 4E", QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43")),
+    };
+    QTest::newRow("hopper jam and reset") << Script{
+        jam(1),
+        exchange("37 02 01 55 01 03 6D", ACK),
+        after(10),
+        exchange(ACTIVITY, ACTIVITY_FAULT), // payout stopped, fault raised
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")),
+        holds(1, 200),
+        paidOut(0),
+        exchange("37 00 01 01 C7", ACK),
+        exchange(ACTIVITY, ACTIVITY_INITIALISING),
+        exchange("37 02 01 55 01 03 6D", BUSY),
+        after(99),
+        exchange(ACTIVITY, ACTIVITY_INITIALISING),
+        after(1),
+        exchange(ACTIVITY, ACTIVITY_IDLE),
+        exchange(ERROR_STATUS, NO_ERROR),
+        // Still jammed: the next payout from it faults again.
+        exchange("37 02 01 55 01 03 6D", ACK),
+        after(10),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")),
+        unjam(1),
+        exchange("37 00 01 01 C7", ACK),
+        after(100),
+        exchange("37 02 01 55 01 03 6D", ACK),
+        after(30),
+        exchange(ACTIVITY, ACTIVITY_IDLE),
+        holds(1, 197),
+    };
+    // A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
+    QTest::newRow("hopper jam flagged at once") << Script{
+        flagJam(2),
+        exchange(ACTIVITY, ACTIVITY_FAULT),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
+        exchange("37 00 01 01 C7", ACK),
+        after(100),
+        exchange(ACTIVITY, ACTIVITY_IDLE),
+        exchange(ERROR_STATUS, NO_ERROR),
+        exchange("37 02 01 55 02 03 6C", ACK),
+        after(10),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
+        paidOut(0),
+        flagJam(9),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
+    };
+    QTest::newRow("door open") << Script{
+        door(true),
+        exchange(ACTIVITY, ACTIVITY_FAULT),
+        exchange(ERROR_STATUS, QByteArray("01 02 37 00 FF FF C8")), // run the self-check
+        exchange(SELF_CHECK, QByteArray("01 02 37 00 33 00 93")),   // door open
+        exchange("37 00 01 ED DB", QByteArray("01 01 37 00 01 C6")),
+        exchange("37 04 01 7D 64 00 00 00 E3", NAK),
+        exchange("37 02 01 55 04 01 6C", NAK),
+        exchange("37 02 01 79 03 00 4A", NAK),
+        door(false),
+        exchange(ACTIVITY, ACTIVITY_IDLE),
+        exchange(ERROR_STATUS, NO_ERROR),
+        exchange(SELF_CHECK, NO_ERROR),
+        exchange("37 00 01 ED DB", QByteArray("01 01 37 00 00 C7")),
+        exchange("37 04 01 7D 64 00 00 00 E3", ACK),
+    };
 }
 
-void TestDevice::hopperJamAndReset()
+void TestDevice::faultScenarios()
 {
+    QFETCH(Script, script);
     auto dev = makeDevice();
-    dev->jamHopper(1);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT); // payout stopped, fault raised
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 01 02 C3"));
-    QCOMPARE(dev->hopperCount(1), 200);
-    QCOMPARE(dev->coinsPaidOut(), quint64(0));
-
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_INITIALISING);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), BUSY);
-    dev->advance(99);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_INITIALISING);
-    dev->advance(1);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-
-    // Still jammed: the next payout from it faults again.
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 01 02 C3"));
-    dev->jamHopper(1, false);
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(30);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(dev->hopperCount(1), 197);
-}
-
-// A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
-void TestDevice::hopperJamFlaggedAtOnce()
-{
-    auto dev = makeDevice();
-    dev->flagHopperJam(2);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 02 01 55 02 03 6C"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-    QCOMPARE(dev->coinsPaidOut(), quint64(0));
-    dev->flagHopperJam(9);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-}
-
-void TestDevice::doorOpen()
-{
-    auto dev = makeDevice();
-    dev->openDoor();
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 FF FF C8")); // run the self-check
-    QCOMPARE(ask(*dev, SELF_CHECK), QByteArray("01 02 37 00 33 00 93"));   // door open
-    QCOMPARE(ask(*dev, "37 00 01 ED DB"), QByteArray("01 01 37 00 01 C6"));
-    QCOMPARE(ask(*dev, "37 04 01 7D 64 00 00 00 E3"), NAK);
-    QCOMPARE(ask(*dev, "37 02 01 55 04 01 6C"), NAK);
-    QCOMPARE(ask(*dev, "37 02 01 79 03 00 4A"), NAK);
-    dev->openDoor(false);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, SELF_CHECK), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 00 01 ED DB"), QByteArray("01 01 37 00 00 C7"));
-    QCOMPARE(ask(*dev, "37 04 01 7D 64 00 00 00 E3"), ACK);
+    for (int i = 0; i < script.size(); ++i) {
+        const Step& step = script.at(i);
+        const QByteArray where = "step " + QByteArray::number(i + 1) + ": ";
+        switch (step.kind) {
+        case Step::Exchange: {
+            const QByteArray answer = ask(*dev, step.request);
+            QVERIFY2(answer == step.answer,
+                     (where + step.request + " answered \"" + answer + "\", expected \"" + step.answer + '"')
+                         .constData());
+            break;
+        }
+        case Step::After:
+            dev->advance(step.value);
+            break;
+        case Step::Jam:
+            dev->jamHopper(step.hopper);
+            break;
+        case Step::Unjam:
+            dev->jamHopper(step.hopper, false);
+            break;
+        case Step::FlagJam:
+            dev->flagHopperJam(step.hopper);
+            break;
+        case Step::Emptied:
+            dev->emptyHopper(step.hopper);
+            break;
+        case Step::Door:
+            dev->openDoor(step.value != 0);
+            break;
+        case Step::Holds:
+            QVERIFY2(dev->hopperCount(step.hopper) == step.value,
+                     (where + "hopper " + QByteArray::number(step.hopper) + " holds " +
+                      QByteArray::number(dev->hopperCount(step.hopper)))
+                         .constData());
+            break;
+        case Step::PaidOut:
+            QVERIFY2(dev->coinsPaidOut() == quint64(step.value),
+                     (where + "paid out " + QByteArray::number(dev->coinsPaidOut())).constData());
+            break;
+        }
+    }
 }
 
 void TestDevice::auditCounters()
