@@ -50,52 +50,21 @@ std::unique_ptr<Device> makeDevice(const sim::Config& c = testConfig())
 
 // One step of a scenario run against a device: a frame and its exact answer, time passing, a
 // fault switched on the model, or a count the model must show.
+enum StepKind { Exchange, After, Jam, Unjam, FlagJam, Emptied, DoorOpen, DoorClosed, Holds, PaidOut };
+
 struct Step
 {
-    enum Kind { Exchange, After, Jam, Unjam, FlagJam, Emptied, Door, Holds, PaidOut } kind;
-    const char* request;
+    Step(const char* frame, const QByteArray& expected) : kind(Exchange), request(frame), answer(expected) {}
+    // A hopper for the faults and Holds, milliseconds for After, a value for PaidOut.
+    Step(StepKind k, qint64 n = 0, int hopperCount = 0) : kind(k), number(n), count(hopperCount) {}
+
+    StepKind kind;
+    const char* request = nullptr;
     QByteArray answer;
-    int hopper;
-    qint64 value;
+    qint64 number = 0;
+    int count = 0;
 };
 using Script = QVector<Step>;
-
-Step exchange(const char* request, const QByteArray& answer)
-{
-    return {Step::Exchange, request, answer, 0, 0};
-}
-Step after(qint64 ms)
-{
-    return {Step::After, nullptr, {}, 0, ms};
-}
-Step jam(int hopper)
-{
-    return {Step::Jam, nullptr, {}, hopper, 0};
-}
-Step unjam(int hopper)
-{
-    return {Step::Unjam, nullptr, {}, hopper, 0};
-}
-Step flagJam(int hopper)
-{
-    return {Step::FlagJam, nullptr, {}, hopper, 0};
-}
-Step emptied(int hopper)
-{
-    return {Step::Emptied, nullptr, {}, hopper, 0};
-}
-Step door(bool open)
-{
-    return {Step::Door, nullptr, {}, 0, open ? 1 : 0};
-}
-Step holds(int hopper, int count)
-{
-    return {Step::Holds, nullptr, {}, hopper, count};
-}
-Step paidOut(quint64 value)
-{
-    return {Step::PaidOut, nullptr, {}, 0, qint64(value)};
-}
 
 } // namespace
 
@@ -571,82 +540,82 @@ void TestDevice::faultScenarios_data()
 {
     QTest::addColumn<Script>("script");
     QTest::newRow("hopper emptied behind the device's back") << Script{
-        emptied(2),
-        holds(2, 250),                               // the device does not know yet
-        exchange("37 04 01 7D A4 06 00 00 9D", ACK), // 1700 = 1000 + 500 + 200
-        after(100),
-        exchange(ACTIVITY, ACTIVITY_WARNING),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 01 C3")),
-        holds(2, 0),
-        paidOut(1200),
+        {Emptied, 2},
+        {Holds, 2, 250},                     // the device does not know yet
+        {"37 04 01 7D A4 06 00 00 9D", ACK}, // 1700 = 1000 + 500 + 200
+        {After, 100},
+        {ACTIVITY, ACTIVITY_WARNING},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 01 C3")},
+        {Holds, 2, 0},
+        {PaidOut, 1200},
         // Paid 1200 of 1700, 500 short.
-        exchange("37 00 01 7C 4C", QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15")),
+        {"37 00 01 7C 4C", QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15")},
         // A reset clears the warning; the count stays what the device found.
-        exchange("37 00 01 01 C7", ACK),
-        after(100),
-        exchange(ACTIVITY, ACTIVITY_IDLE),
-        exchange(ERROR_STATUS, NO_ERROR),
-        exchange("37 01 01 77 02 4E", QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43")),
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {"37 01 01 77 02 4E", QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43")},
     };
     QTest::newRow("hopper jam and reset") << Script{
-        jam(1),
-        exchange("37 02 01 55 01 03 6D", ACK),
-        after(10),
-        exchange(ACTIVITY, ACTIVITY_FAULT), // payout stopped, fault raised
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")),
-        holds(1, 200),
-        paidOut(0),
-        exchange("37 00 01 01 C7", ACK),
-        exchange(ACTIVITY, ACTIVITY_INITIALISING),
-        exchange("37 02 01 55 01 03 6D", BUSY),
-        after(99),
-        exchange(ACTIVITY, ACTIVITY_INITIALISING),
-        after(1),
-        exchange(ACTIVITY, ACTIVITY_IDLE),
-        exchange(ERROR_STATUS, NO_ERROR),
+        {Jam, 1},
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 10},
+        {ACTIVITY, ACTIVITY_FAULT}, // payout stopped, fault raised
+        {ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")},
+        {Holds, 1, 200},
+        {PaidOut, 0},
+        {"37 00 01 01 C7", ACK},
+        {ACTIVITY, ACTIVITY_INITIALISING},
+        {"37 02 01 55 01 03 6D", BUSY},
+        {After, 99},
+        {ACTIVITY, ACTIVITY_INITIALISING},
+        {After, 1},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
         // Still jammed: the next payout from it faults again.
-        exchange("37 02 01 55 01 03 6D", ACK),
-        after(10),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")),
-        unjam(1),
-        exchange("37 00 01 01 C7", ACK),
-        after(100),
-        exchange("37 02 01 55 01 03 6D", ACK),
-        after(30),
-        exchange(ACTIVITY, ACTIVITY_IDLE),
-        holds(1, 197),
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 10},
+        {ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")},
+        {Unjam, 1},
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 30},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {Holds, 1, 197},
     };
     // A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
     QTest::newRow("hopper jam flagged at once") << Script{
-        flagJam(2),
-        exchange(ACTIVITY, ACTIVITY_FAULT),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
-        exchange("37 00 01 01 C7", ACK),
-        after(100),
-        exchange(ACTIVITY, ACTIVITY_IDLE),
-        exchange(ERROR_STATUS, NO_ERROR),
-        exchange("37 02 01 55 02 03 6C", ACK),
-        after(10),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
-        paidOut(0),
-        flagJam(9),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")),
+        {FlagJam, 2},
+        {ACTIVITY, ACTIVITY_FAULT},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {"37 02 01 55 02 03 6C", ACK},
+        {After, 10},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
+        {PaidOut, 0},
+        {FlagJam, 9},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
     };
     QTest::newRow("door open") << Script{
-        door(true),
-        exchange(ACTIVITY, ACTIVITY_FAULT),
-        exchange(ERROR_STATUS, QByteArray("01 02 37 00 FF FF C8")), // run the self-check
-        exchange(SELF_CHECK, QByteArray("01 02 37 00 33 00 93")),   // door open
-        exchange("37 00 01 ED DB", QByteArray("01 01 37 00 01 C6")),
-        exchange("37 04 01 7D 64 00 00 00 E3", NAK),
-        exchange("37 02 01 55 04 01 6C", NAK),
-        exchange("37 02 01 79 03 00 4A", NAK),
-        door(false),
-        exchange(ACTIVITY, ACTIVITY_IDLE),
-        exchange(ERROR_STATUS, NO_ERROR),
-        exchange(SELF_CHECK, NO_ERROR),
-        exchange("37 00 01 ED DB", QByteArray("01 01 37 00 00 C7")),
-        exchange("37 04 01 7D 64 00 00 00 E3", ACK),
+        {DoorOpen},
+        {ACTIVITY, ACTIVITY_FAULT},
+        {ERROR_STATUS, QByteArray("01 02 37 00 FF FF C8")}, // run the self-check
+        {SELF_CHECK, QByteArray("01 02 37 00 33 00 93")},   // door open
+        {"37 00 01 ED DB", QByteArray("01 01 37 00 01 C6")},
+        {"37 04 01 7D 64 00 00 00 E3", NAK},
+        {"37 02 01 55 04 01 6C", NAK},
+        {"37 02 01 79 03 00 4A", NAK},
+        {DoorClosed},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {SELF_CHECK, NO_ERROR},
+        {"37 00 01 ED DB", QByteArray("01 01 37 00 00 C7")},
+        {"37 04 01 7D 64 00 00 00 E3", ACK},
     };
 }
 
@@ -656,41 +625,43 @@ void TestDevice::faultScenarios()
     auto dev = makeDevice();
     for (int i = 0; i < script.size(); ++i) {
         const Step& step = script.at(i);
+        const int hopper = int(step.number);
         const QByteArray where = "step " + QByteArray::number(i + 1) + ": ";
         switch (step.kind) {
-        case Step::Exchange: {
+        case Exchange: {
             const QByteArray answer = ask(*dev, step.request);
             QVERIFY2(answer == step.answer,
                      (where + step.request + " answered \"" + answer + "\", expected \"" + step.answer + '"')
                          .constData());
             break;
         }
-        case Step::After:
-            dev->advance(step.value);
+        case After:
+            dev->advance(step.number);
             break;
-        case Step::Jam:
-            dev->jamHopper(step.hopper);
+        case Jam:
+            dev->jamHopper(hopper);
             break;
-        case Step::Unjam:
-            dev->jamHopper(step.hopper, false);
+        case Unjam:
+            dev->jamHopper(hopper, false);
             break;
-        case Step::FlagJam:
-            dev->flagHopperJam(step.hopper);
+        case FlagJam:
+            dev->flagHopperJam(hopper);
             break;
-        case Step::Emptied:
-            dev->emptyHopper(step.hopper);
+        case Emptied:
+            dev->emptyHopper(hopper);
             break;
-        case Step::Door:
-            dev->openDoor(step.value != 0);
+        case DoorOpen:
+        case DoorClosed:
+            dev->openDoor(step.kind == DoorOpen);
             break;
-        case Step::Holds:
-            QVERIFY2(dev->hopperCount(step.hopper) == step.value,
-                     (where + "hopper " + QByteArray::number(step.hopper) + " holds " +
-                      QByteArray::number(dev->hopperCount(step.hopper)))
+        case Holds:
+            QVERIFY2(dev->hopperCount(hopper) == step.count,
+                     (where + "hopper " + QByteArray::number(hopper) + " holds " +
+                      QByteArray::number(dev->hopperCount(hopper)))
                          .constData());
             break;
-        case Step::PaidOut:
-            QVERIFY2(dev->coinsPaidOut() == quint64(step.value),
+        case PaidOut:
+            QVERIFY2(dev->coinsPaidOut() == quint64(step.number),
                      (where + "paid out " + QByteArray::number(dev->coinsPaidOut())).constData());
             break;
         }
