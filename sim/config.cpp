@@ -81,24 +81,26 @@ public:
         integer(o, key, min, max, v);
         out = T(v);
     }
-    void string(const QJsonObject& o, const char* key, QString& out)
+    // The key's value; an absent key, or a value of another kind (reported), gives an undefined one.
+    QJsonValue typed(const QJsonObject& o, const char* key, bool (QJsonValue::*is)() const,
+                     const char* mustBe)
     {
         const QJsonValue v = o.value(QLatin1String(key));
-        if (v.isUndefined())
-            return;
-        if (!v.isString())
-            fail(QStringLiteral("\"%1\" must be a string").arg(QLatin1String(key)));
-        else
+        if (v.isUndefined() || (v.*is)())
+            return v;
+        fail(QStringLiteral("\"%1\" must be %2").arg(QLatin1String(key), QLatin1String(mustBe)));
+        return QJsonValue(QJsonValue::Undefined);
+    }
+    void string(const QJsonObject& o, const char* key, QString& out)
+    {
+        const QJsonValue v = typed(o, key, &QJsonValue::isString, "a string");
+        if (!v.isUndefined())
             out = v.toString();
     }
     void boolean(const QJsonObject& o, const char* key, bool& out)
     {
-        const QJsonValue v = o.value(QLatin1String(key));
-        if (v.isUndefined())
-            return;
-        if (!v.isBool())
-            fail(QStringLiteral("\"%1\" must be true or false").arg(QLatin1String(key)));
-        else
+        const QJsonValue v = typed(o, key, &QJsonValue::isBool, "true or false");
+        if (!v.isUndefined())
             out = v.toBool();
     }
     void coinId(const QString& id, const QString& where)

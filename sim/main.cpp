@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QString>
 #include <QStringList>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -167,32 +168,32 @@ int main(int argc, char** argv)
 {
     QString configPath, devicePath, linkPath, controlPath, replayPath, speedText;
     bool noEcho = false, dump = false;
+    // An option either takes the next argument as its value or is a switch.
+    const struct
+    {
+        const char* name;
+        QString* value;
+        bool* on;
+    } options[] = {
+        {"--config", &configPath, nullptr}, {"--device", &devicePath, nullptr},
+        {"--link", &linkPath, nullptr},     {"--control", &controlPath, nullptr},
+        {"--replay", &replayPath, nullptr}, {"--speed", &speedText, nullptr},
+        {"--no-echo", nullptr, &noEcho},    {"--dump-config", nullptr, &dump},
+    };
     for (int i = 1; i < argc; ++i) {
         const QString a = QString::fromLocal8Bit(argv[i]);
-        auto value = [&](QString& out) {
-            if (i + 1 >= argc) {
+        const auto option = std::find_if(std::begin(options), std::end(options),
+                                         [&](const auto& o) { return a == QLatin1String(o.name); });
+        if (option != std::end(options)) {
+            if (option->on) {
+                *option->on = true;
+            } else if (i + 1 >= argc) {
                 std::fprintf(stderr, "cpibcr-sim: %s needs a value\n", argv[i]);
-                std::exit(2);
+                return 2;
+            } else {
+                *option->value = QString::fromLocal8Bit(argv[++i]);
             }
-            out = QString::fromLocal8Bit(argv[++i]);
-        };
-        if (a == QLatin1String("--config"))
-            value(configPath);
-        else if (a == QLatin1String("--device"))
-            value(devicePath);
-        else if (a == QLatin1String("--link"))
-            value(linkPath);
-        else if (a == QLatin1String("--control"))
-            value(controlPath);
-        else if (a == QLatin1String("--replay"))
-            value(replayPath);
-        else if (a == QLatin1String("--speed"))
-            value(speedText);
-        else if (a == QLatin1String("--no-echo"))
-            noEcho = true;
-        else if (a == QLatin1String("--dump-config"))
-            dump = true;
-        else if (a == QLatin1String("-h") || a == QLatin1String("--help")) {
+        } else if (a == QLatin1String("-h") || a == QLatin1String("--help")) {
             usage(stdout);
             return 0;
         } else if (a == QLatin1String("--version")) {

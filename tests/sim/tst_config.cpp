@@ -92,6 +92,10 @@ void TestConfig::badFilesAreRejected_data()
     QTest::newRow("unknown timing") << QByteArray(R"({"timings": {"coinAcceptSecs": 5}})")
                                     << QStringLiteral("coinAcceptSecs");
     QTest::newRow("echo not bool") << QByteArray(R"({"echo": 1})") << QStringLiteral("echo");
+    QTest::newRow("echo not bool, said so")
+        << QByteArray(R"({"echo": 1})") << QStringLiteral(R"("echo" must be true or false)");
+    QTest::newRow("manufacturer not a string") << QByteArray(R"({"identification": {"manufacturer": 5}})")
+                                               << QStringLiteral(R"("manufacturer" must be a string)");
 }
 
 void TestConfig::badFilesAreRejected()

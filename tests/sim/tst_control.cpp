@@ -13,6 +13,8 @@ namespace {
 
 using testsupport::fastConfig;
 
+using Status = QPair<quint8, quint8>;
+
 QByteArray ask(sim::Simulator& s, const char* hexFrame)
 {
     QByteArray answer;
@@ -22,6 +24,8 @@ QByteArray ask(sim::Simulator& s, const char* hexFrame)
 
 } // namespace
 
+Q_DECLARE_METATYPE(Status)
+
 class TestControl : public QObject
 {
     Q_OBJECT
@@ -30,6 +34,7 @@ private slots:
     void helpListsEveryCommand();
     void helpText();
     void deviceCommands();
+    void faultCommands_data();
     void faultCommands();
     void lineCommands_data();
     void lineCommands();
@@ -123,44 +128,60 @@ void TestControl::deviceCommands()
              QStringLiteral("error: unknown counter group 99 (70, 80, 87)"));
 }
 
+// Fault commands and what the model shows afterwards, then after "clear faults".
+void TestControl::faultCommands_data()
+{
+    QTest::addColumn<QStringList>("commands");
+    QTest::addColumn<QByteArray>("payout");
+    QTest::addColumn<quint16>("activity");
+    QTest::addColumn<Status>("error");
+    QTest::addColumn<Status>("selfCheck");
+    QTest::addColumn<int>("hopper");
+    QTest::addColumn<int>("count");
+    const Status none(0, 0);
+    QTest::newRow("error") << QStringList{QStringLiteral("error 3 2")} << QByteArray() << quint16(0)
+                           << Status(3, 2) << none << 1 << 200;
+    QTest::newRow("selfcheck") << QStringList{QStringLiteral("selfcheck 35 2")} << QByteArray() << quint16(0)
+                               << none << Status(35, 2) << 1 << 200;
+    QTest::newRow("activity") << QStringList{QStringLiteral("activity 4112")} << QByteArray() << quint16(4112)
+                              << none << none << 1 << 200;
+    QTest::newRow("door open") << QStringList{QStringLiteral("door open")} << QByteArray() << quint16(16)
+                               << Status(255, 255) << Status(51, 0) << 1 << 200;
+    QTest::newRow("door closed") << QStringList{QStringLiteral("door open"), QStringLiteral("door close")}
+                                 << QByteArray() << quint16(0) << none << none << 1 << 200;
+    QTest::newRow("jam") << QStringList{QStringLiteral("jam 1")} << QByteArray("37 02 01 55 01 03 6D")
+                         << quint16(16) << Status(1, 2) << none << 1 << 200;
+    QTest::newRow("jam off") << QStringList{QStringLiteral("jam 1"), QStringLiteral("jam 1 off")}
+                             << QByteArray("37 02 01 55 01 03 6D") << quint16(0) << none << none << 1 << 197;
+    QTest::newRow("jam now") << QStringList{QStringLiteral("jam 3 now")} << QByteArray() << quint16(16)
+                             << Status(3, 2) << none << 3 << 300;
+    QTest::newRow("empty") << QStringList{QStringLiteral("empty 4")} << QByteArray("37 02 01 55 04 01 6C")
+                           << quint16(4096) << Status(4, 1) << none << 4 << 0;
+}
+
 void TestControl::faultCommands()
 {
+    QFETCH(QStringList, commands);
+    QFETCH(QByteArray, payout);
+    QFETCH(quint16, activity);
+    QFETCH(Status, error);
+    QFETCH(Status, selfCheck);
+    QFETCH(int, hopper);
+    QFETCH(int, count);
     sim::Simulator s(fastConfig());
     sim::ControlChannel c(s);
-    QCOMPARE(c.execute(QStringLiteral("error 3 2")), QStringLiteral("ok"));
-    QCOMPARE(s.errorStatus(), qMakePair(quint8(3), quint8(2)));
-    QCOMPARE(c.execute(QStringLiteral("selfcheck 35 2")), QStringLiteral("ok"));
-    QCOMPARE(s.selfCheck(), qMakePair(quint8(35), quint8(2)));
-    QCOMPARE(c.execute(QStringLiteral("activity 4112")), QStringLiteral("ok"));
-    QCOMPARE(s.activityRegister(), quint16(4112));
+    for (const QString& command : commands)
+        QCOMPARE(c.execute(command), QStringLiteral("ok"));
+    if (!payout.isEmpty())
+        QCOMPARE(ask(s, payout.constData()), QByteArray("01 00 37 00 C8"));
+    QTRY_COMPARE_WITH_TIMEOUT(s.activityRegister(), activity, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(s.hopperCount(hopper), count, 2000);
+    QCOMPARE(s.errorStatus(), error);
+    QCOMPARE(s.selfCheck(), selfCheck);
     QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
     QCOMPARE(s.activityRegister(), quint16(0));
-    QCOMPARE(s.errorStatus(), qMakePair(quint8(0), quint8(0)));
-
-    QCOMPARE(c.execute(QStringLiteral("door open")), QStringLiteral("ok"));
-    QCOMPARE(s.selfCheck(), qMakePair(quint8(51), quint8(0)));
-    QCOMPARE(s.activityRegister(), quint16(16));
-    QCOMPARE(c.execute(QStringLiteral("door close")), QStringLiteral("ok"));
-    QCOMPARE(s.activityRegister(), quint16(0));
-
-    QCOMPARE(c.execute(QStringLiteral("jam 1")), QStringLiteral("ok"));
-    QCOMPARE(ask(s, "37 02 01 55 01 03 6D"), QByteArray("01 00 37 00 C8"));
-    QTRY_COMPARE_WITH_TIMEOUT(s.activityRegister(), quint16(16), 2000);
-    QCOMPARE(s.errorStatus(), qMakePair(quint8(1), quint8(2)));
-    QCOMPARE(c.execute(QStringLiteral("jam 1 off")), QStringLiteral("ok"));
-    QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
-    QCOMPARE(c.execute(QStringLiteral("jam 3 now")), QStringLiteral("ok"));
-    QCOMPARE(s.activityRegister(), quint16(16));
-    QCOMPARE(s.errorStatus(), qMakePair(quint8(3), quint8(2)));
-    QCOMPARE(c.execute(QStringLiteral("jam 0 now")), QStringLiteral("error: jam HOPPER now"));
-    QCOMPARE(c.execute(QStringLiteral("clear faults")), QStringLiteral("ok"));
-    QCOMPARE(s.activityRegister(), quint16(0));
-
-    QCOMPARE(c.execute(QStringLiteral("empty 4")), QStringLiteral("ok"));
-    QCOMPARE(ask(s, "37 02 01 55 04 01 6C"), QByteArray("01 00 37 00 C8"));
-    QTRY_COMPARE_WITH_TIMEOUT(s.activityRegister(), quint16(4096), 2000);
-    QCOMPARE(s.errorStatus(), qMakePair(quint8(4), quint8(1)));
-    QCOMPARE(s.hopperCount(4), 0);
+    QCOMPARE(s.errorStatus(), Status(0, 0));
+    QCOMPARE(s.selfCheck(), Status(0, 0));
 }
 
 void TestControl::lineCommands_data()

@@ -48,7 +48,27 @@ std::unique_ptr<Device> makeDevice(const sim::Config& c = testConfig())
     return dev;
 }
 
+// One step of a scenario run against a device: a frame and its exact answer, time passing, a
+// fault switched on the model, or a count the model must show.
+enum StepKind { Exchange, After, Jam, Unjam, FlagJam, Emptied, DoorOpen, DoorClosed, Holds, PaidOut };
+
+struct Step
+{
+    Step(const char* frame, const QByteArray& expected) : kind(Exchange), request(frame), answer(expected) {}
+    // A hopper for the faults and Holds, milliseconds for After, a value for PaidOut.
+    Step(StepKind k, qint64 n = 0, int hopperCount = 0) : kind(k), number(n), count(hopperCount) {}
+
+    StepKind kind;
+    const char* request = nullptr;
+    QByteArray answer;
+    qint64 number = 0;
+    int count = 0;
+};
+using Script = QVector<Step>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Script)
 
 class TestDevice : public QObject
 {
@@ -77,10 +97,8 @@ private slots:
     void dispenseHopperPattern();
     void purgeHopper();
     void hopperRunsEmptyDuringPayout();
-    void hopperEmptiedBehindTheDevicesBack();
-    void hopperJamAndReset();
-    void hopperJamFlaggedAtOnce();
-    void doorOpen();
+    void faultScenarios_data();
+    void faultScenarios();
     void auditCounters();
     void realTimeClock();
     void resetReinitialises();
@@ -518,96 +536,136 @@ void TestDevice::hopperRunsEmptyDuringPayout()
     QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
 }
 
-void TestDevice::hopperEmptiedBehindTheDevicesBack()
+void TestDevice::faultScenarios_data()
 {
-    auto dev = makeDevice();
-    dev->emptyHopper(2);
-    QCOMPARE(dev->hopperCount(2), 250);                     // the device does not know yet
-    QCOMPARE(ask(*dev, "37 04 01 7D A4 06 00 00 9D"), ACK); // 1700 = 1000 + 500 + 200
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_WARNING);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 01 C3"));
-    QCOMPARE(dev->hopperCount(2), 0);
-    QCOMPARE(dev->coinsPaidOut(), quint64(1200));
-    // Paid 1200 of 1700, 500 short.
-    QCOMPARE(ask(*dev, "37 00 01 7C 4C"), QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15"));
-    // A reset clears the warning; the count stays what the device found.
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 01 01 77 02 4E"), QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43"));
+    QTest::addColumn<Script>("script");
+    QTest::newRow("hopper emptied behind the device's back") << Script{
+        {Emptied, 2},
+        {Holds, 2, 250},                     // the device does not know yet
+        {"37 04 01 7D A4 06 00 00 9D", ACK}, // 1700 = 1000 + 500 + 200
+        {After, 100},
+        {ACTIVITY, ACTIVITY_WARNING},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 01 C3")},
+        {Holds, 2, 0},
+        {PaidOut, 1200},
+        // Paid 1200 of 1700, 500 short.
+        {"37 00 01 7C 4C", QByteArray("01 09 37 00 01 B0 04 00 00 F4 01 00 00 15")},
+        // A reset clears the warning; the count stays what the device found.
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {"37 01 01 77 02 4E", QByteArray("01 08 37 00 52 55 35 30 30 41 00 00 43")},
+    };
+    QTest::newRow("hopper jam and reset") << Script{
+        {Jam, 1},
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 10},
+        {ACTIVITY, ACTIVITY_FAULT}, // payout stopped, fault raised
+        {ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")},
+        {Holds, 1, 200},
+        {PaidOut, 0},
+        {"37 00 01 01 C7", ACK},
+        {ACTIVITY, ACTIVITY_INITIALISING},
+        {"37 02 01 55 01 03 6D", BUSY},
+        {After, 99},
+        {ACTIVITY, ACTIVITY_INITIALISING},
+        {After, 1},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        // Still jammed: the next payout from it faults again.
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 10},
+        {ERROR_STATUS, QByteArray("01 02 37 00 01 02 C3")},
+        {Unjam, 1},
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {"37 02 01 55 01 03 6D", ACK},
+        {After, 30},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {Holds, 1, 197},
+    };
+    // A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
+    QTest::newRow("hopper jam flagged at once") << Script{
+        {FlagJam, 2},
+        {ACTIVITY, ACTIVITY_FAULT},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
+        {"37 00 01 01 C7", ACK},
+        {After, 100},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {"37 02 01 55 02 03 6C", ACK},
+        {After, 10},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
+        {PaidOut, 0},
+        {FlagJam, 9},
+        {ERROR_STATUS, QByteArray("01 02 37 00 02 02 C2")},
+    };
+    QTest::newRow("door open") << Script{
+        {DoorOpen},
+        {ACTIVITY, ACTIVITY_FAULT},
+        {ERROR_STATUS, QByteArray("01 02 37 00 FF FF C8")}, // run the self-check
+        {SELF_CHECK, QByteArray("01 02 37 00 33 00 93")},   // door open
+        {"37 00 01 ED DB", QByteArray("01 01 37 00 01 C6")},
+        {"37 04 01 7D 64 00 00 00 E3", NAK},
+        {"37 02 01 55 04 01 6C", NAK},
+        {"37 02 01 79 03 00 4A", NAK},
+        {DoorClosed},
+        {ACTIVITY, ACTIVITY_IDLE},
+        {ERROR_STATUS, NO_ERROR},
+        {SELF_CHECK, NO_ERROR},
+        {"37 00 01 ED DB", QByteArray("01 01 37 00 00 C7")},
+        {"37 04 01 7D 64 00 00 00 E3", ACK},
+    };
 }
 
-void TestDevice::hopperJamAndReset()
+void TestDevice::faultScenarios()
 {
+    QFETCH(Script, script);
     auto dev = makeDevice();
-    dev->jamHopper(1);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT); // payout stopped, fault raised
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 01 02 C3"));
-    QCOMPARE(dev->hopperCount(1), 200);
-    QCOMPARE(dev->coinsPaidOut(), quint64(0));
-
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_INITIALISING);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), BUSY);
-    dev->advance(99);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_INITIALISING);
-    dev->advance(1);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-
-    // Still jammed: the next payout from it faults again.
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 01 02 C3"));
-    dev->jamHopper(1, false);
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, "37 02 01 55 01 03 6D"), ACK);
-    dev->advance(30);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(dev->hopperCount(1), 197);
-}
-
-// A jam found outside a payout: flagged at once, cleared by a reset, the hopper still jammed.
-void TestDevice::hopperJamFlaggedAtOnce()
-{
-    auto dev = makeDevice();
-    dev->flagHopperJam(2);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-    QCOMPARE(ask(*dev, "37 00 01 01 C7"), ACK);
-    dev->advance(100);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 02 01 55 02 03 6C"), ACK);
-    dev->advance(10);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-    QCOMPARE(dev->coinsPaidOut(), quint64(0));
-    dev->flagHopperJam(9);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 02 02 C2"));
-}
-
-void TestDevice::doorOpen()
-{
-    auto dev = makeDevice();
-    dev->openDoor();
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
-    QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 FF FF C8")); // run the self-check
-    QCOMPARE(ask(*dev, SELF_CHECK), QByteArray("01 02 37 00 33 00 93"));   // door open
-    QCOMPARE(ask(*dev, "37 00 01 ED DB"), QByteArray("01 01 37 00 01 C6"));
-    QCOMPARE(ask(*dev, "37 04 01 7D 64 00 00 00 E3"), NAK);
-    QCOMPARE(ask(*dev, "37 02 01 55 04 01 6C"), NAK);
-    QCOMPARE(ask(*dev, "37 02 01 79 03 00 4A"), NAK);
-    dev->openDoor(false);
-    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
-    QCOMPARE(ask(*dev, ERROR_STATUS), NO_ERROR);
-    QCOMPARE(ask(*dev, SELF_CHECK), NO_ERROR);
-    QCOMPARE(ask(*dev, "37 00 01 ED DB"), QByteArray("01 01 37 00 00 C7"));
-    QCOMPARE(ask(*dev, "37 04 01 7D 64 00 00 00 E3"), ACK);
+    for (int i = 0; i < script.size(); ++i) {
+        const Step& step = script.at(i);
+        const int hopper = int(step.number);
+        const QByteArray where = "step " + QByteArray::number(i + 1) + ": ";
+        switch (step.kind) {
+        case Exchange: {
+            const QByteArray answer = ask(*dev, step.request);
+            QVERIFY2(answer == step.answer,
+                     (where + step.request + " answered \"" + answer + "\", expected \"" + step.answer + '"')
+                         .constData());
+            break;
+        }
+        case After:
+            dev->advance(step.number);
+            break;
+        case Jam:
+            dev->jamHopper(hopper);
+            break;
+        case Unjam:
+            dev->jamHopper(hopper, false);
+            break;
+        case FlagJam:
+            dev->flagHopperJam(hopper);
+            break;
+        case Emptied:
+            dev->emptyHopper(hopper);
+            break;
+        case DoorOpen:
+        case DoorClosed:
+            dev->openDoor(step.kind == DoorOpen);
+            break;
+        case Holds:
+            QVERIFY2(dev->hopperCount(hopper) == step.count,
+                     (where + "hopper " + QByteArray::number(hopper) + " holds " +
+                      QByteArray::number(dev->hopperCount(hopper)))
+                         .constData());
+            break;
+        case PaidOut:
+            QVERIFY2(dev->coinsPaidOut() == quint64(step.number),
+                     (where + "paid out " + QByteArray::number(dev->coinsPaidOut())).constData());
+            break;
+        }
+    }
 }
 
 void TestDevice::auditCounters()

@@ -64,6 +64,8 @@ private slots:
     void controlThroughAFifo();
     void dumpConfig();
     void badConfigurationIsRefused();
+    void commandLineRefusals_data();
+    void commandLineRefusals();
 
 private:
     QTemporaryDir dir_;
@@ -183,6 +185,49 @@ void TestExecutable::badConfigurationIsRefused()
     QVERIFY(p.waitForFinished(60000));
     QCOMPARE(p.exitCode(), 2);
     QVERIFY(p.readAllStandardError().contains("RU1"));
+}
+
+// Each refusal exits 2 with its exact message on standard error; an unknown option adds the usage.
+void TestExecutable::commandLineRefusals_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<bool>("withUsage");
+    for (const char* option : {"--config", "--device", "--link", "--control", "--replay", "--speed"})
+        QTest::newRow(option) << QStringList{QLatin1String(option)}
+                              << QByteArray("cpibcr-sim: ") + option + " needs a value\n"
+                              << false;
+    QTest::newRow("unknown") << QStringList{"--no-echo", "--bogus"}
+                             << QByteArray("cpibcr-sim: unknown option --bogus\n") << true;
+    const QByteArray replayAlone = "cpibcr-sim: --replay plays a recording and takes no --config, --control, "
+                                   "--no-echo or --dump-config\n";
+    QTest::newRow("replay and no-echo") << QStringList{"--replay", "x", "--no-echo"} << replayAlone << false;
+    QTest::newRow("replay and dump") << QStringList{"--replay", "x", "--dump-config"} << replayAlone << false;
+    QTest::newRow("speed 0") << QStringList{"--replay", "x", "--speed", "0"}
+                             << QByteArray(
+                                    "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"0\"\n")
+                             << false;
+    QTest::newRow("speed alone") << QStringList{"--speed", "2"}
+                                 << QByteArray("cpibcr-sim: --speed goes with --replay\n") << false;
+}
+
+void TestExecutable::commandLineRefusals()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, message);
+    QFETCH(bool, withUsage);
+    QProcess help;
+    help.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--help")});
+    QVERIFY(help.waitForFinished(60000));
+    QCOMPARE(help.exitCode(), 0);
+    const QByteArray usage = help.readAllStandardOutput();
+    QVERIFY(usage.startsWith("usage: cpibcr-sim [--config FILE]"));
+    QProcess p;
+    p.start(QStringLiteral(CPIBCR_SIM_EXE), arguments);
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 2);
+    QCOMPARE(p.readAllStandardOutput(), QByteArray());
+    QCOMPARE(p.readAllStandardError(), withUsage ? message + usage : message);
 }
 
 QTEST_GUILESS_MAIN(TestExecutable)

@@ -24,6 +24,8 @@ using testsupport::fastConfig;
 
 const QByteArray POLL_ECHO_ACK = "37 00 01 FE CA 01 00 37 00 C8";
 
+enum Fault { Nak, CorruptChecksum, Garbage, Silent };
+
 } // namespace
 
 class TestSimulator : public QObject
@@ -35,12 +37,10 @@ private slots:
     void echoOff();
     void droppedAnswerStillReachedTheDeviceOnce();
     void busyAnswersDoNotCarryTheCommandOut();
-    void nakNext();
-    void corruptedChecksum();
-    void garbageBeforeAnswer();
+    void faultThenAPlainPoll_data();
+    void faultThenAPlainPoll();
     void answerInPieces();
     void babble();
-    void silentDevice();
     void pacing();
     void coinsInsertedFromTheApi();
     void randomBytesOnTheLine();
@@ -120,39 +120,54 @@ void TestSimulator::busyAnswersDoNotCarryTheCommandOut()
     QCOMPARE(s.countHeader(118), 3);
 }
 
-void TestSimulator::nakNext()
+// One command under a line fault, then a poll answered as usual.
+void TestSimulator::faultThenAPlainPoll_data()
 {
+    QTest::addColumn<int>("fault");
+    QTest::addColumn<QByteArray>("command");
+    QTest::addColumn<int>("header");
+    QTest::addColumn<QByteArray>("onTheLine");
+    const QByteArray poll = "37 00 01 FE CA";
+    const QByteArray setCashbox = "37 04 01 76 40 E2 01 00 2B";
+    QTest::newRow("nak next") << int(Nak) << setCashbox << 118
+                              << QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 05 C3");
+    QTest::newRow("corrupted checksum")
+        << int(CorruptChecksum) << poll << 254 << QByteArray("37 00 01 FE CA 01 00 37 00 92");
+    QTest::newRow("garbage before the answer")
+        << int(Garbage) << poll << 254 << QByteArray("37 00 01 FE CA AA BB 01 01 00 37 00 C8");
+    QTest::newRow("silent device") << int(Silent) << setCashbox << 118
+                                   << QByteArray("37 04 01 76 40 E2 01 00 2B");
+}
+
+void TestSimulator::faultThenAPlainPoll()
+{
+    QFETCH(int, fault);
+    QFETCH(QByteArray, command);
+    QFETCH(int, header);
+    QFETCH(QByteArray, onTheLine);
     sim::Simulator s(fastConfig());
     QVERIFY(s.openPty());
     Port port(s.portPath());
-    s.nakNext();
-    QVERIFY(port.send("37 04 01 76 40 E2 01 00 2B"));
-    QCOMPARE(hex(port.read(14)), QByteArray("37 04 01 76 40 E2 01 00 2B 01 00 37 05 C3"));
+    switch (Fault(fault)) {
+    case Nak:
+        s.nakNext();
+        break;
+    case CorruptChecksum:
+        s.corruptChecksumNext();
+        break;
+    case Garbage:
+        s.garbageBeforeNext(QByteArray::fromHex("AA BB 01"));
+        break;
+    case Silent:
+        s.setSilent(true);
+        break;
+    }
+    QVERIFY(port.send(command.constData()));
+    QCOMPARE(hex(port.read((onTheLine.size() + 1) / 3)), onTheLine);
+    QCOMPARE(s.countHeader(quint8(header)), 1);
+    // Neither a refused nor an unanswered cashbox command sets the cashbox.
     QCOMPARE(s.cashbox(), 0u);
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
-}
-
-void TestSimulator::corruptedChecksum()
-{
-    sim::Simulator s(fastConfig());
-    QVERIFY(s.openPty());
-    Port port(s.portPath());
-    s.corruptChecksumNext();
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), QByteArray("37 00 01 FE CA 01 00 37 00 92"));
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
-}
-
-void TestSimulator::garbageBeforeAnswer()
-{
-    sim::Simulator s(fastConfig());
-    QVERIFY(s.openPty());
-    Port port(s.portPath());
-    s.garbageBeforeNext(QByteArray::fromHex("AA BB 01"));
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(13)), QByteArray("37 00 01 FE CA AA BB 01 01 00 37 00 C8"));
+    s.setSilent(false);
     QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
@@ -183,21 +198,6 @@ void TestSimulator::babble()
     s.setBabble(false);
     // Noise put on the line before the stop comes ahead of the answer.
     QVERIFY(port.pollUntilAnswered());
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
-}
-
-void TestSimulator::silentDevice()
-{
-    sim::Simulator s(fastConfig());
-    QVERIFY(s.openPty());
-    Port port(s.portPath());
-    s.setSilent(true);
-    QVERIFY(port.send("37 04 01 76 40 E2 01 00 2B"));
-    QCOMPARE(hex(port.read(9)), QByteArray("37 04 01 76 40 E2 01 00 2B"));
-    QCOMPARE(s.cashbox(), 0u);
-    QCOMPARE(s.countHeader(118), 1);
-    s.setSilent(false);
     QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
 }
