@@ -4,10 +4,14 @@
 #include "support/fakeserialdevice.h"
 #include "support/logcapture.h"
 #include "support/recordingchanger.h"
+#include "support/simline.h"
 #include "support/thrown.h"
 
 #include <QList>
+#include <QMap>
 #include <QStringList>
+
+#include <functional>
 
 namespace changertest {
 
@@ -43,6 +47,54 @@ template <class C> struct RigOf
 };
 
 using Rig = RigOf<RecordingChanger>;
+
+// A changer (of the test's class) at address 55 on the simulated recycler: its pauses
+// and its waits for answers move the line's virtual clock.
+template <class C> struct SimRigOf
+{
+    explicit SimRigOf(const sim::Config& config = sim::Config::defaults()) : line(config)
+    {
+        changer.setAddress(55);
+        changer.setSerial(&line);
+        changer.runOn(line);
+        RecordingChanger::setResetPending(false);
+        line.setRequestHook([this](const QByteArray& frame) {
+            const auto it = hooks.constFind(quint8(frame.at(3)));
+            if (it != hooks.constEnd())
+                it.value()();
+        });
+    }
+    ~SimRigOf() { RecordingChanger::setResetPending(false); }
+    SimRigOf(const SimRigOf&) = delete;
+    SimRigOf& operator=(const SimRigOf&) = delete;
+
+    // Runs the action on every request with this header, before the device answers it.
+    void beforeAnswer(quint8 header, std::function<void()> action) { hooks[header] = std::move(action); }
+    // The device answers every request with this header with NAK.
+    void refuse(quint8 header)
+    {
+        beforeAnswer(header, [this] { line.nakNext(); });
+    }
+
+    sim::Device& device() { return line.device(); }
+
+    // The request frames sent to the device, in order.
+    QList<QByteArray> writes() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : line.transactions())
+            out << t.frame;
+        return out;
+    }
+
+    testsupport::SimLine line;
+    C changer;
+
+private:
+    QMap<quint8, std::function<void()>> hooks;
+};
+
+using SimChangerRig = SimRigOf<RecordingChanger>;
 
 // A unit as discovery makes it: a hopper (type 1) of one denomination, or the cashbox.
 inline CashControlUnit hopperUnit(const QString& name, unsigned int denom, long long count = 0)
