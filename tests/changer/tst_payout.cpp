@@ -38,12 +38,19 @@ QList<QByteArray> counterReads(const QList<int>& hoppers)
     return out;
 }
 
-// hopper1 holds 10.00, hopper2 5.00. Before a payout hopper1 has counted 100 + 4
-// coins out and hopper2 50 + 0; after it, what `paid1` and `paid2` add.
+// hopper1 holds 10.00, hopper2 5.00.
+QList<CashControlUnit> payoutUnits()
+{
+    return {hopperUnit(QStringLiteral("hopper1"), 1000), hopperUnit(QStringLiteral("hopper2"), 500),
+            cashboxUnit()};
+}
+
+// Before a payout hopper1 has counted 100 + 4 coins out and hopper2 50 + 0; after it,
+// what `paid1` and `paid2` add. Scripted: the simulator's counters count only the coins
+// it moved.
 void prepare(Rig& rig, quint32 paid1, quint32 paid2)
 {
-    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000),
-                          hopperUnit(QStringLiteral("hopper2"), 500), cashboxUnit()});
+    rig.changer.setUnits(payoutUnits());
     rig.model.setAuditSequence(80, 1, {100, 100 + paid1});
     rig.model.setAudit(87, 1, 4);
     rig.model.setAuditSequence(80, 2, {50, 50 + paid2});
@@ -444,8 +451,8 @@ void TestPayout::payoutsCallTheirStepsVirtually()
 
 void TestPayout::refusesNegativeCounts()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] {
                  rig.changer.cashOut(coins({{1000, 1}, {500, -1}}));
@@ -454,7 +461,7 @@ void TestPayout::refusesNegativeCounts()
     // also for a denomination that no hopper holds
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{200, -3}})), CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MIN}})), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма")}));
@@ -462,8 +469,8 @@ void TestPayout::refusesNegativeCounts()
 
 void TestPayout::refusesPatternsLongerThanOneFrame()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     // 62 pairs: 124 data bytes
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 61 * 255 + 1}})), CcTalk::Exception);
@@ -471,7 +478,7 @@ void TestPayout::refusesPatternsLongerThanOneFrame()
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 30 * 255}, {500, 31 * 255 + 1}})),
                              CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MAX}})), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log).count(QStringLiteral("ERROR Некорректная сумма")), 3);
     QCOMPARE(significant(log).size(), 3);
 }
@@ -498,13 +505,13 @@ void TestPayout::longestPatternStillGoes()
 
 void TestPayout::refusesLongSingleHopperPayout()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 61 * 255 + 1); }),
              QStringLiteral("Некорректная сумма"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 0xFFFFFFFFu), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма")}));
 }
