@@ -70,6 +70,13 @@ template <class C> struct SimRigOf
 
     // Runs the action on every request with this header, before the device answers it.
     void beforeAnswer(quint8 header, std::function<void()> action) { hooks[header] = std::move(action); }
+    // The activity register reads these bits in turn, the last ones repeating.
+    void activitySequence(const QList<quint16>& bits)
+    {
+        beforeAnswer(123, [this, bits, n = 0]() mutable {
+            line.device().setActivityBits(bits.at(qMin(n++, bits.size() - 1)));
+        });
+    }
     // The device answers every request with this header with NAK.
     void refuse(quint8 header)
     {

@@ -42,7 +42,7 @@ QList<QByteArray> quietStateCheck()
 }
 
 // The activity register, the error status (module -1: not answered) and the
-// self-check answer the model gives.
+// self-check answer the device gives.
 void addDeviceColumns()
 {
     QTest::addColumn<QList<quint16>>("activity");
@@ -52,21 +52,22 @@ void addDeviceColumns()
     QTest::addColumn<int>("extra");
 }
 
-void setUpDevice(DeviceModel& model)
+void setUpDevice(SimChangerRig& rig)
 {
     QFETCH(QList<quint16>, activity);
     QFETCH(int, module);
     QFETCH(int, status);
     QFETCH(int, fault);
     QFETCH(int, extra);
-    if (activity.size() == 1)
-        model.setActivity(activity.first());
-    else
-        model.setActivitySequence(activity);
+    rig.activitySequence(activity);
     if (module >= 0)
-        model.setErrorStatus(quint8(module), quint8(status));
+        rig.device().setErrorStatus(quint8(module), quint8(status));
+    else
+        rig.refuse(122);
     if (fault >= 0)
-        model.setSelfcheck(quint8(fault), quint8(extra));
+        rig.device().setSelfCheck(quint8(fault), quint8(extra));
+    else
+        rig.refuse(232);
 }
 
 } // namespace
@@ -141,11 +142,11 @@ void TestSupervision::checkError()
     QFETCH(QStringList, log);
     QFETCH(bool, reset);
     QFETCH(QString, pending);
-    Rig rig;
-    setUpDevice(rig.model);
+    SimChangerRig rig;
+    setUpDevice(rig);
     testsupport::LogCapture capture;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), thrown);
-    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(rig.writes(), writes);
     QCOMPARE(significant(capture), log);
     QCOMPARE(RecordingChanger::resetPending(), reset);
     QCOMPARE(rig.changer.pendingError(), pending);
@@ -291,12 +292,12 @@ void TestSupervision::wait()
     QFETCH(QList<int>, sleeps);
     QFETCH(QStringList, log);
     QFETCH(bool, reset);
-    Rig rig;
-    setUpDevice(rig.model);
+    SimChangerRig rig;
+    setUpDevice(rig);
     testsupport::LogCapture capture;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.waitNotState(bit, polls, what, checkErrors); }),
              thrown);
-    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(rig.writes(), writes);
     QCOMPARE(rig.changer.sleeps, sleeps);
     QCOMPARE(significant(capture), log);
     QCOMPARE(RecordingChanger::resetPending(), reset);
