@@ -359,12 +359,10 @@ void TestSupervision::resetFlagIsClassWide()
 
 void TestSupervision::stateCheckOfAQuietDevice()
 {
-    Rig rig;
-    rig.model.setActivity(0);
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
     testsupport::LogCapture log;
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, quietStateCheck());
+    QCOMPARE(rig.writes(), quietStateCheck());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Проверка состояния устройства"),
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
     QVERIFY(rig.changer.sleeps.isEmpty());
@@ -372,24 +370,21 @@ void TestSupervision::stateCheckOfAQuietDevice()
 
 void TestSupervision::stateCheckStopsAnAcceptanceStillRunning()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 4, 0});
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.on(231, bytes({0, 0}), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 4, 0});
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(231, bytes({0, 0})),
-                                                   req(123), req(123), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(231, bytes({0, 0})), req(123),
+                                              req(123), req(123)}));
     QVERIFY(!rig.changer.isAccepting());
 }
 
 void TestSupervision::stateCheckWaitsForAPayout()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 8, 8, 0, 0});
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 8, 8, 0, 0});
     testsupport::LogCapture log;
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(254)} + repeat(req(123), 6));
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(254)} + repeat(req(123), 6));
     QCOMPARE(rig.changer.sleeps, QList<int>{1000});
     QVERIFY(
         significant(log).contains(QStringLiteral("INFO Выполняется ожидание завершения выдачи монет...")));
@@ -397,40 +392,37 @@ void TestSupervision::stateCheckWaitsForAPayout()
 
 void TestSupervision::stateCheckPayoutTimeout()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 8});
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 8});
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 300);
     QCOMPARE(rig.changer.sleeps.count(1000), 300);
     // poll, initialisation read, acceptance read, first payout read, then two reads per poll
-    QCOMPARE(rig.serial.writes.size(), 1 + 3 + 2 * 300);
+    QCOMPARE(rig.writes().size(), 1 + 3 + 2 * 300);
 }
 
 void TestSupervision::stateCheckCallsItsStepsVirtually()
 {
-    RigOf<SpyChanger> rig;
-    rig.model.setActivity(4);
+    SimRigOf<SpyChanger> rig;
+    rig.device().setActivityBits(4);
     rig.changer.checkState();
     QCOMPARE(
         rig.changer.calls,
         QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("connect"), QStringLiteral("cashInStop"),
                      QStringLiteral("waitNotState(8, 300, завершения выдачи монет, true)"),
                      QStringLiteral("checkError")}));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(123)});
 }
 
 void TestSupervision::stateCheckRaisesAFault()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 0, 0, 16});
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setErrorStatus(1, 252);
-    rig.model.setSelfcheck(0, 0);
+    SimChangerRig rig;
+    rig.activitySequence({0, 0, 0, 16});
+    rig.device().setErrorStatus(1, 252);
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Кэшбокс отсутствует"));
-    QCOMPARE(rig.serial.writes, quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
+    QCOMPARE(rig.writes(), quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
     QVERIFY(RecordingChanger::resetPending());
 }
 
