@@ -154,32 +154,30 @@ void TestSupervision::checkError()
 
 void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
 {
-    Rig rig;
-    rig.model.setActivity(16);
-    rig.model.setErrorStatus(1, 104);
-    rig.model.setSelfcheck(35, 2);
+    SimChangerRig rig;
+    rig.device().setActivityBits(16);
+    rig.device().setErrorStatus(1, 104);
+    rig.device().setSelfCheck(35, 2);
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
              QStringLiteral("Приемник монет неисправен"));
     QCOMPARE(rig.changer.pendingError(), QStringLiteral("Приемник монет неисправен"));
     QVERIFY(RecordingChanger::resetPending());
 
     // the device no longer reports anything; the delayed error still comes first
-    rig.model.setActivity(0);
-    rig.serial.writes.clear();
+    rig.device().setActivityBits(0);
+    rig.line.clearTransactions();
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Приемник монет неисправен"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет неисправен")});
     QVERIFY(rig.changer.pendingError().isEmpty());
     QVERIFY(RecordingChanger::resetPending());
 
     // the call after: the reset sequence, then the ordinary state check
     log.clear();
-    rig.model.on(1, QByteArray(), QByteArray());
-    rig.model.on(254, QByteArray(), QByteArray());
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)} + quietStateCheck());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Выполняется сброс"),
@@ -187,38 +185,39 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
 
     // and the one after that has nothing left to reset
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, quietStateCheck());
+    QCOMPARE(rig.writes(), quietStateCheck());
 }
 
 void TestSupervision::delayedWarningIsStillRaisedByTheNextStateCheck()
 {
-    Rig rig;
-    rig.model.setActivity(4096);
-    rig.model.setErrorStatus(1, 103);
-    rig.model.setSelfcheck(35, 1);
+    SimChangerRig rig;
+    rig.device().setActivityBits(4096);
+    rig.device().setErrorStatus(1, 103);
+    rig.device().setSelfCheck(35, 1);
     testsupport::LogCapture log;
     rig.changer.checkError();
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Приемник монет, заклинивание")});
     QVERIFY(!RecordingChanger::resetPending());
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Приемник монет, заклинивание"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
 {
-    Rig rig;
-    rig.model.setActivity(16);
-    rig.model.on(122, QByteArray(), DeviceModel::nak());
+    SimChangerRig rig;
+    rig.device().setActivityBits(16);
+    rig.refuse(122);
     QVERIFY_EXCEPTION_THROWN(rig.changer.checkError(), CcTalk::NakException);
     QVERIFY(!RecordingChanger::resetPending());
 
-    rig.model.setErrorStatus(1, 104);
-    rig.model.on(232, QByteArray(), DeviceModel::silent());
+    rig.device().setErrorStatus(1, 104);
+    rig.beforeAnswer(122, [] {});
+    rig.beforeAnswer(232, [&rig] { rig.line.dropAnswersTo(232, 1); });
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
     QVERIFY(!RecordingChanger::resetPending());
 }
@@ -305,16 +304,15 @@ void TestSupervision::wait()
 
 void TestSupervision::resetOnlyWhenFlagged()
 {
-    Rig rig;
-    rig.model.on(1, QByteArray(), QByteArray());
+    SimChangerRig rig;
     rig.changer.resetIfNeeded();
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
 
     RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.resetIfNeeded();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)});
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Выполняется сброс")});
@@ -322,38 +320,36 @@ void TestSupervision::resetOnlyWhenFlagged()
 
 void TestSupervision::failedResetIsTriedAgain()
 {
-    Rig rig;
-    rig.model.onReplies(1, QByteArray(), {DeviceModel::nak(), DeviceModel::data(QByteArray())});
+    SimChangerRig rig;
+    rig.line.nakNext();
     RecordingChanger::setResetPending(true);
     QVERIFY_EXCEPTION_THROWN(rig.changer.resetIfNeeded(), CcTalk::NakException);
     QVERIFY(RecordingChanger::resetPending());
     QVERIFY(rig.changer.sleeps.isEmpty());
     rig.changer.resetIfNeeded();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(1), req(1)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(1), req(1)}));
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
 }
 
 void TestSupervision::resetFlagIsClassWide()
 {
-    Rig first;
-    Rig second;
-    first.model.setActivity(16);
-    first.model.setErrorStatus(1, 252);
-    first.model.setSelfcheck(0, 0);
+    SimChangerRig first;
+    SimChangerRig second;
+    first.device().setActivityBits(16);
+    first.device().setErrorStatus(1, 252);
+    first.device().setSelfCheck(0, 0);
     QVERIFY_EXCEPTION_THROWN(first.changer.checkError(), CcTalk::Exception);
     QVERIFY(RecordingChanger::resetPending());
 
-    second.model.setActivity(0);
-    second.model.on(1, QByteArray(), QByteArray());
-    second.model.on(254, QByteArray(), QByteArray());
+    second.device().setActivityBits(0);
     second.changer.checkState();
-    QCOMPARE(second.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
+    QCOMPARE(second.writes(), QList<QByteArray>{req(1)} + quietStateCheck());
     QVERIFY(!RecordingChanger::resetPending());
 
-    first.serial.writes.clear();
+    first.line.clearTransactions();
     first.changer.resetIfNeeded();
-    QVERIFY(first.serial.writes.isEmpty());
+    QVERIFY(first.writes().isEmpty());
     QVERIFY(first.changer.sleeps.isEmpty());
 }
 
