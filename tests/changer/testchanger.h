@@ -103,6 +103,35 @@ private:
 
 using SimChangerRig = SimRigOf<RecordingChanger>;
 
+// The simulated recycler with the coins, hoppers and identification texts of
+// DeviceModel::recycler.
+inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<DeviceModel::Hopper>& hoppers,
+                            quint32 cashbox = 0)
+{
+    sim::Config c = sim::Config::defaults();
+    c.acceptorFirmware = QStringLiteral("5.31");
+    c.acceptorModel = QStringLiteral("C2-RU");
+    c.acceptorSerial = 734112;
+    c.coinIds.clear();
+    for (int p = 1; p <= coinIds.size(); ++p)
+        c.coinIds[p] = QString::fromLatin1(coinIds.at(p - 1));
+    c.hoppers.clear();
+    for (int h = 1; h <= hoppers.size(); ++h) {
+        const DeviceModel::Hopper& hopper = hoppers.at(h - 1);
+        sim::HopperConfig hc;
+        hc.coinId = QString::fromLatin1(hopper.coinId);
+        hc.count = hopper.count;
+        hc.capacity = hopper.capacity;
+        hc.enabled = hopper.enabled;
+        hc.firmware = QStringLiteral("2.0") + QString::number(h);
+        hc.model = QStringLiteral("MH") + QString::number(h);
+        hc.serial = quint32(1000 + h);
+        c.hoppers << hc;
+    }
+    c.cashbox = cashbox;
+    return c;
+}
+
 // A unit as discovery makes it: a hopper (type 1) of one denomination, or the cashbox.
 inline CashControlUnit hopperUnit(const QString& name, unsigned int denom, long long count = 0)
 {

@@ -432,11 +432,10 @@ void TestDiscovery::disabledHopperIsSkipped()
 
 void TestDiscovery::noCoinPositionsLeaveNothingAcceptable()
 {
-    Rig rig;
-    rig.model.recycler({}, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}, 0);
+    SimChangerRig rig(recycler({}, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}, 0));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
-    QCOMPARE(rig.serial.writes, discoveryRequests(0, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}));
+    QCOMPARE(rig.writes(), discoveryRequests(0, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}));
     QVERIFY(rig.changer.getAcceptableDenoms().isEmpty());
     QCOMPARE(rig.changer.cachedUnits().size(), 3);
     QVERIFY(log.texts(QStringLiteral("INFO")).contains(QStringLiteral(" валюты: ")));
@@ -444,8 +443,8 @@ void TestDiscovery::noCoinPositionsLeaveNothingAcceptable()
 
 void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU200A"}, {{"RU100A", 5, 300, true}, {"RU500A", 9, 300, true}}, 0);
+    SimChangerRig rig(
+        recycler({"RU100A", "RU200A"}, {{"RU100A", 5, 300, true}, {"RU500A", 9, 300, true}}, 0));
     rig.changer.loadCashUnits();
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 3);
@@ -457,6 +456,7 @@ void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
 
 void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
 {
+    // The simulator pads a short coin id with dots, not with zero bytes.
     Rig rig;
     rig.model.recycler({"RU100A"}, {{"RU10A", 4, 300, true}}, 0);
     testsupport::LogCapture log;
@@ -473,25 +473,22 @@ void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
 
 void TestDiscovery::cashboxSumIsLoggedInUnits()
 {
-    Rig rig;
-    rig.model.recycler({}, {}, 12550);
+    SimChangerRig rig(recycler({}, {}, 12550));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
-    QCOMPARE(rig.serial.writes, discoveryRequests(0, {}));
+    QCOMPARE(rig.writes(), discoveryRequests(0, {}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral(" сумма: 125.50"));
     QCOMPARE(rig.changer.cachedUnits().size(), 1);
     QCOMPARE(rig.changer.cachedUnits().at(0).sum, 12550LL);
 
-    Rig large;
-    large.model.recycler({}, {}, 0xFFFFFFFFu);
+    SimChangerRig large(recycler({}, {}, 0xFFFFFFFFu));
     large.changer.loadCashUnits();
     QCOMPARE(large.changer.cachedUnits().at(0).sum, 4294967295LL);
 }
 
 void TestDiscovery::unitFieldsOfHopperAndCashbox()
 {
-    Rig rig;
-    rig.model.recycler({"RU500A"}, {{"RU500A", 300, 1200, true}}, 700);
+    SimChangerRig rig(recycler({"RU500A"}, {{"RU500A", 300, 1200, true}}, 700));
     rig.changer.loadCashUnits();
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 2);
@@ -535,9 +532,8 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
 {
     const QList<Hopper> hoppers{{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}, {"RU500A", 1, 100, true}};
     {
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(3, 2);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(3, 2);
         rig.changer.loadCashUnits();
         const QList<CashControlUnit> units = rig.changer.cachedUnits();
         QCOMPARE(units.size(), 4);
@@ -548,17 +544,15 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
     }
     {
         // an empty hopper is reported but does not mark the unit
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(2, 1);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(2, 1);
         rig.changer.loadCashUnits();
         for (const CashControlUnit& unit : rig.changer.cachedUnits())
             QCOMPARE(unit.state, 0);
     }
     {
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(1, 251);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(1, 251);
         rig.changer.loadCashUnits();
         const QList<CashControlUnit> units = rig.changer.cachedUnits();
         QCOMPARE(units.at(0).state, 0);
