@@ -2,6 +2,7 @@
 
 #include "devicemodel.h"
 #include "support/fakeserialdevice.h"
+#include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/recordingchanger.h"
 #include "support/simline.h"
@@ -91,6 +92,17 @@ template <class C> struct SimRigOf
         QList<QByteArray> out;
         for (const sim::Transaction& t : line.transactions())
             out << t.frame;
+        return out;
+    }
+
+    // Header and data of every request the device answered with NAK.
+    QList<QByteArray> refused() const
+    {
+        QList<QByteArray> out;
+        for (const sim::Transaction& t : line.transactions()) {
+            if (t.answer.endsWith(testsupport::nak()))
+                out << t.frame.mid(3, t.frame.size() - 4);
+        }
         return out;
     }
 

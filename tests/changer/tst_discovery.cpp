@@ -246,22 +246,21 @@ void TestDiscovery::initCallsItsStepsInOrderVirtually()
 
 namespace {
 
-// A recycler that identifies itself, keeps the host's time and reports no activity.
-quint32 prepareInit(Rig& rig)
+// A recycler that identifies itself and reports no activity, its clock at the host's
+// time when the test began.
+quint32 prepareInit(SimChangerRig& rig)
 {
-    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 0);
-    rig.model.setActivity(0);
-    rig.model.on(1, QByteArray(), QByteArray());
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.on(245, QByteArray(), QByteArray("Changer"));
-    rig.model.on(246, QByteArray(), QByteArray("CPI"));
-    rig.model.on(244, QByteArray(), QByteArray("BCR"));
-    rig.model.on(192, QByteArray(), QByteArray("BCR330"));
-    rig.model.on(242, QByteArray(), bytes({0x39, 0x30, 0x00}));
-    rig.model.on(241, QByteArray(), QByteArray("V2.14"));
     const auto now = quint32(QDateTime::currentSecsSinceEpoch());
-    rig.model.on(115, QByteArray(), DeviceModel::le(now, 4));
+    rig.device().setWallClock([now] { return qint64(now); });
     return now;
+}
+
+sim::Config initRecycler()
+{
+    sim::Config c = recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 0);
+    c.serialNumber = 12345;
+    c.softwareRevision = QStringLiteral("V2.14");
+    return c;
 }
 
 QList<QByteArray> initRequests()
@@ -281,13 +280,13 @@ QList<QByteArray> initRequests()
 
 void TestDiscovery::initSequenceOnTheLine()
 {
-    Rig rig;
+    SimChangerRig rig(initRecycler());
     const quint32 now = prepareInit(rig);
     testsupport::LogCapture log;
     rig.changer.init();
 
-    QCOMPARE(rig.serial.writes, initRequests());
-    QVERIFY(rig.model.unexpected.isEmpty());
+    QCOMPARE(rig.writes(), initRequests());
+    QVERIFY(rig.refused().isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
 
     const QStringList info = log.texts(QStringLiteral("INFO"));
@@ -313,12 +312,12 @@ void TestDiscovery::initSequenceOnTheLine()
 
 void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
 {
-    Rig rig;
+    SimChangerRig rig(initRecycler());
     prepareInit(rig);
     RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.init();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + initRequests());
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)} + initRequests());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(log.texts(QStringLiteral("INFO")).first(), QStringLiteral("Выполняется сброс"));
@@ -326,13 +325,11 @@ void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
 
 void TestDiscovery::connectPollsThenWaitsForInitialisation()
 {
-    Rig rig;
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setActivitySequence({64, 64, 64, 0, 0});
+    SimChangerRig rig;
+    rig.activitySequence({64, 64, 64, 0, 0});
     testsupport::LogCapture log;
     rig.changer.connect();
-    QCOMPARE(rig.serial.writes,
-             QList<QByteArray>({req(254), req(123), req(123), req(123), req(123), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(123), req(123), req(123)}));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList({QStringLiteral("Проверка соединения с устройством"),
@@ -349,29 +346,26 @@ void TestDiscovery::connectPollsThenWaitsForInitialisation()
 
 void TestDiscovery::connectChecksErrorsWhileWaiting()
 {
-    Rig rig;
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setActivitySequence({64, 64 | 16});
-    rig.model.setErrorStatus(3, 2);
-    rig.model.setSelfcheck(0, 0);
+    SimChangerRig rig;
+    rig.activitySequence({64, 64 | 16});
+    rig.device().setErrorStatus(3, 2);
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.connect(); }),
              QStringLiteral("Хоппер 3, заклинивание"));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList{QStringLiteral("Хоппер 3, заклинивание")});
     QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestDiscovery::getUnitsWaitsWithoutErrorChecks()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 100);
-    rig.model.setActivitySequence({64, 64 | 16, 0});
+    SimChangerRig rig(recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 100));
+    rig.activitySequence({64, 64 | 16, 0});
     testsupport::LogCapture log;
     const QList<CashControlUnit> units = rig.changer.getUnits();
     QList<QByteArray> expected{req(123), req(123), req(123)};
     expected << discoveryRequests(1, {{"RU100A", 5, 300, true}});
-    QCOMPARE(rig.serial.writes, expected);
+    QCOMPARE(rig.writes(), expected);
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).first(),
              QStringLiteral("Выполняется ожидание завершения инициализации устройства..."));
@@ -392,17 +386,16 @@ void TestDiscovery::getUnitsCallsItsStepsVirtually()
 
 void TestDiscovery::disabledHopperIsSkipped()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A", "RU1K0A"}, threeHoppers, 12550);
+    SimChangerRig rig(recycler({"RU100A", "RU500A", "RU1K0A"}, threeHoppers, 12550));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
 
-    QCOMPARE(rig.serial.writes, discoveryRequests(3, threeHoppers));
+    QCOMPARE(rig.writes(), discoveryRequests(3, threeHoppers));
     // hopper 3 is unit 5 of the manifest
-    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 0}))));
-    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 8}))));
-    QVERIFY(!rig.serial.writes.contains(req(119, bytes({2}))));
-    QVERIFY(rig.model.unexpected.isEmpty());
+    QVERIFY(rig.writes().contains(req(84, bytes({5, 0}))));
+    QVERIFY(rig.writes().contains(req(84, bytes({5, 8}))));
+    QVERIFY(!rig.writes().contains(req(119, bytes({2}))));
+    QVERIFY(rig.refused().isEmpty());
 
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 3);
