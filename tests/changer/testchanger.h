@@ -69,6 +69,13 @@ template <class C> struct SimRigOf
     SimRigOf(const SimRigOf&) = delete;
     SimRigOf& operator=(const SimRigOf&) = delete;
 
+    // Runs a discovery of the recycler and forgets its traffic.
+    void discover()
+    {
+        changer.loadCashUnits();
+        line.clearTransactions();
+    }
+
     // Runs the action on every request with this header, before the device answers it.
     void beforeAnswer(quint8 header, std::function<void()> action) { hooks[header] = std::move(action); }
     // The activity register reads these bits in turn, the last ones repeating.

@@ -556,6 +556,7 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
 
 void TestDiscovery::positionsAreOverwrittenNotCleared()
 {
+    // The simulator keeps the coin ids it was made with.
     Rig rig;
     rig.model.recycler({"RU100A", "RU200A", "RU500A"}, {{"RU500A", 1, 100, true}}, 0);
     rig.changer.loadCashUnits();
@@ -570,9 +571,9 @@ void TestDiscovery::positionsAreOverwrittenNotCleared()
 
 void TestDiscovery::identificationLineEndsAtZeroByte()
 {
-    Rig rig;
-    rig.model.recycler({}, {}, 0);
-    rig.model.on(84, bytes({2, 4}), QByteArray("C2\0RU", 5));
+    sim::Config config = recycler({}, {}, 0);
+    config.acceptorModel = QString::fromLatin1("C2\0RU", 5);
+    SimChangerRig rig(config);
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
     QCOMPARE(log.texts(QStringLiteral("INFO")).at(2), QStringLiteral(" модель: C2734112"));
@@ -580,9 +581,13 @@ void TestDiscovery::identificationLineEndsAtZeroByte()
 
 void TestDiscovery::failureKeepsWhatWasFound()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0);
-    rig.model.on(119, bytes({2}), DeviceModel::nak());
+    SimChangerRig rig(
+        recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0));
+    // the balance of hopper 2 is the second one asked for
+    rig.beforeAnswer(119, [&rig, asked = 0]() mutable {
+        if (++asked == 2)
+            rig.line.nakNext();
+    });
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.loadCashUnits(); }),
              QStringLiteral("Ошибка выполнения команды"));
     QCOMPARE(rig.changer.cachedUnits().size(), 1);
@@ -590,13 +595,12 @@ void TestDiscovery::failureKeepsWhatWasFound()
     // not yet reduced to what the acceptor recognises
     QCOMPARE(rig.changer.acceptable(), QSet<unsigned int>{100});
     QCOMPARE(rig.changer.positions().size(), 2);
-    QCOMPARE(rig.serial.writes.last(), req(119, bytes({2})));
+    QCOMPARE(rig.writes().last(), req(119, bytes({2})));
 }
 
 void TestDiscovery::getUnitIsCaseSensitive()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0);
+    SimChangerRig rig(recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0));
     rig.discover();
     testsupport::LogCapture log;
     const auto e = thrown<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("Hopper1")); });
@@ -609,20 +613,20 @@ void TestDiscovery::getUnitIsCaseSensitive()
 
 void TestDiscovery::getUnitBeforeDiscovery()
 {
-    Rig rig;
+    SimChangerRig rig;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("cashbox")); }),
              QStringLiteral("Модуль не найден"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
 }
 
 void TestDiscovery::getUnitAndDenomsAskNothing()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU500A", 1, 100, true}}, 0);
+    SimChangerRig rig(
+        recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU500A", 1, 100, true}}, 0));
     rig.discover();
     QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>({100, 500}));
     QCOMPARE(rig.changer.getUnit(QStringLiteral("hopper2")).denom, 500u);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestDiscovery)
