@@ -30,6 +30,13 @@ void standard(Rig& rig)
     rig.model.setCoinsIn({});
 }
 
+// The same recycler simulated.
+sim::Config standardRecycler()
+{
+    return recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
+                    {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
+}
+
 } // namespace
 
 class TestAcceptance : public QObject
@@ -87,38 +94,32 @@ void TestAcceptance::startEnablesEachRecycledDenominationOnce()
 
 void TestAcceptance::startFastWithAnExcludedDenomination()
 {
-    Rig rig;
     // position 5 (0.50) has no hopper and is never enabled
-    rig.model.recycler({"RU100A", "RU500A", "RU500A", "RU1K0A", "RU050A"},
-                       {{"RU100A", 10, 500, true}, {"RU500A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
+    SimChangerRig rig(
+        recycler({"RU100A", "RU500A", "RU500A", "RU1K0A", "RU050A"},
+                 {{"RU100A", 10, 500, true}, {"RU500A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0));
     rig.discover();
-    rig.model.on(165, bytes({255}), QByteArray());
-    rig.model.on(231, bytes({0x09, 0x00}), QByteArray());
-    rig.model.setCoinsIn({});
     testsupport::LogCapture log;
     rig.changer.cashInStart(true, {500});
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              QList<QByteArray>({req(165, bytes({0xFF})), req(231, bytes({0x09, 0x00})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList({QStringLiteral("Режим приема монет: ускоренный"),
                           QStringLiteral("Доступные номиналы: 1.00, 10.00")}));
 
     // nothing acceptable: an empty list and every position inhibited
-    Rig none;
-    none.model.recycler({"RU100A"}, {{"RU100A", 10, 500, true}}, 0);
+    SimChangerRig none(recycler({"RU100A"}, {{"RU100A", 10, 500, true}}, 0));
     none.discover();
-    none.model.on(165, bytes({0}), QByteArray());
-    none.model.on(231, bytes({0, 0}), QByteArray());
-    none.model.setCoinsIn({});
     testsupport::LogCapture log2;
     none.changer.cashInStart(false, {100});
-    QCOMPARE(none.serial.writes.mid(none.serial.writes.size() - 2),
+    QCOMPARE(none.writes().mid(none.writes().size() - 2),
              QList<QByteArray>({req(231, bytes({0, 0})), req(82)}));
     QCOMPARE(log2.texts(QStringLiteral("INFO")).last(), QStringLiteral("Доступные номиналы: "));
 }
 
 void TestAcceptance::positionsBeyondTheRegisterAreNotEnabled()
 {
+    // The simulator has at most 16 coin positions.
     Rig rig;
     QList<QByteArray> coins;
     for (int p = 1; p <= 17; ++p)
@@ -136,17 +137,17 @@ void TestAcceptance::positionsBeyondTheRegisterAreNotEnabled()
 
 void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
 {
-    Rig rig;
-    standard(rig);
-    rig.model.on(231, bytes({0x0F, 0x00}), DeviceModel::nak());
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
+    rig.refuse(231);
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.cashInStart(false, {}); }),
              QStringLiteral("Ошибка выполнения команды"));
     QVERIFY(!rig.changer.isAccepting());
     QVERIFY(!rig.changer.timer()->isActive());
 
-    rig.model.on(165, bytes({255}), DeviceModel::nak());
+    rig.refuse(165);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStart(true, {}), CcTalk::NakException);
-    QCOMPARE(rig.serial.writes.last(), req(165, bytes({255})));
+    QCOMPARE(rig.writes().last(), req(165, bytes({255})));
     QVERIFY(!rig.changer.timer()->isActive());
 }
 
@@ -154,12 +155,12 @@ void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
 // acceptor is inhibited again and the start fails.
 void TestAcceptance::baselineFailureInhibitsAgain()
 {
-    Rig rig;
-    standard(rig);
-    rig.model.on(82, QByteArray(), DeviceModel::nak());
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
+    rig.refuse(82);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStart(false, {}), CcTalk::NakException);
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(165, bytes({0})), req(231, bytes({0x0F, 0x00})),
-                                                   req(82), req(231, bytes({0, 0}))}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(231, bytes({0x0F, 0x00})), req(82),
+                                              req(231, bytes({0, 0}))}));
     QVERIFY(!rig.changer.isAccepting());
     QVERIFY(!rig.changer.timer()->isActive());
 }
@@ -416,25 +417,24 @@ void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 
 void TestAcceptance::stopWithoutPollingMakesNoFinalPoll()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
     QVERIFY(!rig.changer.isAccepting());
 }
 
 void TestAcceptance::stopWaitsForAcceptanceToEnd()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({});
-    rig.model.setActivitySequence({4, 4, 4, 0, 0});
-    rig.serial.writes.clear();
+    rig.activitySequence({4, 4, 4, 0, 0});
+    rig.line.clearTransactions();
     testsupport::LogCapture log;
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(123), req(123),
-                                                   req(123), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(123), req(123), req(123),
+                                              req(123), req(82), req(123)}));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList{QStringLiteral("Выполняется ожидание завершения приема монет...")});
@@ -492,11 +492,11 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 // The link is gone: the inhibit fails quietly, with a warning, and polling ends.
 void TestAcceptance::inhibitAfterFailedPollMayFail()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.on(82, QByteArray(), DeviceModel::nak());
-    rig.model.on(231, bytes({0, 0}), DeviceModel::nak());
+    rig.refuse(82);
+    rig.refuse(231);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     rig.changer.timer()->stop();
     testsupport::LogCapture log;
@@ -512,20 +512,20 @@ void TestAcceptance::inhibitAfterFailedPollMayFail()
 
 void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{3, 1}});
-    rig.model.setActivity(16);
-    rig.model.setErrorStatus(3, 2);
-    rig.model.setSelfcheck(0, 0);
-    rig.serial.writes.clear();
+    rig.device().insertCoin(3);
+    rig.line.advance(rig.line.config().coinAcceptMs);
+    rig.device().setActivityBits(16);
+    rig.device().setErrorStatus(3, 2);
+    rig.line.clearTransactions();
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     testsupport::LogCapture log;
     rig.changer.timer()->stop();
     rig.changer.checkMoneyIn();
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              QList<QByteArray>({req(82), req(123), req(122), req(232), req(231, bytes({0, 0}))}));
     QCOMPARE(received.size(), 1);
     QCOMPARE(errors.size(), 1);
@@ -539,11 +539,10 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 
 void TestAcceptance::pollWithoutAcceptingDoesNotRearm()
 {
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({});
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.checkMoneyIn();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(123)}));
     QVERIFY(!rig.changer.timer()->isActive());
 }
 
