@@ -37,6 +37,14 @@ sim::Config standardRecycler()
                     {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
 }
 
+// Coins put into the acceptor at a position, waited for until they have landed.
+void land(SimChangerRig& rig, int position, int coins = 1)
+{
+    for (int i = 0; i < coins; ++i)
+        rig.device().insertCoin(position);
+    rig.line.advance(rig.line.config().coinAcceptMs);
+}
+
 } // namespace
 
 class TestAcceptance : public QObject
@@ -199,17 +207,17 @@ void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 
 void TestAcceptance::unchangedCountersReportNothing()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{2, 7}});
+    land(rig, 2, 7);
     rig.changer.checkMoneyIn();
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.timer()->stop();
     rig.changer.checkMoneyIn();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(123)}));
     QCOMPARE(received.size(), 0);
     QVERIFY(log.texts(QStringLiteral("INFO")).isEmpty());
     QVERIFY(rig.changer.timer()->isActive());
@@ -217,11 +225,14 @@ void TestAcceptance::unchangedCountersReportNothing()
 
 void TestAcceptance::positionsOfOneDenominationAddUp()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{3, 10}, {4, 20}}, {{3, 11}, {4, 22}}});
+    land(rig, 3, 10);
+    land(rig, 4, 20);
     rig.changer.checkMoneyIn();
+    land(rig, 3);
+    land(rig, 4, 2);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.checkMoneyIn();
@@ -371,24 +382,24 @@ void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 
 void TestAcceptance::sessionStartedAgainWithoutStop()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
-    rig.model.setCoinsIn({{2, 1}});
+    land(rig, 2);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
     // the coin counted since the last poll is read before the new baseline
-    rig.model.setCoinsIn({{2, 2}});
-    rig.serial.writes.clear();
+    land(rig, 2);
+    rig.line.clearTransactions();
     rig.changer.cashInStart(true, {});
-    QCOMPARE(rig.serial.writes.mid(0, 4),
+    QCOMPARE(rig.writes().mid(0, 4),
              QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
     QCOMPARE(received.size(), 2);
     QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{1000, 1}}));
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 2);
-    rig.model.setCoinsIn({{2, 3}});
+    land(rig, 2);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 3);
     QCOMPARE(sumOf(received.at(2).at(0)).denoms, denoms({{1000, 1}}));
@@ -396,17 +407,18 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
 
 void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{1, 1}}, {{1, 1}, {2, 1}}});
+    land(rig, 1);
     rig.changer.checkMoneyIn();
+    land(rig, 2);
     QVERIFY(rig.changer.timer()->isActive());
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 1}}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
@@ -569,10 +581,10 @@ void TestAcceptance::timerDrivesThePolls()
 
 void TestAcceptance::receivedCanBeQueued()
 {
-    Rig rig;
-    standard(rig);
+    SimChangerRig rig(standardRecycler());
+    rig.discover();
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{2, 1}});
+    land(rig, 2);
     QList<SumDetailed> delivered;
     QObject::connect(
         &rig.changer, &CcTalk::Changer::received, &rig.changer, [&](SumDetailed sum) { delivered << sum; },
