@@ -25,6 +25,7 @@ private slots:
 
 void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.changer.setPositions({{1, 100}, {3, 200}, {2, 200}, {4, 1000}});
     rig.model.setActivity(0);
@@ -43,19 +44,20 @@ void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
 
 void TestCounters::acceptedCountersWaitForAcceptanceToEnd()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setPositions({{1, 100}});
-    rig.model.setActivity(4);
+    rig.device().setActivityBits(4);
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getAcceptedCounters(); }),
              QStringLiteral("Таймаут ожидания завершения приема монет"));
     QCOMPARE(rig.changer.sleeps.size(), 10);
     // with the fault check on every poll
-    QCOMPARE(rig.serial.writes.size(), 1 + 2 * 10);
+    QCOMPARE(rig.writes().size(), 1 + 2 * 10);
     QCOMPARE(significant(log),
              QStringList({QStringLiteral("INFO Выполняется ожидание завершения приема монет..."),
                           QStringLiteral("ERROR Таймаут ожидания завершения приема монет")}));
 
+    // The simulator's accepted counters count only the coins it took.
     Rig later;
     later.changer.setPositions({{1, 100}});
     later.model.setActivitySequence({4, 4, 0});
@@ -66,15 +68,15 @@ void TestCounters::acceptedCountersWaitForAcceptanceToEnd()
 
 void TestCounters::acceptedCountersWithoutPositions()
 {
-    Rig rig;
-    rig.model.setActivity(0);
+    SimChangerRig rig;
     const SumDetailed accepted = rig.changer.getAcceptedCounters();
     QVERIFY(accepted.denoms.isEmpty());
-    QCOMPARE(rig.serial.writes, frames({req(123)}));
+    QCOMPARE(rig.writes(), frames({req(123)}));
 }
 
 void TestCounters::hoppersOfOneDenominationAddUp()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit(100),
                           hopperUnit(QStringLiteral("hopper2"), 1000),
@@ -97,6 +99,7 @@ void TestCounters::hoppersOfOneDenominationAddUp()
 
 void TestCounters::hopperThreeOfFiveRoubles()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.model.recycler({"RU500A"},
                        {{"RU100A", 1, 100, false}, {"RU200A", 1, 100, false}, {"RU500A", 1, 100, true}}, 0);
@@ -111,14 +114,14 @@ void TestCounters::hopperThreeOfFiveRoubles()
 
 void TestCounters::noHopperUnitsStillLogTheHeading()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({cashboxUnit(100)});
     testsupport::LogCapture log;
     QVERIFY(rig.changer.getHoppersCounters().isEmpty());
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Счетчики хопперов: ")});
 
-    Rig empty;
+    SimChangerRig empty;
     testsupport::LogCapture log2;
     QVERIFY(empty.changer.getHoppersCounters().isEmpty());
     QCOMPARE(significant(log2), QStringList{QStringLiteral("INFO Счетчики хопперов: ")});
@@ -126,6 +129,7 @@ void TestCounters::noHopperUnitsStillLogTheHeading()
 
 void TestCounters::countersAreSixtyFourBitSums()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 1), hopperUnit(QStringLiteral("hopper2"), 1)});
@@ -141,6 +145,7 @@ void TestCounters::countersAreSixtyFourBitSums()
 
 void TestCounters::dispensedCountersWaitForThePayout()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
@@ -162,8 +167,8 @@ void TestCounters::dispensedCountersWaitForThePayout()
              QStringList({QStringLiteral("INFO Выполняется ожидание завершения выема монет..."),
                           QStringLiteral("INFO Счетчики хопперов: 5.00 x 15, 10.00 x 3")}));
 
-    Rig slow;
-    slow.model.setActivity(8);
+    SimChangerRig slow;
+    slow.device().setActivityBits(8);
     QCOMPARE(thrownText<CcTalk::Exception>([&] { slow.changer.getDispensedCounters(); }),
              QStringLiteral("Таймаут ожидания завершения выема монет"));
     QCOMPARE(slow.changer.sleeps.size(), 300);
@@ -171,6 +176,7 @@ void TestCounters::dispensedCountersWaitForThePayout()
 
 void TestCounters::failureDiscardsThePartialResult()
 {
+    // The simulator's audit counters count only the coins it moved.
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
@@ -191,21 +197,21 @@ void TestCounters::failureDiscardsThePartialResult()
 
 void TestCounters::balancesAreWrittenAsGiven()
 {
-    Rig rig;
-    rig.model.onAny(120, DeviceModel::data(QByteArray()));
-    rig.model.onAny(118, DeviceModel::data(QByteArray()));
+    SimChangerRig rig;
     testsupport::LogCapture log;
     rig.changer.setHopperCount(2, 65535);
     rig.changer.setCashboxSum(0);
     rig.changer.setCashboxSum(123456);
     rig.changer.setHopperCount(3, 1000);
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              frames({req(120, bytes({0x02, 0xFF, 0xFF})), req(118, bytes({0, 0, 0, 0})),
                      req(118, bytes({0x40, 0xE2, 0x01, 0x00})), req(120, bytes({0x03, 0xE8, 0x03}))}));
     QVERIFY(significant(log).isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
+    QCOMPARE(rig.device().hopperCount(3), 1000);
+    QCOMPARE(rig.device().cashbox(), quint32(123456));
 
-    rig.model.onAny(120, DeviceModel::nak());
+    rig.refuse(120);
     QVERIFY_EXCEPTION_THROWN(rig.changer.setHopperCount(1, 1), CcTalk::NakException);
 }
 

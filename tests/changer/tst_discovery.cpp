@@ -246,22 +246,21 @@ void TestDiscovery::initCallsItsStepsInOrderVirtually()
 
 namespace {
 
-// A recycler that identifies itself, keeps the host's time and reports no activity.
-quint32 prepareInit(Rig& rig)
+// A recycler that identifies itself and reports no activity, its clock at the host's
+// time when the test began.
+quint32 prepareInit(SimChangerRig& rig)
 {
-    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 0);
-    rig.model.setActivity(0);
-    rig.model.on(1, QByteArray(), QByteArray());
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.on(245, QByteArray(), QByteArray("Changer"));
-    rig.model.on(246, QByteArray(), QByteArray("CPI"));
-    rig.model.on(244, QByteArray(), QByteArray("BCR"));
-    rig.model.on(192, QByteArray(), QByteArray("BCR330"));
-    rig.model.on(242, QByteArray(), bytes({0x39, 0x30, 0x00}));
-    rig.model.on(241, QByteArray(), QByteArray("V2.14"));
     const auto now = quint32(QDateTime::currentSecsSinceEpoch());
-    rig.model.on(115, QByteArray(), DeviceModel::le(now, 4));
+    rig.device().setWallClock([now] { return qint64(now); });
     return now;
+}
+
+sim::Config initRecycler()
+{
+    sim::Config c = recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 0);
+    c.serialNumber = 12345;
+    c.softwareRevision = QStringLiteral("V2.14");
+    return c;
 }
 
 QList<QByteArray> initRequests()
@@ -281,13 +280,13 @@ QList<QByteArray> initRequests()
 
 void TestDiscovery::initSequenceOnTheLine()
 {
-    Rig rig;
+    SimChangerRig rig(initRecycler());
     const quint32 now = prepareInit(rig);
     testsupport::LogCapture log;
     rig.changer.init();
 
-    QCOMPARE(rig.serial.writes, initRequests());
-    QVERIFY(rig.model.unexpected.isEmpty());
+    QCOMPARE(rig.writes(), initRequests());
+    QCOMPARE(rig.refusals(), 0);
     QVERIFY(rig.changer.sleeps.isEmpty());
 
     const QStringList info = log.texts(QStringLiteral("INFO"));
@@ -313,12 +312,12 @@ void TestDiscovery::initSequenceOnTheLine()
 
 void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
 {
-    Rig rig;
+    SimChangerRig rig(initRecycler());
     prepareInit(rig);
     RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.init();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + initRequests());
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)} + initRequests());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(log.texts(QStringLiteral("INFO")).first(), QStringLiteral("Выполняется сброс"));
@@ -326,13 +325,11 @@ void TestDiscovery::initResetsFirstWhenAFaultAskedForIt()
 
 void TestDiscovery::connectPollsThenWaitsForInitialisation()
 {
-    Rig rig;
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setActivitySequence({64, 64, 64, 0, 0});
+    SimChangerRig rig;
+    rig.activitySequence({64, 64, 64, 0, 0});
     testsupport::LogCapture log;
     rig.changer.connect();
-    QCOMPARE(rig.serial.writes,
-             QList<QByteArray>({req(254), req(123), req(123), req(123), req(123), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(123), req(123), req(123)}));
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList({QStringLiteral("Проверка соединения с устройством"),
@@ -349,29 +346,26 @@ void TestDiscovery::connectPollsThenWaitsForInitialisation()
 
 void TestDiscovery::connectChecksErrorsWhileWaiting()
 {
-    Rig rig;
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setActivitySequence({64, 64 | 16});
-    rig.model.setErrorStatus(3, 2);
-    rig.model.setSelfcheck(0, 0);
+    SimChangerRig rig;
+    rig.activitySequence({64, 64 | 16});
+    rig.device().setErrorStatus(3, 2);
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.connect(); }),
              QStringLiteral("Хоппер 3, заклинивание"));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(122), req(232)}));
     QCOMPARE(log.texts(QStringLiteral("ERROR")), QStringList{QStringLiteral("Хоппер 3, заклинивание")});
     QVERIFY(RecordingChanger::resetPending());
 }
 
 void TestDiscovery::getUnitsWaitsWithoutErrorChecks()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 100);
-    rig.model.setActivitySequence({64, 64 | 16, 0});
+    SimChangerRig rig(recycler({"RU100A"}, {{"RU100A", 5, 300, true}}, 100));
+    rig.activitySequence({64, 64 | 16, 0});
     testsupport::LogCapture log;
     const QList<CashControlUnit> units = rig.changer.getUnits();
     QList<QByteArray> expected{req(123), req(123), req(123)};
     expected << discoveryRequests(1, {{"RU100A", 5, 300, true}});
-    QCOMPARE(rig.serial.writes, expected);
+    QCOMPARE(rig.writes(), expected);
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).first(),
              QStringLiteral("Выполняется ожидание завершения инициализации устройства..."));
@@ -392,17 +386,16 @@ void TestDiscovery::getUnitsCallsItsStepsVirtually()
 
 void TestDiscovery::disabledHopperIsSkipped()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A", "RU1K0A"}, threeHoppers, 12550);
+    SimChangerRig rig(recycler({"RU100A", "RU500A", "RU1K0A"}, threeHoppers, 12550));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
 
-    QCOMPARE(rig.serial.writes, discoveryRequests(3, threeHoppers));
+    QCOMPARE(rig.writes(), discoveryRequests(3, threeHoppers));
     // hopper 3 is unit 5 of the manifest
-    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 0}))));
-    QVERIFY(rig.serial.writes.contains(req(84, bytes({5, 8}))));
-    QVERIFY(!rig.serial.writes.contains(req(119, bytes({2}))));
-    QVERIFY(rig.model.unexpected.isEmpty());
+    QVERIFY(rig.writes().contains(req(84, bytes({5, 0}))));
+    QVERIFY(rig.writes().contains(req(84, bytes({5, 8}))));
+    QVERIFY(!rig.writes().contains(req(119, bytes({2}))));
+    QCOMPARE(rig.refusals(), 0);
 
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 3);
@@ -432,11 +425,10 @@ void TestDiscovery::disabledHopperIsSkipped()
 
 void TestDiscovery::noCoinPositionsLeaveNothingAcceptable()
 {
-    Rig rig;
-    rig.model.recycler({}, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}, 0);
+    SimChangerRig rig(recycler({}, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}, 0));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
-    QCOMPARE(rig.serial.writes, discoveryRequests(0, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}));
+    QCOMPARE(rig.writes(), discoveryRequests(0, {{"RU100A", 5, 300, true}, {"RU500A", 5, 300, true}}));
     QVERIFY(rig.changer.getAcceptableDenoms().isEmpty());
     QCOMPARE(rig.changer.cachedUnits().size(), 3);
     QVERIFY(log.texts(QStringLiteral("INFO")).contains(QStringLiteral(" валюты: ")));
@@ -444,8 +436,8 @@ void TestDiscovery::noCoinPositionsLeaveNothingAcceptable()
 
 void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU200A"}, {{"RU100A", 5, 300, true}, {"RU500A", 9, 300, true}}, 0);
+    SimChangerRig rig(
+        recycler({"RU100A", "RU200A"}, {{"RU100A", 5, 300, true}, {"RU500A", 9, 300, true}}, 0));
     rig.changer.loadCashUnits();
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 3);
@@ -457,6 +449,7 @@ void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
 
 void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
 {
+    // The simulator pads a short coin id with dots, not with zero bytes.
     Rig rig;
     rig.model.recycler({"RU100A"}, {{"RU10A", 4, 300, true}}, 0);
     testsupport::LogCapture log;
@@ -473,25 +466,22 @@ void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
 
 void TestDiscovery::cashboxSumIsLoggedInUnits()
 {
-    Rig rig;
-    rig.model.recycler({}, {}, 12550);
+    SimChangerRig rig(recycler({}, {}, 12550));
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
-    QCOMPARE(rig.serial.writes, discoveryRequests(0, {}));
+    QCOMPARE(rig.writes(), discoveryRequests(0, {}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral(" сумма: 125.50"));
     QCOMPARE(rig.changer.cachedUnits().size(), 1);
     QCOMPARE(rig.changer.cachedUnits().at(0).sum, 12550LL);
 
-    Rig large;
-    large.model.recycler({}, {}, 0xFFFFFFFFu);
+    SimChangerRig large(recycler({}, {}, 0xFFFFFFFFu));
     large.changer.loadCashUnits();
     QCOMPARE(large.changer.cachedUnits().at(0).sum, 4294967295LL);
 }
 
 void TestDiscovery::unitFieldsOfHopperAndCashbox()
 {
-    Rig rig;
-    rig.model.recycler({"RU500A"}, {{"RU500A", 300, 1200, true}}, 700);
+    SimChangerRig rig(recycler({"RU500A"}, {{"RU500A", 300, 1200, true}}, 700));
     rig.changer.loadCashUnits();
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 2);
@@ -535,9 +525,8 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
 {
     const QList<Hopper> hoppers{{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}, {"RU500A", 1, 100, true}};
     {
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(3, 2);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(3, 2);
         rig.changer.loadCashUnits();
         const QList<CashControlUnit> units = rig.changer.cachedUnits();
         QCOMPARE(units.size(), 4);
@@ -548,17 +537,15 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
     }
     {
         // an empty hopper is reported but does not mark the unit
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(2, 1);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(2, 1);
         rig.changer.loadCashUnits();
         for (const CashControlUnit& unit : rig.changer.cachedUnits())
             QCOMPARE(unit.state, 0);
     }
     {
-        Rig rig;
-        rig.model.recycler({"RU100A"}, hoppers, 0);
-        rig.model.setErrorStatus(1, 251);
+        SimChangerRig rig(recycler({"RU100A"}, hoppers, 0));
+        rig.device().setErrorStatus(1, 251);
         rig.changer.loadCashUnits();
         const QList<CashControlUnit> units = rig.changer.cachedUnits();
         QCOMPARE(units.at(0).state, 0);
@@ -569,6 +556,7 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
 
 void TestDiscovery::positionsAreOverwrittenNotCleared()
 {
+    // The simulator keeps the coin ids it was made with.
     Rig rig;
     rig.model.recycler({"RU100A", "RU200A", "RU500A"}, {{"RU500A", 1, 100, true}}, 0);
     rig.changer.loadCashUnits();
@@ -583,9 +571,9 @@ void TestDiscovery::positionsAreOverwrittenNotCleared()
 
 void TestDiscovery::identificationLineEndsAtZeroByte()
 {
-    Rig rig;
-    rig.model.recycler({}, {}, 0);
-    rig.model.on(84, bytes({2, 4}), QByteArray("C2\0RU", 5));
+    sim::Config config = recycler({}, {}, 0);
+    config.acceptorModel = QString::fromLatin1("C2\0RU", 5);
+    SimChangerRig rig(config);
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
     QCOMPARE(log.texts(QStringLiteral("INFO")).at(2), QStringLiteral(" модель: C2734112"));
@@ -593,9 +581,13 @@ void TestDiscovery::identificationLineEndsAtZeroByte()
 
 void TestDiscovery::failureKeepsWhatWasFound()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0);
-    rig.model.on(119, bytes({2}), DeviceModel::nak());
+    SimChangerRig rig(
+        recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0));
+    // the balance of hopper 2 is the second one asked for
+    rig.beforeAnswer(119, [&rig, asked = 0]() mutable {
+        if (++asked == 2)
+            rig.line.nakNext();
+    });
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.loadCashUnits(); }),
              QStringLiteral("Ошибка выполнения команды"));
     QCOMPARE(rig.changer.cachedUnits().size(), 1);
@@ -603,13 +595,12 @@ void TestDiscovery::failureKeepsWhatWasFound()
     // not yet reduced to what the acceptor recognises
     QCOMPARE(rig.changer.acceptable(), QSet<unsigned int>{100});
     QCOMPARE(rig.changer.positions().size(), 2);
-    QCOMPARE(rig.serial.writes.last(), req(119, bytes({2})));
+    QCOMPARE(rig.writes().last(), req(119, bytes({2})));
 }
 
 void TestDiscovery::getUnitIsCaseSensitive()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0);
+    SimChangerRig rig(recycler({"RU100A"}, {{"RU100A", 1, 100, true}}, 0));
     rig.discover();
     testsupport::LogCapture log;
     const auto e = thrown<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("Hopper1")); });
@@ -622,20 +613,20 @@ void TestDiscovery::getUnitIsCaseSensitive()
 
 void TestDiscovery::getUnitBeforeDiscovery()
 {
-    Rig rig;
+    SimChangerRig rig;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getUnit(QStringLiteral("cashbox")); }),
              QStringLiteral("Модуль не найден"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
 }
 
 void TestDiscovery::getUnitAndDenomsAskNothing()
 {
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU500A", 1, 100, true}}, 0);
+    SimChangerRig rig(
+        recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU500A", 1, 100, true}}, 0));
     rig.discover();
     QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>({100, 500}));
     QCOMPARE(rig.changer.getUnit(QStringLiteral("hopper2")).denom, 500u);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestDiscovery)

@@ -45,27 +45,21 @@ struct ClockRun
 ClockRun runClock(int offset)
 {
     for (int attempt = 0; attempt < 20; ++attempt) {
-        Rig rig;
+        sim::Config config = sim::Config::defaults();
+        config.clockOffsetSecs = offset + (offset > 0 ? 1 : 0);
+        SimChangerRig rig(config);
         qint64 answeredAt = 0;
-        quint32 deviceSecs = 0;
-        rig.model.onAny(116, DeviceModel::data(QByteArray()));
-        auto fallback = rig.model.responder();
-        rig.serial.setResponder([&](const QByteArray& written) -> QList<QByteArray> {
-            if (quint8(written.at(3)) != 115)
-                return fallback(written);
-            answeredAt = QDateTime::currentMSecsSinceEpoch();
-            deviceSecs = quint32(answeredAt / 1000 + offset + (offset > 0 ? 1 : 0));
-            return {testsupport::reply(DeviceModel::le(deviceSecs, 4))};
-        });
+        rig.beforeAnswer(115, [&] { answeredAt = QDateTime::currentMSecsSinceEpoch(); });
+        rig.device().setWallClock([&] { return answeredAt / 1000; });
         testsupport::LogCapture log;
         rig.changer.setTime();
         const qint64 finishedAt = QDateTime::currentMSecsSinceEpoch();
         if (answeredAt % 1000 == 0 || answeredAt / 1000 != finishedAt / 1000)
             continue;
         ClockRun run;
-        run.writes = rig.serial.writes;
+        run.writes = rig.writes();
         run.log = significant(log);
-        run.deviceSecs = deviceSecs;
+        run.deviceSecs = quint32(answeredAt / 1000 + config.clockOffsetSecs);
         run.hostSecs = answeredAt / 1000;
         return run;
     }
@@ -92,6 +86,7 @@ private slots:
     void hopperNumberFromTheName();
     void unknownUnitFails();
     void doneClearsTheHopperCounter();
+    void doneIgnoresTheAnswer();
     void doneOnANonHopperSendsNothing();
     void counterFailurePassesThrough();
 
@@ -109,6 +104,7 @@ void TestMaintenance::initTestCase()
 
 void TestMaintenance::counterAtTheIntervalIsInOrder()
 {
+    // The simulator's audit counters only count the coins it moved.
     Rig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit()});
     rig.model.setAudit(80, 1, 500000);
@@ -127,6 +123,7 @@ void TestMaintenance::counterAtTheIntervalIsInOrder()
 
 void TestMaintenance::counterPastTheIntervalNeedsService()
 {
+    // The simulator's audit counters only count the coins it moved.
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 100), hopperUnit(QStringLiteral("hopper2"), 500)});
@@ -147,6 +144,7 @@ void TestMaintenance::counterPastTheIntervalNeedsService()
 
 void TestMaintenance::counterAboveSignedRangeIsInOrder()
 {
+    // The simulator's audit counters only count the coins it moved.
     Rig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
     rig.model.setAudit(80, 1, 0x80000000u);
@@ -157,11 +155,11 @@ void TestMaintenance::counterAboveSignedRangeIsInOrder()
 
 void TestMaintenance::cashboxSendsNothingAndStillLogs()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit(500)});
     testsupport::LogCapture log;
     const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("cashbox"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(info.unitName.isEmpty());
     QCOMPARE(info.status, false);
     QCOMPARE(info.cycles, 0);
@@ -173,6 +171,7 @@ void TestMaintenance::cashboxSendsNothingAndStillLogs()
 
 void TestMaintenance::hopperNumberFromTheName()
 {
+    // The simulator's audit counters only count the coins it moved.
     LookupChanger changer;
     testsupport::FakeSerialDevice serial;
     DeviceModel model;
@@ -207,28 +206,34 @@ void TestMaintenance::hopperNumberFromTheName()
 
 void TestMaintenance::unknownUnitFails()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.maintanenceInfo(QStringLiteral("Hopper1")); }),
              QStringLiteral("Модуль не найден"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.maintanenceDone(QStringLiteral("hopper9")), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Модуль не найден"),
                                             QStringLiteral("ERROR Модуль не найден")}));
 }
 
 void TestMaintenance::doneClearsTheHopperCounter()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 100), hopperUnit(QStringLiteral("hopper2"), 500)});
-    rig.model.on(87, bytes({80, 2}), QByteArray());
     testsupport::LogCapture log;
     rig.changer.maintanenceDone(QStringLiteral("hopper2"));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(87, bytes({80, 2}))});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(87, bytes({80, 2}))});
+    QVERIFY(rig.line.transactions().first().answer.endsWith(testsupport::reply()));
     QVERIFY(significant(log).isEmpty());
-    // the answer is not examined
+}
+
+void TestMaintenance::doneIgnoresTheAnswer()
+{
+    // The simulator answers a cleared counter with a bare ACK only.
+    Rig rig;
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
     rig.model.on(87, bytes({80, 1}), bytes({1, 2, 3}));
     rig.changer.maintanenceDone(QStringLiteral("hopper1"));
     QCOMPARE(rig.serial.writes.last(), req(87, bytes({80, 1})));
@@ -236,19 +241,19 @@ void TestMaintenance::doneClearsTheHopperCounter()
 
 void TestMaintenance::doneOnANonHopperSendsNothing()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit()});
     testsupport::LogCapture log;
     rig.changer.maintanenceDone(QStringLiteral("cashbox"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(significant(log).isEmpty());
 }
 
 void TestMaintenance::counterFailurePassesThrough()
 {
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
-    rig.model.on(86, bytes({80, 1}), DeviceModel::nak());
+    rig.refuse(86);
     testsupport::LogCapture log;
     QVERIFY_EXCEPTION_THROWN(rig.changer.maintanenceInfo(QStringLiteral("hopper1")), CcTalk::NakException);
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Ошибка выполнения команды")});
@@ -291,15 +296,15 @@ void TestMaintenance::clockElevenSecondsAwayIsSet()
 
 void TestMaintenance::clockSetFailurePassesThrough()
 {
-    Rig rig;
-    rig.model.on(115, QByteArray(), DeviceModel::le(1000000000u, 4));
-    rig.model.onAny(116, DeviceModel::nak());
+    SimChangerRig rig;
+    rig.device().setWallClock([] { return qint64(1000000000); });
+    rig.refuse(116);
     testsupport::LogCapture log;
     QVERIFY_EXCEPTION_THROWN(rig.changer.setTime(), CcTalk::NakException);
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Время в устройстве: 09.09.2001 01:46:40"),
                                             QStringLiteral("INFO Установка времени"),
                                             QStringLiteral("ERROR Ошибка выполнения команды")}));
-    QCOMPARE(rig.serial.writes.size(), 2);
+    QCOMPARE(rig.writes().size(), 2);
 }
 
 QTEST_GUILESS_MAIN(TestMaintenance)

@@ -38,12 +38,19 @@ QList<QByteArray> counterReads(const QList<int>& hoppers)
     return out;
 }
 
-// hopper1 holds 10.00, hopper2 5.00. Before a payout hopper1 has counted 100 + 4
-// coins out and hopper2 50 + 0; after it, what `paid1` and `paid2` add.
+// hopper1 holds 10.00, hopper2 5.00.
+QList<CashControlUnit> payoutUnits()
+{
+    return {hopperUnit(QStringLiteral("hopper1"), 1000), hopperUnit(QStringLiteral("hopper2"), 500),
+            cashboxUnit()};
+}
+
+// Before a payout hopper1 has counted 100 + 4 coins out and hopper2 50 + 0; after it,
+// what `paid1` and `paid2` add. Scripted: the simulator's counters count only the coins
+// it moved.
 void prepare(Rig& rig, quint32 paid1, quint32 paid2)
 {
-    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000),
-                          hopperUnit(QStringLiteral("hopper2"), 500), cashboxUnit()});
+    rig.changer.setUnits(payoutUnits());
     rig.model.setAuditSequence(80, 1, {100, 100 + paid1});
     rig.model.setAudit(87, 1, 4);
     rig.model.setAuditSequence(80, 2, {50, 50 + paid2});
@@ -358,6 +365,7 @@ void TestPayout::lastCashOutKeepsItsSnapshot()
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
 
     // a denomination missing from the snapshot counts from zero
+    // (scripted: the simulator's counters count only the coins it moved)
     Rig fresh;
     fresh.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000)});
     fresh.model.setAudit(80, 1, 6);
@@ -420,11 +428,7 @@ void TestPayout::faultDuringThePayoutWait()
 
 void TestPayout::payoutsCallTheirStepsVirtually()
 {
-    RigOf<SpyChanger> rig;
-    rig.model.onAny(85, DeviceModel::data(QByteArray()));
-    rig.model.on(80, bytes({2}), QByteArray());
-    rig.model.on(125, bytes({100, 0, 0, 0}), QByteArray());
-    rig.model.on(121, bytes({4, 0}), QByteArray());
+    SimRigOf<SpyChanger> rig;
     rig.changer.cashOut(coins({{1000, 3}}));
     rig.changer.cashOut(1, 3);
     rig.changer.cashOut(ECashControl::Optimal, 100);
@@ -439,13 +443,14 @@ void TestPayout::payoutsCallTheirStepsVirtually()
                   QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(2000),
                   QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters")}));
     // no hopper units: the coins were for nobody and the pattern went out empty
-    QCOMPARE(rig.serial.writes.first(), req(85));
+    QCOMPARE(rig.writes().first(), req(85));
+    QCOMPARE(rig.refusals(), 0);
 }
 
 void TestPayout::refusesNegativeCounts()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] {
                  rig.changer.cashOut(coins({{1000, 1}, {500, -1}}));
@@ -454,7 +459,7 @@ void TestPayout::refusesNegativeCounts()
     // also for a denomination that no hopper holds
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{200, -3}})), CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MIN}})), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма")}));
@@ -462,8 +467,8 @@ void TestPayout::refusesNegativeCounts()
 
 void TestPayout::refusesPatternsLongerThanOneFrame()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     // 62 pairs: 124 data bytes
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 61 * 255 + 1}})), CcTalk::Exception);
@@ -471,7 +476,7 @@ void TestPayout::refusesPatternsLongerThanOneFrame()
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, 30 * 255}, {500, 31 * 255 + 1}})),
                              CcTalk::Exception);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{1000, LLONG_MAX}})), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log).count(QStringLiteral("ERROR Некорректная сумма")), 3);
     QCOMPARE(significant(log).size(), 3);
 }
@@ -498,13 +503,13 @@ void TestPayout::longestPatternStillGoes()
 
 void TestPayout::refusesLongSingleHopperPayout()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    SimChangerRig rig;
+    rig.changer.setUnits(payoutUnits());
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 61 * 255 + 1); }),
              QStringLiteral("Некорректная сумма"));
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 0xFFFFFFFFu), CcTalk::Exception);
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList({QStringLiteral("ERROR Некорректная сумма"),
                                             QStringLiteral("ERROR Некорректная сумма")}));
 }

@@ -42,7 +42,7 @@ QList<QByteArray> quietStateCheck()
 }
 
 // The activity register, the error status (module -1: not answered) and the
-// self-check answer the model gives.
+// self-check answer the device gives.
 void addDeviceColumns()
 {
     QTest::addColumn<QList<quint16>>("activity");
@@ -52,21 +52,22 @@ void addDeviceColumns()
     QTest::addColumn<int>("extra");
 }
 
-void setUpDevice(DeviceModel& model)
+void setUpDevice(SimChangerRig& rig)
 {
     QFETCH(QList<quint16>, activity);
     QFETCH(int, module);
     QFETCH(int, status);
     QFETCH(int, fault);
     QFETCH(int, extra);
-    if (activity.size() == 1)
-        model.setActivity(activity.first());
-    else
-        model.setActivitySequence(activity);
+    rig.activitySequence(activity);
     if (module >= 0)
-        model.setErrorStatus(quint8(module), quint8(status));
+        rig.device().setErrorStatus(quint8(module), quint8(status));
+    else
+        rig.refuse(122);
     if (fault >= 0)
-        model.setSelfcheck(quint8(fault), quint8(extra));
+        rig.device().setSelfCheck(quint8(fault), quint8(extra));
+    else
+        rig.refuse(232);
 }
 
 } // namespace
@@ -141,11 +142,11 @@ void TestSupervision::checkError()
     QFETCH(QStringList, log);
     QFETCH(bool, reset);
     QFETCH(QString, pending);
-    Rig rig;
-    setUpDevice(rig.model);
+    SimChangerRig rig;
+    setUpDevice(rig);
     testsupport::LogCapture capture;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), thrown);
-    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(rig.writes(), writes);
     QCOMPARE(significant(capture), log);
     QCOMPARE(RecordingChanger::resetPending(), reset);
     QCOMPARE(rig.changer.pendingError(), pending);
@@ -153,32 +154,30 @@ void TestSupervision::checkError()
 
 void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
 {
-    Rig rig;
-    rig.model.setActivity(16);
-    rig.model.setErrorStatus(1, 104);
-    rig.model.setSelfcheck(35, 2);
+    SimChangerRig rig;
+    rig.device().setActivityBits(16);
+    rig.device().setErrorStatus(1, 104);
+    rig.device().setSelfCheck(35, 2);
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }),
              QStringLiteral("Приемник монет неисправен"));
     QCOMPARE(rig.changer.pendingError(), QStringLiteral("Приемник монет неисправен"));
     QVERIFY(RecordingChanger::resetPending());
 
     // the device no longer reports anything; the delayed error still comes first
-    rig.model.setActivity(0);
-    rig.serial.writes.clear();
+    rig.device().setActivityBits(0);
+    rig.line.clearTransactions();
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Приемник монет неисправен"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Приемник монет неисправен")});
     QVERIFY(rig.changer.pendingError().isEmpty());
     QVERIFY(RecordingChanger::resetPending());
 
     // the call after: the reset sequence, then the ordinary state check
     log.clear();
-    rig.model.on(1, QByteArray(), QByteArray());
-    rig.model.on(254, QByteArray(), QByteArray());
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)} + quietStateCheck());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Выполняется сброс"),
@@ -186,38 +185,39 @@ void TestSupervision::delayedErrorIsRaisedAgainThenTheDeviceIsReset()
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
 
     // and the one after that has nothing left to reset
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, quietStateCheck());
+    QCOMPARE(rig.writes(), quietStateCheck());
 }
 
 void TestSupervision::delayedWarningIsStillRaisedByTheNextStateCheck()
 {
-    Rig rig;
-    rig.model.setActivity(4096);
-    rig.model.setErrorStatus(1, 103);
-    rig.model.setSelfcheck(35, 1);
+    SimChangerRig rig;
+    rig.device().setActivityBits(4096);
+    rig.device().setErrorStatus(1, 103);
+    rig.device().setSelfCheck(35, 1);
     testsupport::LogCapture log;
     rig.changer.checkError();
     QCOMPARE(significant(log), QStringList{QStringLiteral("WARN Приемник монет, заклинивание")});
     QVERIFY(!RecordingChanger::resetPending());
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Приемник монет, заклинивание"));
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(!RecordingChanger::resetPending());
 }
 
 void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
 {
-    Rig rig;
-    rig.model.setActivity(16);
-    rig.model.on(122, QByteArray(), DeviceModel::nak());
+    SimChangerRig rig;
+    rig.device().setActivityBits(16);
+    rig.refuse(122);
     QVERIFY_EXCEPTION_THROWN(rig.changer.checkError(), CcTalk::NakException);
     QVERIFY(!RecordingChanger::resetPending());
 
-    rig.model.setErrorStatus(1, 104);
-    rig.model.on(232, QByteArray(), DeviceModel::silent());
+    rig.device().setErrorStatus(1, 104);
+    rig.beforeAnswer(122, [] {});
+    rig.beforeAnswer(232, [&rig] { rig.line.dropAnswersTo(232, 1); });
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
     QVERIFY(!RecordingChanger::resetPending());
 }
@@ -291,12 +291,12 @@ void TestSupervision::wait()
     QFETCH(QList<int>, sleeps);
     QFETCH(QStringList, log);
     QFETCH(bool, reset);
-    Rig rig;
-    setUpDevice(rig.model);
+    SimChangerRig rig;
+    setUpDevice(rig);
     testsupport::LogCapture capture;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.waitNotState(bit, polls, what, checkErrors); }),
              thrown);
-    QCOMPARE(rig.serial.writes, writes);
+    QCOMPARE(rig.writes(), writes);
     QCOMPARE(rig.changer.sleeps, sleeps);
     QCOMPARE(significant(capture), log);
     QCOMPARE(RecordingChanger::resetPending(), reset);
@@ -304,16 +304,15 @@ void TestSupervision::wait()
 
 void TestSupervision::resetOnlyWhenFlagged()
 {
-    Rig rig;
-    rig.model.on(1, QByteArray(), QByteArray());
+    SimChangerRig rig;
     rig.changer.resetIfNeeded();
-    QVERIFY(rig.serial.writes.isEmpty());
+    QVERIFY(rig.writes().isEmpty());
     QVERIFY(rig.changer.sleeps.isEmpty());
 
     RecordingChanger::setResetPending(true);
     testsupport::LogCapture log;
     rig.changer.resetIfNeeded();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(1)});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(1)});
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Выполняется сброс")});
@@ -321,49 +320,45 @@ void TestSupervision::resetOnlyWhenFlagged()
 
 void TestSupervision::failedResetIsTriedAgain()
 {
-    Rig rig;
-    rig.model.onReplies(1, QByteArray(), {DeviceModel::nak(), DeviceModel::data(QByteArray())});
+    SimChangerRig rig;
+    rig.line.nakNext();
     RecordingChanger::setResetPending(true);
     QVERIFY_EXCEPTION_THROWN(rig.changer.resetIfNeeded(), CcTalk::NakException);
     QVERIFY(RecordingChanger::resetPending());
     QVERIFY(rig.changer.sleeps.isEmpty());
     rig.changer.resetIfNeeded();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(1), req(1)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(1), req(1)}));
     QVERIFY(!RecordingChanger::resetPending());
     QCOMPARE(rig.changer.sleeps, QList<int>{5000});
 }
 
 void TestSupervision::resetFlagIsClassWide()
 {
-    Rig first;
-    Rig second;
-    first.model.setActivity(16);
-    first.model.setErrorStatus(1, 252);
-    first.model.setSelfcheck(0, 0);
+    SimChangerRig first;
+    SimChangerRig second;
+    first.device().setActivityBits(16);
+    first.device().setErrorStatus(1, 252);
+    first.device().setSelfCheck(0, 0);
     QVERIFY_EXCEPTION_THROWN(first.changer.checkError(), CcTalk::Exception);
     QVERIFY(RecordingChanger::resetPending());
 
-    second.model.setActivity(0);
-    second.model.on(1, QByteArray(), QByteArray());
-    second.model.on(254, QByteArray(), QByteArray());
+    second.device().setActivityBits(0);
     second.changer.checkState();
-    QCOMPARE(second.serial.writes, QList<QByteArray>{req(1)} + quietStateCheck());
+    QCOMPARE(second.writes(), QList<QByteArray>{req(1)} + quietStateCheck());
     QVERIFY(!RecordingChanger::resetPending());
 
-    first.serial.writes.clear();
+    first.line.clearTransactions();
     first.changer.resetIfNeeded();
-    QVERIFY(first.serial.writes.isEmpty());
+    QVERIFY(first.writes().isEmpty());
     QVERIFY(first.changer.sleeps.isEmpty());
 }
 
 void TestSupervision::stateCheckOfAQuietDevice()
 {
-    Rig rig;
-    rig.model.setActivity(0);
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
     testsupport::LogCapture log;
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, quietStateCheck());
+    QCOMPARE(rig.writes(), quietStateCheck());
     QCOMPARE(significant(log), QStringList({QStringLiteral("INFO Проверка состояния устройства"),
                                             QStringLiteral("INFO Проверка соединения с устройством")}));
     QVERIFY(rig.changer.sleeps.isEmpty());
@@ -371,24 +366,21 @@ void TestSupervision::stateCheckOfAQuietDevice()
 
 void TestSupervision::stateCheckStopsAnAcceptanceStillRunning()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 4, 0});
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.on(231, bytes({0, 0}), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 4, 0});
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(254), req(123), req(123), req(231, bytes({0, 0})),
-                                                   req(123), req(123), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(254), req(123), req(123), req(231, bytes({0, 0})), req(123),
+                                              req(123), req(123)}));
     QVERIFY(!rig.changer.isAccepting());
 }
 
 void TestSupervision::stateCheckWaitsForAPayout()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 8, 8, 0, 0});
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 8, 8, 0, 0});
     testsupport::LogCapture log;
     rig.changer.checkState();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(254)} + repeat(req(123), 6));
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(254)} + repeat(req(123), 6));
     QCOMPARE(rig.changer.sleeps, QList<int>{1000});
     QVERIFY(
         significant(log).contains(QStringLiteral("INFO Выполняется ожидание завершения выдачи монет...")));
@@ -396,40 +388,37 @@ void TestSupervision::stateCheckWaitsForAPayout()
 
 void TestSupervision::stateCheckPayoutTimeout()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 8});
-    rig.model.on(254, QByteArray(), QByteArray());
+    SimChangerRig rig;
+    rig.activitySequence({0, 8});
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 300);
     QCOMPARE(rig.changer.sleeps.count(1000), 300);
     // poll, initialisation read, acceptance read, first payout read, then two reads per poll
-    QCOMPARE(rig.serial.writes.size(), 1 + 3 + 2 * 300);
+    QCOMPARE(rig.writes().size(), 1 + 3 + 2 * 300);
 }
 
 void TestSupervision::stateCheckCallsItsStepsVirtually()
 {
-    RigOf<SpyChanger> rig;
-    rig.model.setActivity(4);
+    SimRigOf<SpyChanger> rig;
+    rig.device().setActivityBits(4);
     rig.changer.checkState();
     QCOMPARE(
         rig.changer.calls,
         QStringList({QStringLiteral("resetIfNeeded"), QStringLiteral("connect"), QStringLiteral("cashInStop"),
                      QStringLiteral("waitNotState(8, 300, завершения выдачи монет, true)"),
                      QStringLiteral("checkError")}));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(123)});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(123)});
 }
 
 void TestSupervision::stateCheckRaisesAFault()
 {
-    Rig rig;
-    rig.model.setActivitySequence({0, 0, 0, 16});
-    rig.model.on(254, QByteArray(), QByteArray());
-    rig.model.setErrorStatus(1, 252);
-    rig.model.setSelfcheck(0, 0);
+    SimChangerRig rig;
+    rig.activitySequence({0, 0, 0, 16});
+    rig.device().setErrorStatus(1, 252);
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkState(); }),
              QStringLiteral("Кэшбокс отсутствует"));
-    QCOMPARE(rig.serial.writes, quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
+    QCOMPARE(rig.writes(), quietStateCheck() + QList<QByteArray>({req(122), req(232)}));
     QVERIFY(RecordingChanger::resetPending());
 }
 
