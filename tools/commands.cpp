@@ -79,7 +79,8 @@ void DriverEvents::error(QString msg)
         onError(msg);
 }
 
-Runner::Runner(const Arguments& args, hostkit::DriverHost& driverHost, const Console& out, const sim::Config* config)
+Runner::Runner(const Arguments& args, hostkit::DriverHost& driverHost, const Console& out,
+               const sim::Config* config)
     : a(args), host(driverHost), console(out), simConfig(config)
 {
 }
