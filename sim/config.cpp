@@ -8,6 +8,19 @@
 
 namespace sim {
 
+HopperConfig HopperConfig::of(const char* coin, int count, int capacity, bool enabled, quint32 serial)
+{
+    HopperConfig h;
+    h.coinId = QString::fromLatin1(coin);
+    h.count = count;
+    h.capacity = capacity;
+    h.enabled = enabled;
+    h.firmware = QStringLiteral("HP-3.02");
+    h.model = QStringLiteral("BCR-HOP");
+    h.serial = serial;
+    return h;
+}
+
 Config Config::defaults()
 {
     Config c;
@@ -16,17 +29,7 @@ Config Config::defaults()
         {4, QStringLiteral("RU1K0A")}, {5, QStringLiteral("RU010A")}, {6, QStringLiteral("RU050B")},
         {7, QStringLiteral("RU100B")}, {8, QStringLiteral("RU1K0B")},
     };
-    auto hopper = [](const char* coin, int count, int capacity, bool enabled, quint32 serial) {
-        HopperConfig h;
-        h.coinId = QString::fromLatin1(coin);
-        h.count = count;
-        h.capacity = capacity;
-        h.enabled = enabled;
-        h.firmware = QStringLiteral("HP-3.02");
-        h.model = QStringLiteral("BCR-HOP");
-        h.serial = serial;
-        return h;
-    };
+    const auto hopper = &HopperConfig::of;
     c.hoppers = {
         hopper("RU1K0A", 200, 800, true, 610021),  hopper("RU500A", 250, 800, true, 610022),
         hopper("RU200A", 300, 1000, true, 610023), hopper("RU100A", 400, 1000, true, 610024),

@@ -16,6 +16,9 @@ struct HopperConfig
     QString firmware;
     QString model;
     quint32 serial = 0;
+
+    // A hopper of the recycler's own make with the given coin, fill and room.
+    static HopperConfig of(const char* coin, int count, int capacity, bool enabled, quint32 serial);
 };
 
 struct Config

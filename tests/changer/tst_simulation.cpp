@@ -32,7 +32,7 @@ public:
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity, bool enabled)
 {
-    return testsupport::hopperConfig(coin, count, capacity, enabled, 610020);
+    return sim::HopperConfig::of(coin, count, capacity, enabled, 610020);
 }
 
 // Positions: 1 and 5 take 1.00 coins, 2 takes 5.00, 3 takes 10.00, 4 takes 2.00.

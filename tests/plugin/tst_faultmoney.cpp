@@ -14,7 +14,7 @@ namespace {
 
 sim::HopperConfig hopper(const char* coin, int count, int capacity)
 {
-    return testsupport::hopperConfig(coin, count, capacity, true, 610030);
+    return sim::HopperConfig::of(coin, count, capacity, true, 610030);
 }
 
 // Hoppers 1 and 2 both hold 10.00 coins, 2 and 5 of them; hopper 3 holds 5.00 and

@@ -22,20 +22,6 @@ class Device;
 
 namespace testsupport {
 
-// A hopper of the recycler's own make with the given coin, fill and room.
-inline sim::HopperConfig hopperConfig(const char* coin, int count, int capacity, bool enabled, quint32 serial)
-{
-    sim::HopperConfig h;
-    h.coinId = QString::fromLatin1(coin);
-    h.count = count;
-    h.capacity = capacity;
-    h.enabled = enabled;
-    h.firmware = QStringLiteral("HP-3.02");
-    h.model = QStringLiteral("BCR-HOP");
-    h.serial = serial;
-    return h;
-}
-
 // The simulated recycler on an in-process line with virtual time. write() hands the
 // request to the simulator's device model and queues the echo and the answer at the
 // moments a real line would carry them; waitForInput() and the driver's pauses move
