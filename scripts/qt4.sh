@@ -81,6 +81,11 @@ echo 'QMAKE_CXXFLAGS += -std=gnu++98' >>"$qt/mkspecs/common/g++-base.conf"
     make -C "$d" install >/dev/null
   done
   make install_qmake install_mkspecs >/dev/null
+  # install_mkspecs copies the folder listing configure's qmake took. Under qemu-user that
+  # i386 qmake reads ext4 folders with 64-bit positions it cannot hold and lists nothing,
+  # so the mkspecs folder is copied here, as install_mkspecs would (modules left out).
+  tar -C mkspecs --exclude=./modules -cf - . | tar -C "$prefix/mkspecs" -xf -
+  [ -f "$prefix/mkspecs/linux-g++-32/qmake.conf" ] && [ -d "$prefix/mkspecs/features" ]
 )
 echo "== Qt 4.8.6 built at $((SECONDS - started)) s"
 
