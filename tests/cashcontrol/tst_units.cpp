@@ -1,4 +1,5 @@
 #include "cashcontrol/units.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -98,11 +99,8 @@ void TestUnits::denominationZero()
 
 void TestUnits::value_data()
 {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<uint>("denom");
-    QTest::addColumn<qlonglong>("count");
-    QTest::addColumn<qlonglong>("sum");
-    QTest::addColumn<qlonglong>("value");
+    testsupport::columns<int, uint, qlonglong, qlonglong, qlonglong>("type", "denom", "count", "sum",
+                                                                     "value");
     QTest::newRow("hopper") << 1 << 500U << 250LL << 0LL << 125000LL;
     QTest::newRow("empty hopper") << 1 << 500U << 0LL << 0LL << 0LL;
     // The coins are what is there; a sum a hopper reports is not added to them.
