@@ -15,7 +15,6 @@ const int waitMsecs = 1000;
 const int attempts = 5;
 const int retryPauseMsecs = 200;
 const int busyPauseMsecs = 1000;
-const unsigned char broadcastAddress = 0;
 
 QString hexBytes(const QByteArray& bytes)
 {

@@ -18,10 +18,6 @@ const QMetaEnum& headerEnum()
     return e;
 }
 
-// The host's bus address: the source of its own frames, the destination of answers.
-const quint8 hostAddress = 1;
-const int maxFrameBytes = 255;
-
 inline int lengthByte(const QByteArray& bytes, int offset)
 {
     return quint8(bytes.at(offset + 1));
@@ -67,7 +63,7 @@ bool Package::operator==(const Package& other) const
 Package::operator QByteArray() const
 {
     QByteArray bytes;
-    bytes.reserve(data.size() + 5);
+    bytes.reserve(data.size() + frameOverhead);
     bytes.append(char(dest));
     bytes.append(char(data.size() & 0xFF));
     bytes.append(char(src));
@@ -189,7 +185,7 @@ void Response::addRawData(const QByteArray& raw)
         // A frame's checksum covers all of it, whatever its length. Length bytes above
         // 250 announce more than the 255 bytes a frame can have: noise, dropped like it
         // (a run of 0xFF on the line is then passed over at once).
-        const int expected = lengthByte(buffer, pos) + 5;
+        const int expected = lengthByte(buffer, pos) + frameOverhead;
         if (expected > maxFrameBytes) {
             ++pos;
             ++dropped;

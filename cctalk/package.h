@@ -7,6 +7,15 @@
 
 namespace CcTalk {
 
+// The host's bus address (the source of its frames, the destination of answers) and the
+// address every device on the bus takes as its own.
+const unsigned char hostAddress = 1;
+const unsigned char broadcastAddress = 0;
+// A frame's bytes besides its data (destination, length, source, header, checksum), and
+// the most a frame may have.
+const int frameOverhead = 5;
+const int maxFrameBytes = 255;
+
 // One ccTalk frame: [dest][data length][src][header][data...][checksum].
 class Package
 {

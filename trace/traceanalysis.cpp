@@ -8,10 +8,9 @@ namespace trace {
 
 namespace {
 
-const int hostAddress = 1;
-const int broadcastAddress = 0;
-const int shortestFrame = 5;
-const int longestFrame = 255;
+using CcTalk::broadcastAddress;
+const int shortestFrame = CcTalk::frameOverhead;
+const int longestFrame = CcTalk::maxFrameBytes;
 
 int lengthOf(const char* frameStart)
 {
