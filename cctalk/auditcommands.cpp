@@ -4,6 +4,19 @@
 
 namespace CcTalk {
 
+namespace {
+
+// An audit counter's address in a request: its group, then its index in the group.
+QByteArray counterAddress(unsigned char group, unsigned char index)
+{
+    QByteArray data;
+    data.append(char(group));
+    data.append(char(index));
+    return data;
+}
+
+} // namespace
+
 ReqRealTimeClock::ReqRealTimeClock() : Request(Header::reqRealTimeClock, QByteArray()) {}
 
 ReqRealTimeClockResp::ReqRealTimeClockResp(const Response& response) : Response(response) {}
@@ -20,10 +33,8 @@ ModRealTimeClock::ModRealTimeClock(const QDateTime& time) : Request(Header::modR
 }
 
 ReqAuditCounter::ReqAuditCounter(unsigned char group, unsigned char index)
-    : Request(Header::reqAuditCounter, QByteArray())
+    : Request(Header::reqAuditCounter, counterAddress(group, index))
 {
-    setUint(group, 0, 1);
-    setUint(index, 1, 1);
 }
 
 ReqAuditCounterResp::ReqAuditCounterResp(const Response& response) : Response(response) {}
@@ -34,10 +45,8 @@ unsigned int ReqAuditCounterResp::value() const
 }
 
 ClearAuditCounter::ClearAuditCounter(unsigned char group, unsigned char index)
-    : Request(Header::clearAuditCounter, QByteArray())
+    : Request(Header::clearAuditCounter, counterAddress(group, index))
 {
-    setUint(group, 0, 1);
-    setUint(index, 1, 1);
 }
 
 } // namespace CcTalk
