@@ -4,6 +4,7 @@
 // UTF-8 literals explicitly: the host's C-string codec never touches them.
 #include "host/logging.h"
 
+#include <log4qt/level.h>
 #include <log4qt/logger.h>
 
 #include <QLatin1String>
@@ -20,34 +21,39 @@ LoggerPtr rootLogger()
     return Log4Qt::Logger::rootLogger();
 }
 
-void trace(const LoggerPtr& logger, const QString& text)
+namespace {
+
+void write(const LoggerPtr& logger, Log4Qt::Level level, const QString& text)
 {
     if (logger)
-        logger->trace(text);
+        logger->log(level, text);
+}
+
+} // namespace
+
+void trace(const LoggerPtr& logger, const QString& text)
+{
+    write(logger, Log4Qt::Level::TRACE_INT, text);
 }
 
 void debug(const LoggerPtr& logger, const QString& text)
 {
-    if (logger)
-        logger->debug(text);
+    write(logger, Log4Qt::Level::DEBUG_INT, text);
 }
 
 void info(const LoggerPtr& logger, const QString& text)
 {
-    if (logger)
-        logger->info(text);
+    write(logger, Log4Qt::Level::INFO_INT, text);
 }
 
 void warn(const LoggerPtr& logger, const QString& text)
 {
-    if (logger)
-        logger->warn(text);
+    write(logger, Log4Qt::Level::WARN_INT, text);
 }
 
 void error(const LoggerPtr& logger, const QString& text)
 {
-    if (logger)
-        logger->error(text);
+    write(logger, Log4Qt::Level::ERROR_INT, text);
 }
 
 bool isTraceEnabled(const LoggerPtr& logger)
