@@ -744,47 +744,48 @@ void MainWindow::pickupChosen()
     updateEnabled();
 }
 
+bool MainWindow::chosenRequest(const QComboBox* opBox, const QList<UnitOperation>& offered,
+                               const QLineEdit* amountEdit, int* operation, qint64* amount)
+{
+    const CashControlUnit* unit = chosenUnit();
+    if (!unit || opBox->currentIndex() < 0)
+        return false;
+    *operation = opBox->currentData().toInt();
+    UnitOperation op;
+    for (const UnitOperation& candidate : offered)
+        if (candidate.operation == *operation)
+            op = candidate;
+    long long checked = 0;
+    QString error;
+    if (!checkOperationAmount(*unit, op, amountEdit->text(), &checked, &error)) {
+        opResultLabel->setText(error);
+        showMessage(error, true);
+        return false;
+    }
+    *amount = qint64(checked);
+    opResultLabel->clear();
+    return true;
+}
+
 void MainWindow::loadUnit()
 {
     const CashControlUnit* unit = chosenUnit();
-    if (!unit || loadOp->currentIndex() < 0)
+    int operation = 0;
+    qint64 amount = 0;
+    if (!unit || !chosenRequest(loadOp, loadOperations(*unit), loadAmount, &operation, &amount))
         return;
-    const int operation = loadOp->currentData().toInt();
-    UnitOperation op;
-    for (const UnitOperation& candidate : loadOperations(*unit))
-        if (candidate.operation == operation)
-            op = candidate;
-    long long amount = 0;
-    QString error;
-    if (!checkOperationAmount(*unit, op, loadAmount->text(), &amount, &error)) {
-        opResultLabel->setText(error);
-        showMessage(error, true);
-        return;
-    }
-    opResultLabel->clear();
-    call(&DriverWorker::loan, unit->name, operation, qint64(amount));
+    call(&DriverWorker::loan, unit->name, operation, amount);
 }
 
 void MainWindow::pickupUnit()
 {
     const CashControlUnit* unit = chosenUnit();
-    if (!unit || pickupOp->currentIndex() < 0)
+    int operation = 0;
+    qint64 amount = 0;
+    if (!unit || !chosenRequest(pickupOp, pickupOperations(*unit), pickupAmount, &operation, &amount))
         return;
-    const int operation = pickupOp->currentData().toInt();
-    UnitOperation op;
-    for (const UnitOperation& candidate : pickupOperations(*unit))
-        if (candidate.operation == operation)
-            op = candidate;
-    long long amount = 0;
-    QString error;
-    if (!checkOperationAmount(*unit, op, pickupAmount->text(), &amount, &error)) {
-        opResultLabel->setText(error);
-        showMessage(error, true);
-        return;
-    }
-    opResultLabel->clear();
     opTable->setRowCount(0);
-    call(&DriverWorker::pickup, unit->name, operation, qint64(amount));
+    call(&DriverWorker::pickup, unit->name, operation, amount);
 }
 
 void MainWindow::onLoanDone(const QString& unit, int operation, qint64 amount)

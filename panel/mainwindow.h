@@ -19,6 +19,8 @@ class QWidget;
 
 namespace panel {
 
+struct UnitOperation;
+
 class LogPane;
 
 // The service panel: the recycler's units, acceptance, change, unit operations, counters,
@@ -88,6 +90,10 @@ private:
     // Disables the controls at once, before the worker has even seen the request.
     void sending();
     const CashControlUnit* chosenUnit() const;
+    // The chosen unit's operation and amount from one of the two operation rows; false after
+    // showing why the amount is refused, or when nothing is chosen.
+    bool chosenRequest(const QComboBox* opBox, const QList<UnitOperation>& offered,
+                       const QLineEdit* amountEdit, int* operation, qint64* amount);
     bool parseChangeAmount(long long* minor);
     template <typename Method, typename... Args> void call(Method method, Args... args);
 
