@@ -309,16 +309,21 @@ ParseResult parseArguments(const QStringList& arguments)
     const bool hasOp = std::any_of(options.begin(), options.end(), [](const QPair<QString, QString>& o) {
         return o.first == QLatin1String("--op");
     });
+    // The amount at a position of the command's arguments; a payment or a unit operation
+    // moves a positive amount, a check may ask about none.
+    const auto takeAmount = [&](int index, bool positive) {
+        a.hasAmount = positive ? parsePositiveAmount(positional.at(index), &a.amount, &error)
+                               : hostkit::parseAmount(positional.at(index), &a.amount, &error);
+        return a.hasAmount;
+    };
     switch (a.command) {
     case Command::Check:
-        if (!hostkit::parseAmount(positional.at(0), &a.amount, &error))
+        if (!takeAmount(0, false))
             return fail(error);
-        a.hasAmount = true;
         break;
     case Command::Pay:
-        if (!parsePositiveAmount(positional.at(0), &a.amount, &error))
+        if (!takeAmount(0, true))
             return fail(error);
-        a.hasAmount = true;
         break;
     case Command::Loan:
         a.unit = positional.at(0);
@@ -327,9 +332,8 @@ ParseResult parseArguments(const QStringList& arguments)
         if (!isLoadOperation(a.operation))
             return fail(QStringLiteral("loan: %1 is not a load operation (manual-load, 0x1000, 0x10000)")
                             .arg(hostkit::operationKey(a.operation)));
-        if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
+        if (!takeAmount(1, true))
             return fail(error);
-        a.hasAmount = true;
         break;
     case Command::Pickup:
         a.unit = positional.at(0);
@@ -343,9 +347,8 @@ ParseResult parseArguments(const QStringList& arguments)
             if (positional.size() < 2)
                 return fail(
                     QStringLiteral("pickup: %1 needs an AMOUNT").arg(hostkit::operationKey(a.operation)));
-            if (!parsePositiveAmount(positional.at(1), &a.amount, &error))
+            if (!takeAmount(1, true))
                 return fail(error);
-            a.hasAmount = true;
         } else if (positional.size() > 1) {
             return fail(QStringLiteral("pickup: %1 takes everything and no AMOUNT")
                             .arg(hostkit::operationKey(a.operation)));
