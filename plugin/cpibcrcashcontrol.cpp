@@ -181,9 +181,7 @@ void CpiBcrCashControl::loan(const QString& unitName, ECashControl::UnitOperatio
     guarded([&] {
         const CashControlUnit unit = changer->getUnit(unitName);
         refuseOperation(unit, operation);
-        if (operation == ECashControl::ManualLoad) {
-            refuseFractionalCoins(unit, operation, amount);
-        }
+        refuseFractionalCoins(unit, operation, amount);
         changer->checkState();
         if (operation != ECashControl::ManualLoad) {
             return;
