@@ -32,6 +32,8 @@
 #include <QTime>
 #include <QVBoxLayout>
 
+#include <utility>
+
 namespace panel {
 
 namespace {
@@ -48,6 +50,14 @@ QTableWidgetItem* cell(const QString& text, bool number = false)
     if (number)
         item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     return item;
+}
+
+// A child widget the tests find by its object name.
+template <class W, class... Args> W* named(const char* name, Args&&... args)
+{
+    auto* w = new W(std::forward<Args>(args)...);
+    w->setObjectName(QLatin1String(name));
+    return w;
 }
 
 QTableWidget* table(const QString& name, const QStringList& headers, QWidget* parent)
@@ -107,8 +117,7 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
     layout->addWidget(buildConnectionRow());
     layout->addWidget(deviceLabel);
 
-    banner = new QLabel(central);
-    banner->setObjectName(QStringLiteral("banner"));
+    banner = named<QLabel>("banner", central);
     banner->setWordWrap(true);
     banner->setStyleSheet(QStringLiteral("QLabel { background: #b01e23; color: white; font-weight: bold; "
                                          "padding: 8px; border-radius: 3px; }"));
@@ -116,19 +125,16 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
     layout->addWidget(banner);
 
     auto* busyRow = new QHBoxLayout;
-    busyBar = new QProgressBar(central);
-    busyBar->setObjectName(QStringLiteral("busyBar"));
+    busyBar = named<QProgressBar>("busyBar", central);
     busyBar->setRange(0, 0);
     busyBar->setMaximumWidth(160);
     busyBar->setTextVisible(false);
-    busyLabel = new QLabel(central);
-    busyLabel->setObjectName(QStringLiteral("busyLabel"));
+    busyLabel = named<QLabel>("busyLabel", central);
     busyRow->addWidget(busyBar);
     busyRow->addWidget(busyLabel, 1);
     busyBar->hide();
     busyLabel->hide();
-    messageLabel = new QLabel(central);
-    messageLabel->setObjectName(QStringLiteral("messageLabel"));
+    messageLabel = named<QLabel>("messageLabel", central);
     messageLabel->setWordWrap(true);
     messageLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     busyRow->addWidget(messageLabel, 3);
@@ -245,30 +251,23 @@ QWidget* MainWindow::buildConnectionRow()
     auto* row = new QWidget(this);
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
-    portBox = new QComboBox(row);
-    portBox->setObjectName(QStringLiteral("portBox"));
+    portBox = named<QComboBox>("portBox", row);
     portBox->setEditable(true);
     portBox->setMinimumWidth(260);
     portBox->setToolTip(QStringLiteral("The recycler's serial port, or the built-in simulator"));
-    rescanButton = new QPushButton(QStringLiteral("Rescan"), row);
-    rescanButton->setObjectName(QStringLiteral("rescanButton"));
-    connectButton = new QPushButton(QStringLiteral("Connect"), row);
-    connectButton->setObjectName(QStringLiteral("connectButton"));
+    rescanButton = named<QPushButton>("rescanButton", QStringLiteral("Rescan"), row);
+    connectButton = named<QPushButton>("connectButton", QStringLiteral("Connect"), row);
     deviceLabel = new QLabel(QStringLiteral("not connected"), this);
     deviceLabel->setWordWrap(true);
     deviceLabel->setObjectName(QStringLiteral("deviceLabel"));
-    supervisionBox = new QCheckBox(QStringLiteral("Background state check"), row);
-    supervisionBox->setObjectName(QStringLiteral("supervisionBox"));
+    supervisionBox = named<QCheckBox>("supervisionBox", QStringLiteral("Background state check"), row);
     supervisionBox->setChecked(true);
-    recordBox = new QCheckBox(QStringLiteral("Record the line"), row);
-    recordBox->setObjectName(QStringLiteral("recordBox"));
+    recordBox = named<QCheckBox>("recordBox", QStringLiteral("Record the line"), row);
     recordBox->setToolTip(QStringLiteral("Write every byte sent to and received from the recycler to a trace "
                                          "file, for cpibcr trace and for replaying it in the lab"));
-    recordLabel = new QLabel(row);
-    recordLabel->setObjectName(QStringLiteral("recordLabel"));
+    recordLabel = named<QLabel>("recordLabel", row);
     recordLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    checkStateButton = new QPushButton(QStringLiteral("Check state"), row);
-    checkStateButton->setObjectName(QStringLiteral("checkStateButton"));
+    checkStateButton = named<QPushButton>("checkStateButton", QStringLiteral("Check state"), row);
     layout->addWidget(new QLabel(QStringLiteral("Port"), row));
     layout->addWidget(portBox);
     layout->addWidget(rescanButton);
@@ -302,8 +301,7 @@ QWidget* MainWindow::buildUnits()
                        box);
     unitsTable->horizontalHeader()->setSectionResizeMode(2, QHeaderView::Stretch);
     unitsTable->horizontalHeader()->setStretchLastSection(false);
-    refreshButton = new QPushButton(QStringLiteral("Refresh"), box);
-    refreshButton->setObjectName(QStringLiteral("refreshButton"));
+    refreshButton = named<QPushButton>("refreshButton", QStringLiteral("Refresh"), box);
     auto* bar = new QHBoxLayout;
     bar->addStretch();
     bar->addWidget(refreshButton);
@@ -317,19 +315,13 @@ QWidget* MainWindow::buildAcceptance()
 {
     auto* page = new QWidget(this);
     auto* layout = new QGridLayout(page);
-    acceptStartButton = new QPushButton(QStringLiteral("Start accepting"), page);
-    acceptStartButton->setObjectName(QStringLiteral("acceptStartButton"));
-    acceptStopButton = new QPushButton(QStringLiteral("Stop"), page);
-    acceptStopButton->setObjectName(QStringLiteral("acceptStopButton"));
-    fastBox = new QCheckBox(QStringLiteral("Fast mode"), page);
-    fastBox->setObjectName(QStringLiteral("fastBox"));
-    excludeList = new QListWidget(page);
-    excludeList->setObjectName(QStringLiteral("excludeList"));
+    acceptStartButton = named<QPushButton>("acceptStartButton", QStringLiteral("Start accepting"), page);
+    acceptStopButton = named<QPushButton>("acceptStopButton", QStringLiteral("Stop"), page);
+    fastBox = named<QCheckBox>("fastBox", QStringLiteral("Fast mode"), page);
+    excludeList = named<QListWidget>("excludeList", page);
     excludeList->setToolTip(QStringLiteral("Tick the denominations to refuse this time"));
-    coinsList = new QListWidget(page);
-    coinsList->setObjectName(QStringLiteral("coinsList"));
-    acceptTotalLabel = new QLabel(QStringLiteral("total 0.00"), page);
-    acceptTotalLabel->setObjectName(QStringLiteral("acceptTotalLabel"));
+    coinsList = named<QListWidget>("coinsList", page);
+    acceptTotalLabel = named<QLabel>("acceptTotalLabel", QStringLiteral("total 0.00"), page);
     QFont big = acceptTotalLabel->font();
     big.setPointSize(big.pointSize() + 4);
     big.setBold(true);
@@ -358,21 +350,16 @@ QWidget* MainWindow::buildChange()
 {
     auto* page = new QWidget(this);
     auto* layout = new QGridLayout(page);
-    changeAmount = new QLineEdit(page);
-    changeAmount->setObjectName(QStringLiteral("changeAmount"));
+    changeAmount = named<QLineEdit>("changeAmount", page);
     changeAmount->setPlaceholderText(QStringLiteral("15.50"));
-    changeMode = new QComboBox(page);
-    changeMode->setObjectName(QStringLiteral("changeMode"));
+    changeMode = named<QComboBox>("changeMode", page);
     changeMode->addItem(QStringLiteral("optimal (%1): fuller hoppers first").arg(ECashControl::modeName(0)),
                         int(ECashControl::Optimal));
     changeMode->addItem(QStringLiteral("minimum (%1): fewest coins").arg(ECashControl::modeName(1)),
                         int(ECashControl::Minimum));
-    changeCheckButton = new QPushButton(QStringLiteral("Check"), page);
-    changeCheckButton->setObjectName(QStringLiteral("changeCheckButton"));
-    changePayButton = new QPushButton(QStringLiteral("Pay"), page);
-    changePayButton->setObjectName(QStringLiteral("changePayButton"));
-    changeResultLabel = new QLabel(page);
-    changeResultLabel->setObjectName(QStringLiteral("changeResultLabel"));
+    changeCheckButton = named<QPushButton>("changeCheckButton", QStringLiteral("Check"), page);
+    changePayButton = named<QPushButton>("changePayButton", QStringLiteral("Pay"), page);
+    changeResultLabel = named<QLabel>("changeResultLabel", page);
     changeResultLabel->setWordWrap(true);
     changeTable =
         table(QStringLiteral("changeTable"),
@@ -400,24 +387,16 @@ QWidget* MainWindow::buildUnitOperations()
 {
     auto* page = new QWidget(this);
     auto* layout = new QGridLayout(page);
-    opUnit = new QComboBox(page);
-    opUnit->setObjectName(QStringLiteral("opUnit"));
-    loadOp = new QComboBox(page);
-    loadOp->setObjectName(QStringLiteral("loadOp"));
-    loadAmount = new QLineEdit(page);
-    loadAmount->setObjectName(QStringLiteral("loadAmount"));
+    opUnit = named<QComboBox>("opUnit", page);
+    loadOp = named<QComboBox>("loadOp", page);
+    loadAmount = named<QLineEdit>("loadAmount", page);
     loadAmount->setPlaceholderText(QStringLiteral("amount"));
-    loadButton = new QPushButton(QStringLiteral("Load"), page);
-    loadButton->setObjectName(QStringLiteral("loadButton"));
-    pickupOp = new QComboBox(page);
-    pickupOp->setObjectName(QStringLiteral("pickupOp"));
-    pickupAmount = new QLineEdit(page);
-    pickupAmount->setObjectName(QStringLiteral("pickupAmount"));
+    loadButton = named<QPushButton>("loadButton", QStringLiteral("Load"), page);
+    pickupOp = named<QComboBox>("pickupOp", page);
+    pickupAmount = named<QLineEdit>("pickupAmount", page);
     pickupAmount->setPlaceholderText(QStringLiteral("amount"));
-    pickupButton = new QPushButton(QStringLiteral("Pick up"), page);
-    pickupButton->setObjectName(QStringLiteral("pickupButton"));
-    opResultLabel = new QLabel(page);
-    opResultLabel->setObjectName(QStringLiteral("opResultLabel"));
+    pickupButton = named<QPushButton>("pickupButton", QStringLiteral("Pick up"), page);
+    opResultLabel = named<QLabel>("opResultLabel", page);
     opResultLabel->setWordWrap(true);
     opTable = table(QStringLiteral("opTable"),
                     {QStringLiteral("Denomination"), QStringLiteral("Count"), QStringLiteral("Sum")}, page);
@@ -449,15 +428,13 @@ QWidget* MainWindow::buildCounters()
 {
     auto* page = new QWidget(this);
     auto* layout = new QGridLayout(page);
-    countersButton = new QPushButton(QStringLiteral("Read counters"), page);
-    countersButton->setObjectName(QStringLiteral("countersButton"));
+    countersButton = named<QPushButton>("countersButton", QStringLiteral("Read counters"), page);
     const QStringList columns{QStringLiteral("Denomination"), QStringLiteral("Count"), QStringLiteral("Sum")};
     acceptedTable = table(QStringLiteral("acceptedTable"), columns, page);
     dispensedTable = table(QStringLiteral("dispensedTable"), columns, page);
-    maintenanceButton = new QPushButton(QStringLiteral("Read maintenance"), page);
-    maintenanceButton->setObjectName(QStringLiteral("maintenanceButton"));
-    maintenanceDoneButton = new QPushButton(QStringLiteral("Maintenance done for the selected hopper"), page);
-    maintenanceDoneButton->setObjectName(QStringLiteral("maintenanceDoneButton"));
+    maintenanceButton = named<QPushButton>("maintenanceButton", QStringLiteral("Read maintenance"), page);
+    maintenanceDoneButton = named<QPushButton>(
+        "maintenanceDoneButton", QStringLiteral("Maintenance done for the selected hopper"), page);
     maintenanceTable =
         table(QStringLiteral("maintenanceTable"),
               {QStringLiteral("Unit"), QStringLiteral("Status"), QStringLiteral("Wear"),
