@@ -8,6 +8,7 @@
 #include <QPair>
 
 #include <algorithm>
+#include <functional>
 
 namespace tool {
 
@@ -47,29 +48,6 @@ const QMap<QString, CommandInfo>& commands()
     return table;
 }
 
-const QStringList& globalOptions()
-{
-    static const QStringList list{QStringLiteral("--port"),   QStringLiteral("--json"),
-                                  QStringLiteral("--log"),    QStringLiteral("--log-config"),
-                                  QStringLiteral("--plugin"), QStringLiteral("--sim-config"),
-                                  QStringLiteral("--trace")};
-    return list;
-}
-
-bool isKnownOption(const QString& option)
-{
-    if (globalOptions().contains(option))
-        return true;
-    return std::any_of(commands().begin(), commands().end(),
-                       [&](const CommandInfo& c) { return c.options.contains(option); });
-}
-
-bool takesValue(const QString& option)
-{
-    return option != QLatin1String("--json") && option != QLatin1String("--fast") &&
-           option != QLatin1String("--done") && option != QLatin1String("--summary");
-}
-
 // A negative amount is an argument, not an option: "pay -5" must say that -5 is negative.
 bool looksLikeOption(const QString& arg)
 {
@@ -99,6 +77,94 @@ bool parsePositiveAmount(const QString& text, long long* amount, QString* error)
         return false;
     }
     return true;
+}
+
+// What an option does with its value; false, with the reason in *error, when it refuses it.
+using ApplyOption = std::function<bool(Arguments& a, const QString& value, QString* error)>;
+
+struct OptionInfo
+{
+    bool global; // taken with every command; the others only with the commands that list them
+    bool takesValue;
+    ApplyOption apply;
+};
+
+ApplyOption flag(bool Arguments::*member)
+{
+    return [member](Arguments& a, const QString&, QString*) {
+        a.*member = true;
+        return true;
+    };
+}
+
+// A file or device path; refusedEmpty, when given, is the error for an empty one.
+ApplyOption path(QString Arguments::*member, const char* refusedEmpty = nullptr)
+{
+    return [member, refusedEmpty](Arguments& a, const QString& value, QString* error) {
+        if (refusedEmpty && value.isEmpty()) {
+            *error = QLatin1String(refusedEmpty);
+            return false;
+        }
+        a.*member = value;
+        return true;
+    };
+}
+
+template <class T> ApplyOption parsed(T Arguments::*member, bool (*parse)(const QString&, T*, QString*))
+{
+    return [member, parse](Arguments& a, const QString& value, QString* error) {
+        return parse(value, &(a.*member), error);
+    };
+}
+
+ApplyOption amountList(QList<long long> Arguments::*member, const char* option)
+{
+    return [member, option](Arguments& a, const QString& value, QString* error) {
+        QString why;
+        if (hostkit::parseAmountList(value, &(a.*member), &why))
+            return true;
+        *error = QStringLiteral("%1: %2").arg(QLatin1String(option), why);
+        return false;
+    };
+}
+
+bool parseLogLevel(const QString& value, QString* level, QString* error)
+{
+    static const QStringList levels{QStringLiteral("error"), QStringLiteral("warn"), QStringLiteral("info"),
+                                    QStringLiteral("debug"), QStringLiteral("trace")};
+    if (!levels.contains(value)) {
+        *error = QStringLiteral("unknown log level \"%1\" (error, warn, info, debug, trace)").arg(value);
+        return false;
+    }
+    *level = value;
+    return true;
+}
+
+const QMap<QString, OptionInfo>& options()
+{
+    static const QMap<QString, OptionInfo> table{
+        {QStringLiteral("--port"), {true, true, path(&Arguments::port, "--port needs a device path")}},
+        {QStringLiteral("--json"), {true, false, flag(&Arguments::json)}},
+        {QStringLiteral("--log"), {true, true, parsed(&Arguments::logLevel, parseLogLevel)}},
+        {QStringLiteral("--log-config"), {true, true, path(&Arguments::logConfig)}},
+        {QStringLiteral("--plugin"), {true, true, path(&Arguments::plugin)}},
+        {QStringLiteral("--sim-config"), {true, true, path(&Arguments::simConfig)}},
+        {QStringLiteral("--trace"), {true, true, path(&Arguments::traceFile, "--trace needs a file")}},
+        {QStringLiteral("--summary"), {false, false, flag(&Arguments::summaryOnly)}},
+        {QStringLiteral("--fast"), {false, false, flag(&Arguments::fast)}},
+        {QStringLiteral("--done"), {false, false, flag(&Arguments::done)}},
+        {QStringLiteral("--exclude"), {false, true, amountList(&Arguments::exclude, "--exclude")}},
+        {QStringLiteral("--sim-coins"),
+         {false, true,
+          [](Arguments& a, const QString& value, QString* error) {
+              a.hasSimCoins = amountList(&Arguments::simCoins, "--sim-coins")(a, value, error);
+              return a.hasSimCoins;
+          }}},
+        {QStringLiteral("--seconds"), {false, true, parsed(&Arguments::seconds, parseSeconds)}},
+        {QStringLiteral("--mode"), {false, true, parsed(&Arguments::mode, hostkit::parseMode)}},
+        {QStringLiteral("--op"), {false, true, parsed(&Arguments::operation, hostkit::parseOperation)}},
+    };
+    return table;
 }
 
 } // namespace
@@ -174,7 +240,7 @@ ParseResult parseArguments(const QStringList& arguments)
     };
 
     QStringList positional;
-    QList<QPair<QString, QString>> options;
+    QList<QPair<QString, QString>> given;
     bool sawCommand = false;
     for (int i = 0; i < arguments.size(); ++i) {
         const QString arg = arguments.at(i);
@@ -205,16 +271,17 @@ ParseResult parseArguments(const QStringList& arguments)
             value = arg.mid(eq + 1);
             hasValue = true;
         }
-        if (!isKnownOption(name))
+        const auto known = options().find(name);
+        if (known == options().end())
             return fail(QStringLiteral("unknown option %1").arg(name));
-        if (takesValue(name) && !hasValue) {
+        if (known->takesValue && !hasValue) {
             if (i + 1 >= arguments.size())
                 return fail(QStringLiteral("%1 needs a value").arg(name));
             value = arguments.at(++i);
-        } else if (!takesValue(name) && hasValue) {
+        } else if (!known->takesValue && hasValue) {
             return fail(QStringLiteral("%1 takes no value").arg(name));
         }
-        options.append(qMakePair(name, value));
+        given.append(qMakePair(name, value));
     }
 
     if (!sawCommand)
@@ -225,58 +292,13 @@ ParseResult parseArguments(const QStringList& arguments)
     a.command = info->command;
 
     QString error;
-    for (const auto& option : options) {
+    for (const auto& option : given) {
         const QString& name = option.first;
-        const QString& value = option.second;
-        if (!globalOptions().contains(name) && !info->options.contains(name))
+        const OptionInfo known = options().value(name);
+        if (!known.global && !info->options.contains(name))
             return fail(QStringLiteral("%1 is not an option of %2").arg(name, a.commandName));
-        if (name == QLatin1String("--port")) {
-            if (value.isEmpty())
-                return fail(QStringLiteral("--port needs a device path"));
-            a.port = value;
-        } else if (name == QLatin1String("--json")) {
-            a.json = true;
-        } else if (name == QLatin1String("--log")) {
-            static const QStringList levels{QStringLiteral("error"), QStringLiteral("warn"),
-                                            QStringLiteral("info"), QStringLiteral("debug"),
-                                            QStringLiteral("trace")};
-            if (!levels.contains(value))
-                return fail(
-                    QStringLiteral("unknown log level \"%1\" (error, warn, info, debug, trace)").arg(value));
-            a.logLevel = value;
-        } else if (name == QLatin1String("--log-config")) {
-            a.logConfig = value;
-        } else if (name == QLatin1String("--plugin")) {
-            a.plugin = value;
-        } else if (name == QLatin1String("--sim-config")) {
-            a.simConfig = value;
-        } else if (name == QLatin1String("--trace")) {
-            if (value.isEmpty())
-                return fail(QStringLiteral("--trace needs a file"));
-            a.traceFile = value;
-        } else if (name == QLatin1String("--summary")) {
-            a.summaryOnly = true;
-        } else if (name == QLatin1String("--fast")) {
-            a.fast = true;
-        } else if (name == QLatin1String("--done")) {
-            a.done = true;
-        } else if (name == QLatin1String("--exclude")) {
-            if (!hostkit::parseAmountList(value, &a.exclude, &error))
-                return fail(QStringLiteral("--exclude: %1").arg(error));
-        } else if (name == QLatin1String("--sim-coins")) {
-            if (!hostkit::parseAmountList(value, &a.simCoins, &error))
-                return fail(QStringLiteral("--sim-coins: %1").arg(error));
-            a.hasSimCoins = true;
-        } else if (name == QLatin1String("--seconds")) {
-            if (!parseSeconds(value, &a.seconds, &error))
-                return fail(error);
-        } else if (name == QLatin1String("--mode")) {
-            if (!hostkit::parseMode(value, &a.mode, &error))
-                return fail(error);
-        } else if (name == QLatin1String("--op")) {
-            if (!hostkit::parseOperation(value, &a.operation, &error))
-                return fail(error);
-        }
+        if (!known.apply(a, option.second, &error))
+            return fail(error);
     }
 
     if (positional.size() < info->minPositional)
@@ -306,7 +328,7 @@ ParseResult parseArguments(const QStringList& arguments)
     if (a.command == Command::Demo && a.json)
         return fail(QStringLiteral("demo has no JSON form"));
 
-    const bool hasOp = std::any_of(options.begin(), options.end(), [](const QPair<QString, QString>& o) {
+    const bool hasOp = std::any_of(given.begin(), given.end(), [](const QPair<QString, QString>& o) {
         return o.first == QLatin1String("--op");
     });
     // The amount at a position of the command's arguments; a payment or a unit operation
