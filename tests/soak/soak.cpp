@@ -473,23 +473,20 @@ QString StepPlan::describe() const
     default:
         break;
     }
+    const std::pair<bool, QString> deviceChanges[] = {
+        {openDoor, QStringLiteral("open door")},
+        {closeDoor, QStringLiteral("close door")},
+        {jamHopper != 0, QStringLiteral("jam hopper%1").arg(jamHopper)},
+        {unjam, QStringLiteral("free jams")},
+        {emptyHopper != 0, QStringLiteral("empty hopper%1").arg(emptyHopper)},
+        {acceptorFault, QStringLiteral("acceptor fault")},
+        {acceptorClear, QStringLiteral("clear acceptor fault")},
+        {refill, QStringLiteral("refill low hoppers to %1").arg(refillCount)},
+    };
     QStringList device;
-    if (openDoor)
-        device << QStringLiteral("open door");
-    if (closeDoor)
-        device << QStringLiteral("close door");
-    if (jamHopper)
-        device << QStringLiteral("jam hopper%1").arg(jamHopper);
-    if (unjam)
-        device << QStringLiteral("free jams");
-    if (emptyHopper)
-        device << QStringLiteral("empty hopper%1").arg(emptyHopper);
-    if (acceptorFault)
-        device << QStringLiteral("acceptor fault");
-    if (acceptorClear)
-        device << QStringLiteral("clear acceptor fault");
-    if (refill)
-        device << QStringLiteral("refill low hoppers to %1").arg(refillCount);
+    for (const std::pair<bool, QString>& change : deviceChanges)
+        if (change.first)
+            device << change.second;
     if (!device.isEmpty())
         parts << QStringLiteral("device: ") + device.join(QStringLiteral(", "));
     QStringList line;
