@@ -7,6 +7,7 @@
 // reads, one in 200 is BUSY and repeated, one in 500 is lost and repeated, one in 300 has a
 // frame between other stations in front of it, one in 1000 a few bytes of line noise.
 
+#include "support/frames.h"
 #include "trace/traceanalysis.h"
 
 #include <benchmark/benchmark.h>
@@ -17,20 +18,7 @@
 
 namespace {
 
-QByteArray frame(quint8 dest, quint8 src, quint8 header, const QByteArray& data = QByteArray())
-{
-    QByteArray f;
-    f.append(char(dest));
-    f.append(char(data.size()));
-    f.append(char(src));
-    f.append(char(header));
-    f.append(data);
-    quint8 sum = 0;
-    for (const char c : f)
-        sum = quint8(sum + quint8(c));
-    f.append(char(quint8(256 - sum)));
-    return f;
-}
+using testsupport::frame;
 
 const qint64 traceBytes = 100LL * 1000 * 1000;
 

@@ -28,24 +28,10 @@ qt4host=$src/build-terminal/examples/qt4host/qt4host
 plugin4=$src/build-terminal/plugins/libcpibcr.so
 tool=$src/build-i386/tools/cpibcr
 simulator=$src/build-i386/sim/cpibcr-sim
-work=$(mktemp -d)
-sim_pid=""
-trap '[ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null; rm -rf "$work"' EXIT
-
-cat >"$work/log4qt.properties" <<EOF
-log4j.rootLogger=WARN, F
-log4j.appender.F=org.apache.log4j.FileAppender
-log4j.appender.F.file=$work/host.log
-log4j.appender.F.layout=org.apache.log4j.PatternLayout
-log4j.appender.F.layout.conversionPattern=%p %c - %m%n
-EOF
-mkfifo "$work/ctl" "$work/sim.out"
-"$simulator" --link "$work/tty" --control "$work/ctl" </dev/null >"$work/sim.out" 2>/dev/null &
-sim_pid=$!
-exec 3<"$work/sim.out"
-while IFS= read -r line <&3; do
-  [[ $line == control:* ]] && break
-done
+# shellcheck source=../tests/support/simctl.sh
+. "$src/tests/support/simctl.sh"
+log4qt_properties WARN
+start_simulator
 
 now() { date +%s%N; }
 median() { sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
@@ -69,6 +55,4 @@ done
 echo "turnaround over $rounds rounds, median: Qt 4 host $(median <"$work/qt4") ms, Qt 5 tool $(median <"$work/qt5") ms"
 echo "Qt 4 host, each: $(tr '\n' ' ' <"$work/qt4")"
 echo "Qt 5 tool, each: $(tr '\n' ' ' <"$work/qt5")"
-echo quit >"$work/ctl"
-wait "$sim_pid" || true
-sim_pid=""
+stop_simulator

@@ -33,24 +33,29 @@ message(STATUS "Qt ${CPIBCR_QT4_VERSION} in ${CPIBCR_QT4_PREFIX}, Log4Qt in ${CP
 set(QT_VERSION_MAJOR 4)
 set(QT_VERSION_MINOR 8)
 
-cpibcr_qt4_require(${CPIBCR_QT4_PREFIX}/lib/libQtCore.so.4 "QtCore")
-add_library(Qt4::QtCore SHARED IMPORTED GLOBAL)
-set_target_properties(Qt4::QtCore PROPERTIES
-  IMPORTED_LOCATION ${CPIBCR_QT4_PREFIX}/lib/libQtCore.so.4
-  IMPORTED_SONAME libQtCore.so.4
-  INTERFACE_INCLUDE_DIRECTORIES "${qt4_include};${qt4_include}/QtCore"
-  INTERFACE_COMPILE_DEFINITIONS "QT_SHARED;QT_CORE_LIB;QT_NO_DEBUG"
-  INTERFACE_QT_MAJOR_VERSION 4)
+# An imported shared library DIR/lib/FILE (FILE is also its soname) with the include folders,
+# compile definitions and libraries its users get.
+function(cpibcr_qt4_library target dir file)
+  cmake_parse_arguments(PARSE_ARGV 3 arg "" "" "INCLUDE;DEFINES;LINK")
+  cpibcr_qt4_require(${dir}/lib/${file} ${file})
+  add_library(${target} SHARED IMPORTED GLOBAL)
+  set_target_properties(${target} PROPERTIES
+    IMPORTED_LOCATION ${dir}/lib/${file}
+    IMPORTED_SONAME ${file}
+    INTERFACE_INCLUDE_DIRECTORIES "${arg_INCLUDE}"
+    INTERFACE_COMPILE_DEFINITIONS "${arg_DEFINES}"
+    INTERFACE_LINK_LIBRARIES "${arg_LINK}")
+endfunction()
+
+cpibcr_qt4_library(Qt4::QtCore ${CPIBCR_QT4_PREFIX} libQtCore.so.4
+  INCLUDE ${qt4_include} ${qt4_include}/QtCore
+  DEFINES QT_SHARED QT_CORE_LIB QT_NO_DEBUG)
+set_target_properties(Qt4::QtCore PROPERTIES INTERFACE_QT_MAJOR_VERSION 4)
 set_property(TARGET Qt4::QtCore APPEND PROPERTY COMPATIBLE_INTERFACE_STRING QT_MAJOR_VERSION)
 
 if(EXISTS ${CPIBCR_QT4_PREFIX}/lib/libQtTest.so.4)
-  add_library(Qt4::QtTest SHARED IMPORTED GLOBAL)
-  set_target_properties(Qt4::QtTest PROPERTIES
-    IMPORTED_LOCATION ${CPIBCR_QT4_PREFIX}/lib/libQtTest.so.4
-    IMPORTED_SONAME libQtTest.so.4
-    INTERFACE_INCLUDE_DIRECTORIES "${qt4_include}/QtTest"
-    INTERFACE_COMPILE_DEFINITIONS "QT_TESTLIB_LIB"
-    INTERFACE_LINK_LIBRARIES Qt4::QtCore)
+  cpibcr_qt4_library(Qt4::QtTest ${CPIBCR_QT4_PREFIX} libQtTest.so.4
+    INCLUDE ${qt4_include}/QtTest DEFINES QT_TESTLIB_LIB LINK Qt4::QtCore)
 endif()
 
 cpibcr_qt4_require(${CPIBCR_QT4_PREFIX}/bin/moc "Qt 4's moc")
@@ -58,12 +63,7 @@ add_executable(Qt4::moc IMPORTED GLOBAL)
 set_target_properties(Qt4::moc PROPERTIES IMPORTED_LOCATION ${CPIBCR_QT4_PREFIX}/bin/moc)
 
 cpibcr_qt4_require(${CPIBCR_LOG4QT_PREFIX}/include/log4qt/logger.h "Log4Qt headers")
-cpibcr_qt4_require(${CPIBCR_LOG4QT_PREFIX}/lib/liblog4qt.so.1 "liblog4qt.so.1")
-add_library(Log4Qt::log4qt SHARED IMPORTED GLOBAL)
-set_target_properties(Log4Qt::log4qt PROPERTIES
-  IMPORTED_LOCATION ${CPIBCR_LOG4QT_PREFIX}/lib/liblog4qt.so.1
-  IMPORTED_SONAME liblog4qt.so.1
-  INTERFACE_INCLUDE_DIRECTORIES ${CPIBCR_LOG4QT_PREFIX}/include
-  INTERFACE_LINK_LIBRARIES Qt4::QtCore)
+cpibcr_qt4_library(Log4Qt::log4qt ${CPIBCR_LOG4QT_PREFIX} liblog4qt.so.1
+  INCLUDE ${CPIBCR_LOG4QT_PREFIX}/include LINK Qt4::QtCore)
 
 set(CPIBCR_QT_CORE Qt4::QtCore)

@@ -8,35 +8,9 @@ set -euo pipefail
 poshost=$1
 simulator=$2
 
-work=$(mktemp -d)
-sim_pid=""
-cleanup() {
-  if [ -n "$sim_pid" ]; then
-    kill "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-failures=0
-check() { # WHAT EXPECTED ACTUAL
-  if [ "$2" != "$3" ]; then
-    printf 'FAIL %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-    failures=$((failures + 1))
-  else
-    printf 'ok   %s\n' "$1"
-  fi
-}
-
-# The simulator's replies to the control FIFO come on its stdout, read through a FIFO.
-mkfifo "$work/ctl" "$work/sim.out"
-"$simulator" --link "$work/tty" --control "$work/ctl" </dev/null >"$work/sim.out" 2>"$work/sim.err" &
-sim_pid=$!
-exec 3<"$work/sim.out"
-while IFS= read -r line <&3; do
-  [[ $line == control:* ]] && break
-done
+# shellcheck source=../support/simctl.sh
+. "$(dirname "$0")/../support/simctl.sh"
+start_simulator
 
 # Coins go in once the host says it accepts them.
 coins_dropped=no
@@ -109,12 +83,5 @@ check "accepted at position 4" 1 "${answers[0]}"
 check "accepted at position 3" 1 "${answers[1]}"
 check "paid out by hopper 4" 2 "${answers[2]}"
 check "unknown counter group" "error: unknown counter group 99 (70, 80, 87)" "${answers[3]}"
-echo quit >"$work/ctl"
-wait "$sim_pid" || true
-sim_pid=""
-
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all checks passed"
+stop_simulator
+finish_checks

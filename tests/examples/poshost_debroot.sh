@@ -30,8 +30,10 @@ mkdir -p "$cpibcr_cache/apt-archives/partial"
 mount --bind "$cpibcr_cache/apt-archives" "$root/var/cache/apt/archives"
 
 test_dir=/tmp/poshost-test
-mkdir -p "$root$test_dir"
-cp "$runtime_deb" "$dev_deb" "$source_dir/tests/examples/poshost_check.sh" "$root$test_dir/"
+mkdir -p "$root$test_dir/examples" "$root$test_dir/support"
+cp "$runtime_deb" "$dev_deb" "$root$test_dir/"
+cp "$source_dir/tests/examples/poshost_check.sh" "$root$test_dir/examples/"
+cp "$source_dir/tests/support/simctl.sh" "$root$test_dir/support/"
 
 update_root "$root" >"$root$test_dir/apt.log"
 # The packages' own dependencies come with them; the host's build needs a compiler and CMake.
@@ -45,4 +47,4 @@ prefix=$(in_root "$root" dpkg -L cpibcr | sed -n 's#/bin/cpibcr-sim$##p')
 in_root "$root" cmake -S "$prefix/share/doc/cpibcr-dev/examples/poshost" -B "$test_dir/build" -G Ninja \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wshadow -Werror" >"$root$test_dir/configure.log"
 in_root "$root" cmake --build "$test_dir/build" >"$root$test_dir/build.log"
-in_root "$root" bash "$test_dir/poshost_check.sh" "$test_dir/build/poshost" "$prefix/bin/cpibcr-sim"
+in_root "$root" bash "$test_dir/examples/poshost_check.sh" "$test_dir/build/poshost" "$prefix/bin/cpibcr-sim"

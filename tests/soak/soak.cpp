@@ -14,6 +14,7 @@
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 
 namespace soak {
@@ -93,6 +94,15 @@ public:
 
     int uniform(int lo, int hi) { return lo + static_cast<int>(rng() % static_cast<quint64>(hi - lo + 1)); }
     bool chance(double p) { return static_cast<double>(rng() >> 11) * (1.0 / 9007199254740992.0) < p; }
+    // A roll of 0 to 99 picks the value of the first bound above it, otherwise `rest`.
+    template <typename T> T weighted(std::initializer_list<std::pair<int, T>> below, T rest)
+    {
+        const int roll = uniform(0, 99);
+        for (const std::pair<int, T>& choice : below)
+            if (roll < choice.first)
+                return choice.second;
+        return rest;
+    }
 
 private:
     std::mt19937_64 rng;
@@ -284,33 +294,12 @@ QString hex(const QByteArray& bytes)
 
 QString opName(Op op)
 {
-    switch (op) {
-    case Op::Accept:
-        return QStringLiteral("accept");
-    case Op::CashOut:
-        return QStringLiteral("cashOut");
-    case Op::CashOutCheck:
-        return QStringLiteral("cashOutCheck");
-    case Op::Pickup:
-        return QStringLiteral("pickup");
-    case Op::Loan:
-        return QStringLiteral("loan");
-    case Op::Counter:
-        return QStringLiteral("getCounter");
-    case Op::Units:
-        return QStringLiteral("getUnits");
-    case Op::CheckState:
-        return QStringLiteral("checkState");
-    case Op::Maintenance:
-        return QStringLiteral("maintenanceInfo");
-    case Op::Connect:
-        return QStringLiteral("connect");
-    case Op::AsyncCheck:
-        return QStringLiteral("enableAsyncCheck");
-    case Op::Recreate:
-        return QStringLiteral("new driver object");
-    }
-    return QString();
+    static const char* const names[] = {
+        "accept",           "cashOut",          "cashOutCheck", "pickup",          "loan",
+        "getCounter",       "getUnits",         "checkState",   "maintenanceInfo", "connect",
+        "enableAsyncCheck", "new driver object"};
+    static_assert(std::size(names) == std::size_t(Op::Recreate) + 1, "one name for each Op");
+    return QString::fromLatin1(names[int(op)]);
 }
 
 Options Options::fromEnvironment(Options defaults)
@@ -327,8 +316,24 @@ Options Options::fromEnvironment(Options defaults)
     return defaults;
 }
 
+// The unit of a pickup or a load: a weighted pick where an empty name stands for a hopper
+// drawn next.
+QString unitOrHopper(Draw& d, std::initializer_list<std::pair<int, QString>> below, const QString& rest)
+{
+    const QString unit = d.weighted<QString>(below, rest);
+    return unit.isEmpty() ? hopperName(d.uniform(1, hoppers)) : unit;
+}
+
+// The amount of a pickup or a load: up to maxCoins of the unit's coins, at times with a part coin.
+void planMoveAmount(Draw& d, StepPlan& p, int maxCoins)
+{
+    p.amount = plannedDenom(p.unit) * d.uniform(0, maxCoins) + (d.chance(0.1) ? 50 : 0);
+    p.refreshUnits = d.chance(0.7);
+}
+
 StepPlan planStep(quint64 seed, int step)
 {
+    using Operation = ECashControl::UnitOperation;
     Draw d(splitMix(seed ^ splitMix(static_cast<quint64>(step) + 1)));
     StepPlan p;
     p.step = step;
@@ -343,19 +348,18 @@ StepPlan planStep(quint64 seed, int step)
     p.refill = d.chance(0.5);
     p.refillCount = d.uniform(120, 400);
 
-    const int r = d.uniform(0, 99);
-    p.op = r < 28   ? Op::Accept
-           : r < 46 ? Op::CashOut
-           : r < 53 ? Op::CashOutCheck
-           : r < 63 ? Op::Pickup
-           : r < 70 ? Op::Loan
-           : r < 80 ? Op::Counter
-           : r < 87 ? Op::Units
-           : r < 91 ? Op::CheckState
-           : r < 92 ? Op::Recreate
-           : r < 95 ? Op::Maintenance
-           : r < 97 ? Op::Connect
-                    : Op::AsyncCheck;
+    p.op = d.weighted<Op>({{28, Op::Accept},
+                           {46, Op::CashOut},
+                           {53, Op::CashOutCheck},
+                           {63, Op::Pickup},
+                           {70, Op::Loan},
+                           {80, Op::Counter},
+                           {87, Op::Units},
+                           {91, Op::CheckState},
+                           {92, Op::Recreate},
+                           {95, Op::Maintenance},
+                           {97, Op::Connect}},
+                          Op::AsyncCheck);
 
     switch (p.op) {
     case Op::Accept: {
@@ -387,36 +391,25 @@ StepPlan planStep(quint64 seed, int step)
         p.mode = d.uniform(0, 1);
         p.amount = payAmount(d);
         break;
-    case Op::Pickup: {
-        const int u = d.uniform(0, 99);
-        p.unit = u < 80   ? hopperName(d.uniform(1, hoppers))
-                 : u < 90 ? QStringLiteral("cashbox")
-                 : u < 95 ? QStringLiteral("hopper6")
-                          : QStringLiteral("hopper9");
-        const int o = d.uniform(0, 99);
-        p.operation = o < 15   ? ECashControl::ManualPickupAll
-                      : o < 35 ? ECashControl::ManualPickupSum
-                      : o < 47 ? ECashControl::DispensePickupAll
-                      : o < 90 ? ECashControl::DispensePickupSum
-                               : ECashControl::PickupSumToCashbox;
-        p.amount = plannedDenom(p.unit) * d.uniform(0, 40) + (d.chance(0.1) ? 50 : 0);
-        p.refreshUnits = d.chance(0.7);
+    case Op::Pickup:
+        p.unit = unitOrHopper(
+            d, {{80, QString()}, {90, QStringLiteral("cashbox")}, {95, QStringLiteral("hopper6")}},
+            QStringLiteral("hopper9"));
+        p.operation = d.weighted<Operation>({{15, Operation::ManualPickupAll},
+                                             {35, Operation::ManualPickupSum},
+                                             {47, Operation::DispensePickupAll},
+                                             {90, Operation::DispensePickupSum}},
+                                            Operation::PickupSumToCashbox);
+        planMoveAmount(d, p, 40);
         break;
-    }
-    case Op::Loan: {
-        const int u = d.uniform(0, 99);
-        p.unit = u < 85   ? hopperName(d.uniform(1, hoppers))
-                 : u < 93 ? QStringLiteral("cashbox")
-                          : QStringLiteral("hopper9");
-        const int o = d.uniform(0, 99);
-        p.operation = o < 75   ? ECashControl::ManualLoad
-                      : o < 84 ? ECashControl::LoadMainAcceptor
-                      : o < 92 ? ECashControl::LoadLoader
-                               : ECashControl::PickupAllToCashbox;
-        p.amount = plannedDenom(p.unit) * d.uniform(0, 150) + (d.chance(0.1) ? 50 : 0);
-        p.refreshUnits = d.chance(0.7);
+    case Op::Loan:
+        p.unit =
+            unitOrHopper(d, {{85, QString()}, {93, QStringLiteral("cashbox")}}, QStringLiteral("hopper9"));
+        p.operation = d.weighted<Operation>(
+            {{75, Operation::ManualLoad}, {84, Operation::LoadMainAcceptor}, {92, Operation::LoadLoader}},
+            Operation::PickupAllToCashbox);
+        planMoveAmount(d, p, 150);
         break;
-    }
     case Op::Counter:
         p.counter = d.chance(0.1) ? 2 : d.uniform(0, 1);
         break;
@@ -480,23 +473,20 @@ QString StepPlan::describe() const
     default:
         break;
     }
+    const std::pair<bool, QString> deviceChanges[] = {
+        {openDoor, QStringLiteral("open door")},
+        {closeDoor, QStringLiteral("close door")},
+        {jamHopper != 0, QStringLiteral("jam hopper%1").arg(jamHopper)},
+        {unjam, QStringLiteral("free jams")},
+        {emptyHopper != 0, QStringLiteral("empty hopper%1").arg(emptyHopper)},
+        {acceptorFault, QStringLiteral("acceptor fault")},
+        {acceptorClear, QStringLiteral("clear acceptor fault")},
+        {refill, QStringLiteral("refill low hoppers to %1").arg(refillCount)},
+    };
     QStringList device;
-    if (openDoor)
-        device << QStringLiteral("open door");
-    if (closeDoor)
-        device << QStringLiteral("close door");
-    if (jamHopper)
-        device << QStringLiteral("jam hopper%1").arg(jamHopper);
-    if (unjam)
-        device << QStringLiteral("free jams");
-    if (emptyHopper)
-        device << QStringLiteral("empty hopper%1").arg(emptyHopper);
-    if (acceptorFault)
-        device << QStringLiteral("acceptor fault");
-    if (acceptorClear)
-        device << QStringLiteral("clear acceptor fault");
-    if (refill)
-        device << QStringLiteral("refill low hoppers to %1").arg(refillCount);
+    for (const std::pair<bool, QString>& change : deviceChanges)
+        if (change.first)
+            device << change.second;
     if (!device.isEmpty())
         parts << QStringLiteral("device: ") + device.join(QStringLiteral(", "));
     QStringList line;
@@ -650,13 +640,11 @@ bool Soak::run()
     if (line) {
         fig.resets = line->device().resets();
         fig.virtualMsecs = line->now();
+        fig.framesWritten = line->framesWritten;
+        fig.lostAnswerWaits = line->waitsTimedOut;
     }
     if (changer)
         fig.busyBudgetLeft = changer->getBusyRetries();
-    if (port) {
-        fig.framesWritten = port->framesWritten;
-        fig.lostAnswerWaits = port->waitsTimedOut;
-    }
     return ok;
 }
 
@@ -712,9 +700,9 @@ void Soak::makeDriver()
     driver->setProperty("serialObj", QVariant::fromValue<QObject*>(port.get()));
     port->settings.clear();
     driver->init();
-    check(port->settings == QStringList({QStringLiteral("baud 115200"), QStringLiteral("data 8"),
-                                         QStringLiteral("parity None"), QStringLiteral("stop 1"),
-                                         QStringLiteral("flow Disable")}),
+    check(port->settings == QStringList({QStringLiteral("baud=115200"), QStringLiteral("data=8"),
+                                         QStringLiteral("parity=None"), QStringLiteral("stop=1"),
+                                         QStringLiteral("flow=Disable")}),
           QStringLiteral("init() configured the line as ") + port->settings.join(QStringLiteral(", ")));
 }
 
@@ -728,40 +716,12 @@ void Soak::runStep(const StepPlan& plan)
     applyDeviceFaults(plan);
     lastCall = Call();
 
-    switch (plan.op) {
-    case Op::Accept:
-        accept(plan);
-        break;
-    case Op::CashOut:
-        cashOut(plan);
-        break;
-    case Op::CashOutCheck:
-        cashOutCheck(plan);
-        break;
-    case Op::Pickup:
-        pickup(plan);
-        break;
-    case Op::Loan:
-        loan(plan);
-        break;
-    case Op::Counter:
-        counter(plan);
-        break;
-    case Op::Units:
-        units();
-        break;
-    case Op::Maintenance:
-        maintenance(plan);
-        break;
-    case Op::CheckState:
-    case Op::Connect:
-    case Op::AsyncCheck:
-        simple(plan);
-        break;
-    case Op::Recreate:
-        recreate();
-        break;
-    }
+    // Indexed by Op.
+    static void (Soak::*const run[])(const StepPlan&) = {
+        &Soak::accept, &Soak::cashOut, &Soak::cashOutCheck, &Soak::pickup, &Soak::loan,   &Soak::counter,
+        &Soak::units,  &Soak::simple,  &Soak::maintenance,  &Soak::simple, &Soak::simple, &Soak::recreate};
+    static_assert(std::size(run) == std::size_t(Op::Recreate) + 1, "one step for each Op");
+    (this->*run[int(plan.op)])(plan);
     afterStep();
 }
 
@@ -1368,15 +1328,21 @@ unsigned int Soak::hopperDenom(int hopper) const
     return hopper >= 1 && hopper <= hoppers ? hopperDenoms[hopper - 1] : 0;
 }
 
-void Soak::pickup(const StepPlan& plan)
+bool Soak::cachedUnitBefore(const StepPlan& plan, CashControlUnit* cached)
 {
     if (plan.refreshUnits)
-        units();
-    CashControlUnit cached;
-    const bool known = findCachedUnit(plan.unit, &cached);
-    const int h = hopperOf(plan.unit);
-    if (known && cached.type == 1 && cached.count != line->device().hopperCount(h))
+        units(plan);
+    const bool known = findCachedUnit(plan.unit, cached);
+    if (known && cached->type == 1 && cached->count != line->device().hopperCount(hopperOf(plan.unit)))
         ++fig.staleUnitCache;
+    return known;
+}
+
+void Soak::pickup(const StepPlan& plan)
+{
+    CashControlUnit cached;
+    const bool known = cachedUnitBefore(plan, &cached);
+    const int h = hopperOf(plan.unit);
 
     const auto operation = static_cast<ECashControl::UnitOperation>(plan.operation);
     const bool dispensing =
@@ -1494,13 +1460,9 @@ void Soak::pickup(const StepPlan& plan)
 
 void Soak::loan(const StepPlan& plan)
 {
-    if (plan.refreshUnits)
-        units();
     CashControlUnit cached;
-    const bool known = findCachedUnit(plan.unit, &cached);
+    const bool known = cachedUnitBefore(plan, &cached);
     const int h = hopperOf(plan.unit);
-    if (known && cached.type == 1 && cached.count != line->device().hopperCount(h))
-        ++fig.staleUnitCache;
     const auto operation = static_cast<ECashControl::UnitOperation>(plan.operation);
     Allowed allowed;
     if (operation == ECashControl::ManualLoad)
@@ -1601,10 +1563,10 @@ void Soak::counter(const StepPlan& plan)
                    .arg(sumText(result.denoms), sumText(expected)));
 }
 
-void Soak::units()
+void Soak::units(const StepPlan& plan)
 {
     QList<CashControlUnit> list;
-    const bool arm = current.op == Op::Units;
+    const bool arm = plan.op == Op::Units;
     const Call call = hostCall(
         QStringLiteral("getUnits"), Allowed(), [&] { list = driver->getUnits(); }, arm);
     if (!call.ok)
@@ -1660,7 +1622,7 @@ void Soak::simple(const StepPlan& plan)
     }
 }
 
-void Soak::recreate()
+void Soak::recreate(const StepPlan&)
 {
     // The host destroys the driver object and makes a new one, as after a restart of
     // the POS program: the new object has a whole BUSY budget, the class-wide reset

@@ -223,7 +223,7 @@ private:
 
     void setUp();
     void makeDriver();
-    void recreate();
+    void recreate(const StepPlan& plan);
     void runStep(const StepPlan& plan);
     void applyDeviceFaults(const StepPlan& plan);
     void afterStep();
@@ -234,7 +234,7 @@ private:
     void pickup(const StepPlan& plan);
     void loan(const StepPlan& plan);
     void counter(const StepPlan& plan);
-    void units();
+    void units(const StepPlan& plan);
     void simple(const StepPlan& plan);
     void maintenance(const StepPlan& plan);
 
@@ -260,6 +260,9 @@ private:
     int forgedAnswers();
     [[noreturn]] void violation(const QString& what);
     bool findCachedUnit(const QString& name, CashControlUnit* unit) const;
+    // Before a pickup or a load: the units read again when the plan says so, then the unit as
+    // the driver's cache has it (false when it has none), counted when its count is stale.
+    bool cachedUnitBefore(const StepPlan& plan, CashControlUnit* cached);
     unsigned int hopperDenom(int hopper) const;
     QString transactionsText(const QList<sim::Transaction>& list, int last) const;
 

@@ -3,30 +3,16 @@
 #include "support/simline.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace soak {
 
 QString LineFault::kindName(Kind kind)
 {
-    switch (kind) {
-    case LostAnswers:
-        return QStringLiteral("lost answers");
-    case Busy:
-        return QStringLiteral("BUSY");
-    case Nak:
-        return QStringLiteral("NAK");
-    case BadChecksum:
-        return QStringLiteral("bad checksum");
-    case Garbage:
-        return QStringLiteral("garbage");
-    case Split:
-        return QStringLiteral("split answer");
-    case Silence:
-        return QStringLiteral("silent device");
-    case Babble:
-        return QStringLiteral("babbling line");
-    }
-    return QString();
+    static const char* const names[] = {"lost answers", "BUSY",         "NAK",           "bad checksum",
+                                        "garbage",      "split answer", "silent device", "babbling line"};
+    static_assert(std::size(names) == std::size_t(Babble) + 1, "one name for each Kind");
+    return QString::fromLatin1(names[kind]);
 }
 
 QString LineFault::describe() const
@@ -58,36 +44,6 @@ QString LineFault::describe() const
 
 SoakPort::SoakPort(testsupport::SimLine* simLine, QObject* parent) : QObject(parent), line(simLine) {}
 
-bool SoakPort::setBaudRate(const QString& value)
-{
-    settings << QStringLiteral("baud ") + value;
-    return line->setBaudRate(value);
-}
-
-bool SoakPort::setDataBits(const QString& value)
-{
-    settings << QStringLiteral("data ") + value;
-    return line->setDataBits(value);
-}
-
-bool SoakPort::setParity(const QString& value)
-{
-    settings << QStringLiteral("parity ") + value;
-    return line->setParity(value);
-}
-
-bool SoakPort::setStopBits(const QString& value)
-{
-    settings << QStringLiteral("stop ") + value;
-    return line->setStopBits(value);
-}
-
-bool SoakPort::setFlowControl(const QString& value)
-{
-    settings << QStringLiteral("flow ") + value;
-    return line->setFlowControl(value);
-}
-
 void SoakPort::discardInput()
 {
     ++attempts;
@@ -114,7 +70,6 @@ void SoakPort::write(const QByteArray& data)
         }
     }
     ++framesSinceArm;
-    ++framesWritten;
     // [55][3][1][120][hopper][count low][count high][checksum]
     if (header == 120 && data.size() == 8 && static_cast<unsigned char>(data.at(0)) == 55) {
         BalanceWrite w;
@@ -128,10 +83,7 @@ void SoakPort::write(const QByteArray& data)
 
 bool SoakPort::waitForInput(int msecs)
 {
-    const bool ready = line->waitForInput(msecs);
-    if (!ready)
-        ++waitsTimedOut;
-    return ready;
+    return line->waitForInput(msecs);
 }
 
 QByteArray SoakPort::read(int maxSize)
@@ -161,18 +113,16 @@ QList<LineFault> SoakPort::disarm()
 
 void SoakPort::apply(const LineFault& fault)
 {
+    using testsupport::SimLine;
+    // The faults that last `count` answers, indexed by LineFault::Kind.
+    static void (SimLine::*const counted[])(int) = {&SimLine::dropAnswers, &SimLine::answerBusy,
+                                                    &SimLine::nakNext, &SimLine::corruptChecksumNext};
     switch (fault.kind) {
     case LineFault::LostAnswers:
-        line->dropAnswers(fault.count);
-        break;
     case LineFault::Busy:
-        line->answerBusy(fault.count);
-        break;
     case LineFault::Nak:
-        line->nakNext(fault.count);
-        break;
     case LineFault::BadChecksum:
-        line->corruptChecksumNext(fault.count);
+        (line->*counted[fault.kind])(fault.count);
         break;
     case LineFault::Garbage:
         line->garbageBeforeNext(fault.garbage);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/abstractserialdevice.h"
+#include "support/settingsrecorder.h"
 
 #include <QByteArray>
 #include <QList>
@@ -34,19 +34,13 @@ struct LineFault
 
 // The host's serial port as the driver sees it: every transfer goes to the simulated
 // line. It watches the requests the driver writes to arm planned line faults exactly
-// on their target request, and counts attempts and lost-answer waits.
-class SoakPort : public QObject, public hw::AbstractSerialDevice
+// on their target request and counts attempts; the line counts frames and lost-answer waits.
+class SoakPort : public QObject, public testsupport::SettingsRecorder
 {
     Q_OBJECT
     Q_INTERFACES(hw::AbstractSerialDevice)
 public:
     explicit SoakPort(testsupport::SimLine* line, QObject* parent = nullptr);
-
-    bool setBaudRate(const QString& value) override;
-    bool setDataBits(const QString& value) override;
-    bool setParity(const QString& value) override;
-    bool setStopBits(const QString& value) override;
-    bool setFlowControl(const QString& value) override;
 
     void discardInput() override;
     void write(const QByteArray& data) override;
@@ -68,13 +62,10 @@ public:
     };
     QList<BalanceWrite> balanceWrites;
 
-    long long framesWritten = 0;
     long long attempts = 0;
-    long long waitsTimedOut = 0;
     // Attempts begun while the line babbled: each may last the driver's whole 5 s
     // receive bound, since noise keeps input arriving.
     long long attemptsInNoise = 0;
-    QList<QString> settings;
 
 private:
     void apply(const LineFault& fault);

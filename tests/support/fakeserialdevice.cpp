@@ -25,36 +25,6 @@ void FakeSerialDevice::injectStale(const QByteArray& bytes)
     pending.append(bytes);
 }
 
-bool FakeSerialDevice::setBaudRate(const QString& value)
-{
-    settings << QStringLiteral("baud=") + value;
-    return true;
-}
-
-bool FakeSerialDevice::setDataBits(const QString& value)
-{
-    settings << QStringLiteral("data=") + value;
-    return true;
-}
-
-bool FakeSerialDevice::setParity(const QString& value)
-{
-    settings << QStringLiteral("parity=") + value;
-    return true;
-}
-
-bool FakeSerialDevice::setStopBits(const QString& value)
-{
-    settings << QStringLiteral("stop=") + value;
-    return true;
-}
-
-bool FakeSerialDevice::setFlowControl(const QString& value)
-{
-    settings << QStringLiteral("flow=") + value;
-    return true;
-}
-
 void FakeSerialDevice::discardInput()
 {
     ++discards;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/abstractserialdevice.h"
+#include "settingsrecorder.h"
 
 #include <QList>
 #include <QObject>
@@ -14,7 +14,7 @@ namespace testsupport {
 // for each write, replays what the script says the line carries back: the echo
 // of the written bytes (the single-wire bus hears itself), then the reply as
 // one or more separate reads. Nothing waits: waitForInput answers at once.
-class FakeSerialDevice : public QObject, public hw::AbstractSerialDevice
+class FakeSerialDevice : public QObject, public SettingsRecorder
 {
     Q_OBJECT
     Q_INTERFACES(hw::AbstractSerialDevice)
@@ -34,12 +34,6 @@ public:
     // Bytes that are already waiting on the line before the next write.
     void injectStale(const QByteArray& bytes);
 
-    bool setBaudRate(const QString& value) override;
-    bool setDataBits(const QString& value) override;
-    bool setParity(const QString& value) override;
-    bool setStopBits(const QString& value) override;
-    bool setFlowControl(const QString& value) override;
-
     void discardInput() override;
     void write(const QByteArray& data) override;
     bool waitForInput(int msecs) override;
@@ -47,7 +41,6 @@ public:
 
     // Observation.
     QList<QByteArray> writes;
-    QStringList settings;
     QList<int> waitTimeouts;
     int discards = 0;
     int reads = 0;

@@ -138,36 +138,6 @@ int SimLine::countHeader(quint8 header) const
                              [header](const sim::Transaction& t) { return t.header == header; }));
 }
 
-bool SimLine::setBaudRate(const QString& value)
-{
-    settings << QStringLiteral("baud ") + value;
-    return true;
-}
-
-bool SimLine::setDataBits(const QString& value)
-{
-    settings << QStringLiteral("data ") + value;
-    return true;
-}
-
-bool SimLine::setParity(const QString& value)
-{
-    settings << QStringLiteral("parity ") + value;
-    return true;
-}
-
-bool SimLine::setStopBits(const QString& value)
-{
-    settings << QStringLiteral("stop ") + value;
-    return true;
-}
-
-bool SimLine::setFlowControl(const QString& value)
-{
-    settings << QStringLiteral("flow ") + value;
-    return true;
-}
-
 void SimLine::discardInput()
 {
     deliver();

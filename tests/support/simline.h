@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/abstractserialdevice.h"
+#include "settingsrecorder.h"
 #include "sim/device.h"
 #include "sim/linefaults.h"
 #include "sim/simulator.h"
@@ -28,7 +28,7 @@ namespace testsupport {
 // the virtual clock, and with it the model (coins landing, hoppers paying). Nothing
 // waits in real time, so a result never depends on the speed or load of the machine.
 // The line faults, controls and observation mirror sim::Simulator's.
-class SimLine : public QObject, public hw::AbstractSerialDevice
+class SimLine : public QObject, public SettingsRecorder
 {
     Q_OBJECT
     Q_INTERFACES(hw::AbstractSerialDevice)
@@ -86,18 +86,11 @@ public:
     int countHeader(quint8 header) const;
     void clearTransactions() { log.clear(); }
 
-    bool setBaudRate(const QString& value) override;
-    bool setDataBits(const QString& value) override;
-    bool setParity(const QString& value) override;
-    bool setStopBits(const QString& value) override;
-    bool setFlowControl(const QString& value) override;
-
     void discardInput() override;
     void write(const QByteArray& data) override;
     bool waitForInput(int msecs) override;
     QByteArray read(int maxSize) override;
 
-    QStringList settings;
     long long framesWritten = 0;
     long long waitsTimedOut = 0;
     QList<int> pauses;

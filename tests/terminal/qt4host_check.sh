@@ -12,58 +12,15 @@ host=$1
 plugin=$2
 simulator=$3
 
-work=$(mktemp -d)
-sim_pid=""
-cleanup() {
-  if [ -n "$sim_pid" ]; then
-    kill "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-failures=0
-check() { # WHAT EXPECTED ACTUAL
-  if [ "$2" != "$3" ]; then
-    printf 'FAIL %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-    failures=$((failures + 1))
-  else
-    printf 'ok   %s\n' "$1"
-  fi
-}
+# shellcheck source=../support/simctl.sh
+. "$(dirname "$0")/../support/simctl.sh"
 
 # A fast recycler: coins land in 5 ms, a coin leaves a hopper in 2 ms.
 cat >"$work/sim.json" <<'EOF'
 { "timings": { "coinAcceptMs": 5, "coinAcceptFastMs": 3, "payoutMsPerCoin": 2, "resetInitMs": 20,
                "answerDelayMs": 0, "interByteTimeoutMs": 10 } }
 EOF
-cat >"$work/log4qt.properties" <<EOF
-log4j.rootLogger=DEBUG, F
-log4j.appender.F=org.apache.log4j.FileAppender
-log4j.appender.F.file=$work/host.log
-log4j.appender.F.layout=org.apache.log4j.PatternLayout
-log4j.appender.F.layout.conversionPattern=%p %c - %m%n
-EOF
-
-start_simulator() {
-  rm -f "$work/ctl" "$work/sim.out" "$work/tty"
-  mkfifo "$work/ctl" "$work/sim.out"
-  "$simulator" --config "$work/sim.json" --link "$work/tty" --control "$work/ctl" \
-    </dev/null >"$work/sim.out" 2>"$work/sim.err" &
-  sim_pid=$!
-  exec 3<"$work/sim.out"
-  while IFS= read -r line <&3; do
-    [[ $line == control:* ]] && break
-  done
-}
-
-stop_simulator() {
-  echo quit >"$work/ctl"
-  wait "$sim_pid" || true
-  sim_pid=""
-  exec 3<&-
-}
+log4qt_properties DEBUG
 
 # One control command to the simulator, its one-line reply.
 sim() {
@@ -118,7 +75,7 @@ ask() {
 }
 
 # --- a POS day with one driver object
-start_simulator
+start_simulator --config "$work/sim.json"
 start_host
 IFS= read -r loaded <&4
 IFS= read -r connected <&4
@@ -206,7 +163,7 @@ stop_simulator
 # --- Qt 4's loader refuses a copy whose build key says another compiler
 cp "$plugin" "$work/libcpibcr-other.so"
 perl -0777 -pi -e 's/buildkey=i386 linux g\+\+-4 full-config/buildkey=i386 linux g++-5 full-config/' "$work/libcpibcr-other.so"
-start_simulator
+start_simulator --config "$work/sim.json"
 refused=$("$host" --plugin "$work/libcpibcr-other.so" --port "$work/tty" --log-config "$work/log4qt.properties" </dev/null 2>/dev/null || true)
 check "another build key is refused" "load failed: The plugin '$work/libcpibcr-other.so' uses incompatible Qt library. Expected build key \"i386 linux g++-4 full-config\", got \"i386 linux g++-5 full-config\"" "$refused"
 
@@ -222,9 +179,4 @@ wait "$host_pid" || true
 check "log line, Latin-1 C strings" yes "$(grep -qxF 'ERROR cpibcr - Невозможно выдать сумму' "$log" && echo yes || echo no)"
 check "no Latin-1 mojibake in the log" 0 "$(grep -c 'Ð' "$log" || true)"
 stop_simulator
-
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all checks passed"
+finish_checks
