@@ -210,16 +210,8 @@ private slots:
         device.setSerial(&port);
         testsupport::LogCapture log;
         device.commonInit();
-        QCOMPARE(log.texts(QStringLiteral("INFO")), QStringList({
-                                                        QStringLiteral("адрес на шине ccTalk - 55"),
-                                                        QStringLiteral("Проверка соединения с устройством"),
-                                                        QStringLiteral("тип устройства - Payout"),
-                                                        QStringLiteral("производитель - CPI"),
-                                                        QStringLiteral("модель - BCR"),
-                                                        QStringLiteral("сборка - B"),
-                                                        QStringLiteral("серийный номер - 12345"),
-                                                        QStringLiteral("версия прошивки - 2.1"),
-                                                    }));
+        QCOMPARE(log.texts(QStringLiteral("INFO")),
+                 cctalktest::identityLog(QStringLiteral("B"), QStringLiteral("2.1")));
         QCOMPARE(pty.heard().size(), 7);
     }
 };
