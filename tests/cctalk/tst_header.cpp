@@ -1,5 +1,6 @@
 #include "cctalk/header.h"
 #include "cctalk/package.h"
+#include "support/columns.h"
 
 #include <QMetaEnum>
 #include <QSet>
@@ -228,9 +229,7 @@ private slots:
 
     void keys_data()
     {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QByteArray>("key");
-        QTest::addColumn<int>("value");
+        testsupport::columns<int, QByteArray, int>("index", "key", "value");
         int i = 0;
         for (const Key& k : headerTable) {
             QTest::newRow(k.name) << i << QByteArray(k.name) << k.value;
@@ -282,8 +281,7 @@ private slots:
 
     void namesOfExamples_data()
     {
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
+        testsupport::columns<int, QString>("header", "name");
         QTest::newRow("simple poll") << 254 << QStringLiteral("simplePoll (254)");
         QTest::newRow("answer") << 0 << QStringLiteral("answer (0)");
         QTest::newRow("NAK") << 5 << QStringLiteral("NAK (5)");
@@ -309,11 +307,7 @@ private slots:
     // unsigned and matches the signed enumeration for every value.
     void receivedHeaderBytes_data()
     {
-        QTest::addColumn<QByteArray>("frame");
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("nak");
-        QTest::addColumn<bool>("busy");
+        testsupport::columns<QByteArray, int, QString, bool, bool>("frame", "header", "name", "nak", "busy");
         QTest::newRow("answer") << QByteArray::fromHex("01003700c8") << 0 << QStringLiteral("answer (0)")
                                 << false << false;
         QTest::newRow("NAK") << QByteArray::fromHex("01003705c3") << 5 << QStringLiteral("NAK (5)") << true
