@@ -1,6 +1,7 @@
 #include "simrig.h"
 #include "testdriver.h"
 
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -195,12 +196,8 @@ void TestMovements::cashOutImpossibleSumPaysNothing()
 // simulator never pays more coins than asked, and fewer only with a fault of its own.
 void TestMovements::paymentCountedWrong_data()
 {
-    QTest::addColumn<bool>("pickup");
-    QTest::addColumn<int>("payoutError");
-    QTest::addColumn<bool>("nak");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<QStringList>("paid");
-    QTest::addColumn<QByteArray>("command");
+    testsupport::columns<bool, int, bool, QString, QStringList, QByteArray>("pickup", "payoutError", "nak",
+                                                                            "error", "paid", "command");
 
     // The error line of a payout over the sum says "Выдано" too.
     const QString over = QStringLiteral("ERROR Выдано больше монет");
@@ -358,14 +355,9 @@ using Denoms = QMap<unsigned int, long long>;
 
 void TestMovements::pickup_data()
 {
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<qlonglong>("amount");
-    QTest::addColumn<QString>("logged");
-    QTest::addColumn<QList<QByteArray>>("commands");
-    QTest::addColumn<Denoms>("denoms");
-    QTest::addColumn<qlonglong>("rest");
-    QTest::addColumn<QList<long long>>("after");
+    testsupport::columns<QString, int, qlonglong, QString, QList<QByteArray>, Denoms, qlonglong,
+                         QList<long long>>("unit", "operation", "amount", "logged", "commands", "denoms",
+                                           "rest", "after");
 
     QTest::newRow("allFromCashbox")
         << QStringLiteral("cashbox") << int(ECashControl::ManualPickupAll) << 0LL
@@ -465,12 +457,8 @@ void TestMovements::pickupOtherOperationDoesNothing()
 // went out.
 void TestMovements::refusedRequestSendsNothing_data()
 {
-    QTest::addColumn<QString>("call");
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<qlonglong>("amount");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<bool>("silent");
+    testsupport::columns<QString, QString, int, qlonglong, QString, bool>("call", "unit", "operation",
+                                                                          "amount", "error", "silent");
 
     const QString wrongSum = QStringLiteral("Некорректная сумма");
     const QString unsupported = QStringLiteral("Операция не поддерживается");
