@@ -282,18 +282,27 @@ private slots:
     void namesOfExamples_data()
     {
         testsupport::columns<int, QString>("header", "name");
-        QTest::newRow("simple poll") << 254 << QStringLiteral("simplePoll (254)");
-        QTest::newRow("answer") << 0 << QStringLiteral("answer (0)");
-        QTest::newRow("NAK") << 5 << QStringLiteral("NAK (5)");
-        QTest::newRow("BUSY") << 6 << QStringLiteral("BUSY (6)");
-        QTest::newRow("7") << 7 << QStringLiteral(" (7)");
-        QTest::newRow("81") << 81 << QStringLiteral(" (81)");
-        QTest::newRow("190") << 190 << QStringLiteral(" (190)");
-        QTest::newRow("205") << 205 << QStringLiteral(" (205)");
-        QTest::newRow("Encryp") << 108 << QStringLiteral("reqEncrypMonetaryId (108)");
-        QTest::newRow("small a") << 200 << QStringLiteral("aCMIUnencryptedProductId (200)");
-        QTest::newRow("USB") << 114 << QStringLiteral("reqUSBId (114)");
-        QTest::newRow("DH") << 235 << QStringLiteral("readDHPublicKey (235)");
+        const struct
+        {
+            const char* row;
+            int header;
+            const char* name;
+        } examples[] = {
+            {"simple poll", 254, "simplePoll (254)"},
+            {"answer", 0, "answer (0)"},
+            {"NAK", 5, "NAK (5)"},
+            {"BUSY", 6, "BUSY (6)"},
+            {"7", 7, " (7)"},
+            {"81", 81, " (81)"},
+            {"190", 190, " (190)"},
+            {"205", 205, " (205)"},
+            {"Encryp", 108, "reqEncrypMonetaryId (108)"},
+            {"small a", 200, "aCMIUnencryptedProductId (200)"},
+            {"USB", 114, "reqUSBId (114)"},
+            {"DH", 235, "readDHPublicKey (235)"},
+        };
+        for (const auto& e : examples)
+            QTest::newRow(e.row) << e.header << QString::fromLatin1(e.name);
     }
 
     void namesOfExamples()
