@@ -16,6 +16,7 @@
 
 #include "cctalk/package.h"
 #include "fuzzinput.h"
+#include "tests/cctalk/referenceassembly.h"
 #include "tests/support/frames.h"
 
 #include <QVector>
@@ -24,14 +25,6 @@ namespace {
 
 const quint8 host = 1;
 const quint8 device = 55;
-
-bool sumsToZero(const QByteArray& bytes)
-{
-    unsigned sum = 0;
-    for (char c : bytes)
-        sum += quint8(c);
-    return (sum & 0xFF) == 0;
-}
 
 QByteArray wellFormed(quint8 dest, quint8 src, quint8 header, const QByteArray& data)
 {
@@ -73,53 +66,8 @@ QByteArray buildStream(fuzz::FuzzInput& input)
     return stream;
 }
 
-struct ModelReceiver
-{
-    int expectedSource = -1;
-    QByteArray buffer;
-    bool valid = false;
-    QByteArray frame;
-    int foreign = 0;
-    int dropped = 0;
-
-    void add(const QByteArray& piece)
-    {
-        valid = false;
-        buffer.append(piece);
-        while (buffer.size() > 4) {
-            const int expected = quint8(buffer.at(1)) + 5;
-            if (expected > 255) {
-                buffer.remove(0, 1);
-                ++dropped;
-                continue;
-            }
-            if (expected > buffer.size())
-                return;
-            if (!sumsToZero(buffer.left(expected))) {
-                buffer.remove(0, 1);
-                ++dropped;
-                continue;
-            }
-            const quint8 dest = quint8(buffer.at(0));
-            const quint8 src = quint8(buffer.at(2));
-            if (src == host) {
-                buffer.remove(0, expected);
-                continue;
-            }
-            if (dest != host || (expectedSource >= 0 && src != expectedSource)) {
-                buffer.remove(0, expected);
-                ++foreign;
-                continue;
-            }
-            frame = buffer.left(expected);
-            buffer.clear();
-            valid = true;
-            return;
-        }
-    }
-};
-
-void compare(const CcTalk::Response& response, const ModelReceiver& model, const QByteArray& stream)
+void compare(const CcTalk::Response& response, const testsupport::ReferenceAssembly& model,
+             const QByteArray& stream)
 {
     fuzz::check(response.isValid() == model.valid, "completion differs from the model");
     fuzz::check(response.foreignFrames() == model.foreign, "count of skipped frames differs");
@@ -139,10 +87,10 @@ void compare(const CcTalk::Response& response, const ModelReceiver& model, const
     fuzz::check(response.isBUSY() == (model.frame.at(3) == 6), "BUSY flag differs");
 
     // The completed frame with its checksum stands in the stream, and its bytes sum to 0.
-    const QByteArray whole = wellFormed(response.getDestination(), response.getSource(),
-                                        quint8(int(response.getHeader())), data);
+    const QByteArray whole =
+        wellFormed(response.getDestination(), response.getSource(), quint8(int(response.getHeader())), data);
     fuzz::check(whole == model.frame, "the completed frame is not the one on the line");
-    fuzz::check(sumsToZero(whole), "the completed frame fails its checksum");
+    fuzz::check(testsupport::sumsToZero(whole), "the completed frame fails its checksum");
     fuzz::check(stream.contains(whole), "the completed frame never was on the line");
 
     const CcTalk::Response copy(response);
@@ -166,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const QByteArray stream = buildStream(input);
 
     CcTalk::Response response;
-    ModelReceiver model;
+    testsupport::ReferenceAssembly model;
     if (!anySource) {
         response.expectFrom(device);
         model.expectedSource = device;

@@ -3,6 +3,7 @@
 #include "cctalk/device.h"
 
 #include <QList>
+#include <QStringList>
 
 namespace cctalktest {
 
@@ -24,5 +25,21 @@ public:
 
     QList<int> pauses;
 };
+
+// The INFO lines of commonInit for device 55 that names itself a CPI BCR payout with serial
+// number 12345.
+inline QStringList identityLog(const QString& build, const QString& firmware)
+{
+    return {
+        QStringLiteral("адрес на шине ccTalk - 55"),
+        QStringLiteral("Проверка соединения с устройством"),
+        QStringLiteral("тип устройства - Payout"),
+        QStringLiteral("производитель - CPI"),
+        QStringLiteral("модель - BCR"),
+        QStringLiteral("сборка - ") + build,
+        QStringLiteral("серийный номер - 12345"),
+        QStringLiteral("версия прошивки - ") + firmware,
+    };
+}
 
 } // namespace cctalktest

@@ -1,4 +1,5 @@
 #include "cctalk/coinid.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -8,8 +9,7 @@ class TestCoinId : public QObject
 private slots:
     void denominations_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<uint>("denom");
+        testsupport::columns<QString, uint>("text", "denom");
         QTest::newRow("RU001A") << QStringLiteral("RU001A") << 1u;
         QTest::newRow("RU010A") << QStringLiteral("RU010A") << 10u;
         QTest::newRow("RU050B") << QStringLiteral("RU050B") << 50u;

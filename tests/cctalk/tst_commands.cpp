@@ -1,4 +1,5 @@
 #include "cctalk/commands.h"
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -141,9 +142,7 @@ private slots:
 
     void dispensePattern_data()
     {
-        QTest::addColumn<QList<int>>("hoppers");
-        QTest::addColumn<QList<qlonglong>>("counts");
-        QTest::addColumn<QByteArray>("data");
+        testsupport::columns<QList<int>, QList<qlonglong>, QByteArray>("hoppers", "counts", "data");
         QTest::newRow("1x3 then 2x255") << QList<int>{1, 2} << QList<qlonglong>{3, 255}
                                         << hex("0103"
                                                "02ff");
@@ -195,9 +194,7 @@ private slots:
 
     void activityRegister_data()
     {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<int>("mask");
-        QTest::addColumn<bool>("set");
+        testsupport::columns<QByteArray, int, bool>("data", "mask", "set");
         QTest::newRow("idle, acceptance") << QByteArray("0000") << 4 << false;
         QTest::newRow("acceptance") << QByteArray("0400") << 4 << true;
         QTest::newRow("payout") << QByteArray("0c00") << 8 << true;
@@ -239,9 +236,7 @@ private slots:
 
     void coinId_data()
     {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<uint>("denom");
+        testsupport::columns<QByteArray, QString, uint>("data", "name", "denom");
         QTest::newRow("RU010A") << hex("525530313041") << QStringLiteral("RU010A") << 10u;
         QTest::newRow("RU5K0A") << hex("5255354b3041") << QStringLiteral("RU5K0A") << 5000u;
         QTest::newRow("cut at zero") << hex("525535000000") << QStringLiteral("RU5") << 0u;
@@ -267,9 +262,7 @@ private slots:
 
     void hopperBalance_data()
     {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<uint>("count");
+        testsupport::columns<QByteArray, QString, uint>("data", "name", "count");
         QTest::newRow("RU010A, 300") << hex("5255303130412c01") << QStringLiteral("RU010A") << 300u;
         QTest::newRow("RU5 and zeros") << hex("525535000000") << QStringLiteral("RU5") << 0u;
         QTest::newRow("RU5 and zeros, count") << hex("5255350000000a00") << QStringLiteral("RU5") << 10u;
@@ -300,8 +293,7 @@ private slots:
 
     void coinsInByType_data()
     {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<QList<uint>>("counts");
+        testsupport::columns<QByteArray, QList<uint>>("data", "counts");
         QList<uint> zeros;
         for (int i = 0; i < 16; ++i)
             zeros << 0;

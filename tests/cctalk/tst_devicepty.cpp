@@ -113,24 +113,14 @@ private:
     QList<QByteArray> requests;
 };
 
+// The identity answers by request header: category, manufacturer, product, build, serial
+// number 12345, firmware.
 QByteArray identityAnswer(const QByteArray& req)
 {
-    switch (quint8(req.at(3))) {
-    case 245:
-        return QByteArray("Payout");
-    case 246:
-        return QByteArray("CPI");
-    case 244:
-        return QByteArray("BCR");
-    case 192:
-        return QByteArray("B");
-    case 242:
-        return hex("393000");
-    case 241:
-        return QByteArray("2.1");
-    default:
-        return QByteArray();
-    }
+    static const QMap<quint8, QByteArray> answers{{245, QByteArray("Payout")}, {246, QByteArray("CPI")},
+                                                  {244, QByteArray("BCR")},    {192, QByteArray("B")},
+                                                  {242, hex("393000")},        {241, QByteArray("2.1")}};
+    return answers.value(quint8(req.at(3)));
 }
 
 } // namespace
@@ -210,16 +200,8 @@ private slots:
         device.setSerial(&port);
         testsupport::LogCapture log;
         device.commonInit();
-        QCOMPARE(log.texts(QStringLiteral("INFO")), QStringList({
-                                                        QStringLiteral("адрес на шине ccTalk - 55"),
-                                                        QStringLiteral("Проверка соединения с устройством"),
-                                                        QStringLiteral("тип устройства - Payout"),
-                                                        QStringLiteral("производитель - CPI"),
-                                                        QStringLiteral("модель - BCR"),
-                                                        QStringLiteral("сборка - B"),
-                                                        QStringLiteral("серийный номер - 12345"),
-                                                        QStringLiteral("версия прошивки - 2.1"),
-                                                    }));
+        QCOMPARE(log.texts(QStringLiteral("INFO")),
+                 cctalktest::identityLog(QStringLiteral("B"), QStringLiteral("2.1")));
         QCOMPARE(pty.heard().size(), 7);
     }
 };

@@ -1,4 +1,5 @@
 #include "cctalk/exception.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -17,9 +18,7 @@ private slots:
 
     void what_data()
     {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QByteArray>("what");
+        testsupport::columns<QString, QString, QByteArray>("message", "name", "what");
         QTest::newRow("no name") << QStringLiteral("Нет связи") << QString()
                                  << QByteArray(
                                         "\xd0\x9d\xd0\xb5\xd1\x82 \xd1\x81\xd0\xb2\xd1\x8f\xd0\xb7\xd0\xb8");

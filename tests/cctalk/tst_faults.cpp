@@ -1,4 +1,5 @@
 #include "cctalk/faults.h"
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -40,12 +41,8 @@ private slots:
     // Module 3, every code: message, fatal, and which unit kinds it marks faulty.
     void errorStatus_data()
     {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<bool>("fatal");
-        QTest::addColumn<bool>("hopper");
-        QTest::addColumn<bool>("acceptor");
-        QTest::addColumn<bool>("cashbox");
+        testsupport::columns<int, QString, bool, bool, bool, bool>("code", "message", "fatal", "hopper",
+                                                                   "acceptor", "cashbox");
         QTest::newRow("1") << 1 << QStringLiteral("Хоппер 3 пустой") << false << false << false << false;
         QTest::newRow("2") << 2 << QStringLiteral("Хоппер 3, заклинивание") << false << true << false
                            << false;
@@ -101,12 +98,10 @@ private slots:
 
     void hopperNumberInMessage_data()
     {
-        QTest::addColumn<int>("module");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("1") << 1 << QStringLiteral("Хоппер 1 неисправен");
-        QTest::newRow("12") << 12 << QStringLiteral("Хоппер 12 неисправен");
-        QTest::newRow("255") << 255 << QStringLiteral("Хоппер 255 неисправен");
-        QTest::newRow("0") << 0 << QStringLiteral("Хоппер 0 неисправен");
+        testsupport::columns<int, QString>("module", "message");
+        for (int module : {1, 12, 255, 0})
+            QTest::newRow(QByteArray::number(module).constData())
+                << module << QStringLiteral("Хоппер %1 неисправен").arg(module);
     }
 
     void hopperNumberInMessage()
@@ -180,9 +175,7 @@ private slots:
 
     void selfcheck_data()
     {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<int>("extra");
-        QTest::addColumn<QString>("message");
+        testsupport::columns<int, int, QString>("code", "extra", "message");
         QTest::newRow("1") << 1 << 0 << QStringLiteral("Ошибка EEPROM приемника монет");
         QTest::newRow("1/9") << 1 << 9 << QStringLiteral("Ошибка EEPROM приемника монет");
         QTest::newRow("2/6") << 2 << 6

@@ -1,5 +1,6 @@
 #include "cctalk/header.h"
 #include "cctalk/package.h"
+#include "support/columns.h"
 
 #include <QMetaEnum>
 #include <QSet>
@@ -228,9 +229,7 @@ private slots:
 
     void keys_data()
     {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QByteArray>("key");
-        QTest::addColumn<int>("value");
+        testsupport::columns<int, QByteArray, int>("index", "key", "value");
         int i = 0;
         for (const Key& k : headerTable) {
             QTest::newRow(k.name) << i << QByteArray(k.name) << k.value;
@@ -282,20 +281,28 @@ private slots:
 
     void namesOfExamples_data()
     {
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("simple poll") << 254 << QStringLiteral("simplePoll (254)");
-        QTest::newRow("answer") << 0 << QStringLiteral("answer (0)");
-        QTest::newRow("NAK") << 5 << QStringLiteral("NAK (5)");
-        QTest::newRow("BUSY") << 6 << QStringLiteral("BUSY (6)");
-        QTest::newRow("7") << 7 << QStringLiteral(" (7)");
-        QTest::newRow("81") << 81 << QStringLiteral(" (81)");
-        QTest::newRow("190") << 190 << QStringLiteral(" (190)");
-        QTest::newRow("205") << 205 << QStringLiteral(" (205)");
-        QTest::newRow("Encryp") << 108 << QStringLiteral("reqEncrypMonetaryId (108)");
-        QTest::newRow("small a") << 200 << QStringLiteral("aCMIUnencryptedProductId (200)");
-        QTest::newRow("USB") << 114 << QStringLiteral("reqUSBId (114)");
-        QTest::newRow("DH") << 235 << QStringLiteral("readDHPublicKey (235)");
+        testsupport::columns<int, QString>("header", "name");
+        const struct
+        {
+            const char* row;
+            int header;
+            const char* name;
+        } examples[] = {
+            {"simple poll", 254, "simplePoll (254)"},
+            {"answer", 0, "answer (0)"},
+            {"NAK", 5, "NAK (5)"},
+            {"BUSY", 6, "BUSY (6)"},
+            {"7", 7, " (7)"},
+            {"81", 81, " (81)"},
+            {"190", 190, " (190)"},
+            {"205", 205, " (205)"},
+            {"Encryp", 108, "reqEncrypMonetaryId (108)"},
+            {"small a", 200, "aCMIUnencryptedProductId (200)"},
+            {"USB", 114, "reqUSBId (114)"},
+            {"DH", 235, "readDHPublicKey (235)"},
+        };
+        for (const auto& e : examples)
+            QTest::newRow(e.row) << e.header << QString::fromLatin1(e.name);
     }
 
     void namesOfExamples()
@@ -309,11 +316,7 @@ private slots:
     // unsigned and matches the signed enumeration for every value.
     void receivedHeaderBytes_data()
     {
-        QTest::addColumn<QByteArray>("frame");
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("nak");
-        QTest::addColumn<bool>("busy");
+        testsupport::columns<QByteArray, int, QString, bool, bool>("frame", "header", "name", "nak", "busy");
         QTest::newRow("answer") << QByteArray::fromHex("01003700c8") << 0 << QStringLiteral("answer (0)")
                                 << false << false;
         QTest::newRow("NAK") << QByteArray::fromHex("01003705c3") << 5 << QStringLiteral("NAK (5)") << true

@@ -1,4 +1,6 @@
 #include "cctalk/package.h"
+#include "referenceassembly.h"
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -8,6 +10,7 @@
 
 using testsupport::frame;
 using testsupport::hex;
+using testsupport::ReferenceAssembly;
 using testsupport::reply;
 using testsupport::request;
 
@@ -25,64 +28,6 @@ class OpenResponse : public CcTalk::Response
 {
 public:
     QByteArray pending() const { return buffer; }
-};
-
-// The assembly rules written out plainly, one byte removed at a time, to check the
-// driver's single-pass scan against.
-struct ReferenceAssembly
-{
-    QByteArray buffer;
-    QByteArray taken;
-    bool valid = false;
-    int expectedSource = -1;
-    int foreign = 0;
-    int dropped = 0;
-
-    static bool sumsToZero(const QByteArray& a)
-    {
-        int sum = 0;
-        for (char c : a)
-            sum += quint8(c);
-        return sum % 256 == 0;
-    }
-
-    void add(const QByteArray& raw)
-    {
-        valid = false;
-        buffer.append(raw);
-        for (;;) {
-            if (buffer.size() <= 4)
-                return;
-            const int e = quint8(buffer.at(1)) + 5;
-            if (e > 255) {
-                buffer.remove(0, 1);
-                ++dropped;
-                continue;
-            }
-            if (e > buffer.size())
-                return;
-            if (!sumsToZero(buffer.left(e))) {
-                buffer.remove(0, 1);
-                ++dropped;
-                continue;
-            }
-            const int dest = quint8(buffer.at(0));
-            const int src = quint8(buffer.at(2));
-            if (src == 1) {
-                buffer.remove(0, e);
-                continue;
-            }
-            if (dest != 1 || (expectedSource >= 0 && src != expectedSource)) {
-                buffer.remove(0, e);
-                ++foreign;
-                continue;
-            }
-            taken = buffer;
-            buffer.clear();
-            valid = true;
-            return;
-        }
-    }
 };
 
 QByteArray randomStream(std::mt19937& random, int size)
@@ -169,10 +114,7 @@ private slots:
 
     void serialise_data()
     {
-        QTest::addColumn<int>("dest");
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<QByteArray>("expected");
+        testsupport::columns<int, int, QByteArray, QByteArray>("dest", "header", "data", "expected");
 
         QTest::newRow("simple poll to 55") << 55 << 254 << QByteArray() << hex("370001feca");
         QTest::newRow("simple poll to 0") << 0 << 254 << QByteArray() << hex("000001fe01");
@@ -201,8 +143,7 @@ private slots:
     // length as a signed count.
     void longFrames_data()
     {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<int>("checksum");
+        testsupport::columns<int, int>("size", "checksum");
         QTest::newRow("122") << 122 << 0x7f;
         QTest::newRow("123") << 123 << 0x7d;
         QTest::newRow("124") << 124 << 0x00;
@@ -239,8 +180,7 @@ private slots:
 
     void calkCrc_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<int>("crc");
+        testsupport::columns<QByteArray, int>("bytes", "crc");
         QTest::newRow("empty") << QByteArray() << 0;
         QTest::newRow("one zero") << hex("00") << 0;
         QTest::newRow("one byte") << hex("02") << 0xfe;
@@ -265,11 +205,7 @@ private slots:
 
     void setRawData_data()
     {
-        QTest::addColumn<QByteArray>("raw");
-        QTest::addColumn<int>("dest");
-        QTest::addColumn<int>("src");
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QByteArray>("data");
+        testsupport::columns<QByteArray, int, int, int, QByteArray>("raw", "dest", "src", "header", "data");
         QTest::newRow("frame") << hex("0103370011223341") << 1 << 55 << 0 << hex("112233");
         QTest::newRow("checksum not checked") << hex("0103370011223300") << 1 << 55 << 0 << hex("112233");
         QTest::newRow("no checksum byte") << hex("01033700112233") << 1 << 55 << 0 << hex("112233");
@@ -335,8 +271,7 @@ private slots:
 
     void toLog_data()
     {
-        QTest::addColumn<QByteArray>("raw");
-        QTest::addColumn<QString>("text");
+        testsupport::columns<QByteArray, QString>("raw", "text");
         QTest::newRow("simple poll") << hex("370001fe")
                                      << QStringLiteral("simplePoll (254), data ='', src = 1, dest = 55");
         QTest::newRow("hopper balance")
@@ -367,11 +302,8 @@ private slots:
 
     void setUint_data()
     {
-        QTest::addColumn<QByteArray>("initial");
-        QTest::addColumn<uint>("value");
-        QTest::addColumn<int>("pos");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<QByteArray>("data");
+        testsupport::columns<QByteArray, uint, int, int, QByteArray>("initial", "value", "pos", "count",
+                                                                     "data");
         QTest::newRow("one byte") << QByteArray() << 0x1234u << 0 << 1 << hex("34");
         QTest::newRow("two bytes") << QByteArray() << 0x1234u << 0 << 2 << hex("3412");
         QTest::newRow("four bytes") << QByteArray() << 123456u << 0 << 4 << hex("40e20100");
@@ -397,10 +329,7 @@ private slots:
 
     void getUint_data()
     {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<int>("pos");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<uint>("value");
+        testsupport::columns<QByteArray, int, int, uint>("data", "pos", "count", "value");
         QTest::newRow("0,3 on 01 02 03") << hex("010203") << 0 << 3 << 197121u;
         QTest::newRow("2,4 on 01 02 03") << hex("010203") << 2 << 4 << 3u;
         QTest::newRow("0,1") << hex("010203") << 0 << 1 << 1u;
@@ -435,8 +364,7 @@ private slots:
 
     void getByte_data()
     {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<int>("value");
+        testsupport::columns<int, int>("index", "value");
         QTest::newRow("first") << 0 << 0x01;
         QTest::newRow("high bit unsigned") << 1 << 0xff;
         QTest::newRow("last") << 2 << 0x80;
@@ -471,8 +399,7 @@ private slots:
 
     void assemblySplitAnywhere_data()
     {
-        QTest::addColumn<int>("first");
-        QTest::addColumn<int>("second");
+        testsupport::columns<int, int>("first", "second");
         const int length = (request(254) + reply(hex("0102"))).size();
         for (int a = 0; a <= length; ++a)
             for (int b = a; b <= length; ++b)
@@ -704,8 +631,7 @@ private slots:
 
     void onlyTheExpectedSourceCompletes_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("valid");
+        testsupport::columns<QByteArray, bool>("bytes", "valid");
         QTest::newRow("from 55 to the host") << frame(1, 55, 0, hex("01")) << true;
         QTest::newRow("NAK from 55") << frame(1, 55, 5) << true;
         QTest::newRow("from 56 to the host") << frame(1, 56, 0, hex("01")) << false;
@@ -740,9 +666,7 @@ private slots:
 
     void nakAndBusyAreValid_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("nak");
-        QTest::addColumn<bool>("busy");
+        testsupport::columns<QByteArray, bool, bool>("bytes", "nak", "busy");
         QTest::newRow("answer") << reply() << false << false;
         QTest::newRow("NAK") << testsupport::nak() << true << false;
         QTest::newRow("BUSY") << testsupport::busy() << false << true;
@@ -819,7 +743,7 @@ private slots:
                     continue;
                 ++completed;
                 CcTalk::Package expected;
-                expected.setRawData(model.taken);
+                expected.setRawData(model.frame);
                 QVERIFY(r == expected);
                 if (freshAfterAnswer) {
                     const int source = model.expectedSource;
@@ -837,10 +761,7 @@ private slots:
 
     void fromHex_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("src");
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QByteArray>("data");
+        testsupport::columns<QString, int, int, QByteArray>("text", "src", "header", "data");
         QTest::newRow("correct frame") << QStringLiteral("0102370011ff") << 55 << 0 << hex("11ff");
         QTest::newRow("spaces, no checksum") << QStringLiteral("01 02 37 00 11 FF") << 55 << 0 << hex("11ff");
         QTest::newRow("bad checksum") << QStringLiteral("010137050800") << 55 << 5 << hex("08");

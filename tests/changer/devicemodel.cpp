@@ -89,6 +89,12 @@ void DeviceModel::setAudit(quint8 group, quint8 index, quint32 value)
     on(86, pair(group, index), le(value, 4));
 }
 
+void DeviceModel::setAudits(quint8 group, const QMap<quint8, quint32>& values)
+{
+    for (auto it = values.constBegin(); it != values.constEnd(); ++it)
+        setAudit(group, it.key(), it.value());
+}
+
 void DeviceModel::setAuditSequence(quint8 group, quint8 index, const QList<quint32>& values)
 {
     QList<QByteArray> replies;

@@ -40,6 +40,8 @@ public:
     void setErrorStatus(quint8 module, quint8 code);
     void setSelfcheck(quint8 fault, quint8 extra);
     void setAudit(quint8 group, quint8 index, quint32 value);
+    // One audit group's counters, by index.
+    void setAudits(quint8 group, const QMap<quint8, quint32>& values);
     void setAuditSequence(quint8 group, quint8 index, const QList<quint32>& values);
     void setCoinsIn(const QMap<int, quint16>& counts);
     void setCoinsInSequence(const QList<QMap<int, quint16>>& polls);

@@ -1,5 +1,6 @@
 #include "cctalk/exception.h"
 #include "devicemodel.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
 
@@ -30,12 +31,17 @@ void standard(Rig& rig)
     rig.model.setCoinsIn({});
 }
 
-// The same recycler simulated.
-sim::Config standardRecycler()
+// The same recycler simulated, its units discovered.
+struct StandardSimRig : SimChangerRig
 {
-    return recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
-                    {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
-}
+    StandardSimRig()
+        : SimChangerRig(
+              recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
+                       {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0))
+    {
+        discover();
+    }
+};
 
 // Coins put into the acceptor at a position, waited for until they have landed.
 void land(SimChangerRig& rig, int position, int coins = 1)
@@ -59,11 +65,11 @@ private slots:
     void firstPollCountsFromTheStartOfTheSession();
     void unchangedCountersReportNothing();
     void positionsOfOneDenominationAddUp();
-    void rollOverCountsTheCoinsThatWentIn();
     void counterGoingDownIsTakenAsNewBaseline();
     void corruptedCounterIsNeverReported();
     void longGapBetweenPollsAllowsMoreCoins();
-    void unknownPositionCountsForDenominationZero();
+    void onePollReportsTheCoins_data();
+    void onePollReportsTheCoins();
     void newSessionNeverReportsEarlierCoins();
     void sessionWithEverythingExcludedReportsNothing();
     void sessionStartedAgainWithoutStop();
@@ -146,8 +152,7 @@ void TestAcceptance::positionsBeyondTheRegisterAreNotEnabled()
 
 void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.refuse(231);
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.cashInStart(false, {}); }),
              QStringLiteral("Ошибка выполнения команды"));
@@ -164,8 +169,7 @@ void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
 // acceptor is inhibited again and the start fails.
 void TestAcceptance::baselineFailureInhibitsAgain()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.refuse(82);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStart(false, {}), CcTalk::NakException);
     QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(231, bytes({0x0F, 0x00})), req(82),
@@ -209,8 +213,7 @@ void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 
 void TestAcceptance::unchangedCountersReportNothing()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     land(rig, 2, 7);
     rig.changer.checkMoneyIn();
@@ -227,8 +230,7 @@ void TestAcceptance::unchangedCountersReportNothing()
 
 void TestAcceptance::positionsOfOneDenominationAddUp()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     land(rig, 3, 10);
     land(rig, 4, 20);
@@ -242,23 +244,6 @@ void TestAcceptance::positionsOfOneDenominationAddUp()
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{200, 3}}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList{QStringLiteral("Принято: 6.00. номиналы: 2.00 x 3")});
-}
-
-// The counters are 16 bits wide: 65535 then 1 is two coins.
-void TestAcceptance::rollOverCountsTheCoinsThatWentIn()
-{
-    // The simulator's counters start at 0 and grow by the coins it takes.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 65535}});
-    rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{1, 1}});
-    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
-    testsupport::LogCapture log;
-    rig.changer.checkMoneyIn();
-    QCOMPARE(received.size(), 1);
-    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
-    QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
 }
 
 // A device that restarts its counters during acceptance: no coins, a warning, and
@@ -311,8 +296,7 @@ void TestAcceptance::corruptedCounterIsNeverReported()
 // coins, 200 coins between two readings a moment apart are not.
 void TestAcceptance::longGapBetweenPollsAllowsMoreCoins()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     qint64 now = 1000;
     rig.changer.setClock([&now] { return now; });
     rig.changer.cashInStart(false, {});
@@ -328,20 +312,43 @@ void TestAcceptance::longGapBetweenPollsAllowsMoreCoins()
     QCOMPARE(rig.changer.lastCounts().value(1), 400u);
 }
 
-void TestAcceptance::unknownPositionCountsForDenominationZero()
+using Counts = QMap<int, quint16>;
+using Denoms = QMap<unsigned int, long long>;
+
+// One poll on the modelled device after the session started at the counts `before`.
+void TestAcceptance::onePollReportsTheCoins_data()
 {
+    testsupport::columns<Counts, Counts, Denoms, QString, QStringList>("before", "after", "denoms", "level",
+                                                                       "lines");
+    // The counters are 16 bits wide: 65535 then 1 is two coins. The simulator's counters start
+    // at 0 and grow by the coins it takes.
+    QTest::newRow("rollOverCountsTheCoinsThatWentIn")
+        << Counts{{1, 65535}} << Counts{{1, 1}} << denoms({{100, 2}}) << QStringLiteral("WARN")
+        << QStringList();
     // The simulator reports every position it takes a coin at.
+    QTest::newRow("unknownPositionCountsForDenominationZero")
+        << Counts() << Counts{{9, 3}, {1, 1}} << denoms({{0, 3}, {100, 1}}) << QStringLiteral("INFO")
+        << QStringList{QStringLiteral("Принято: 1.00. номиналы: 0.00 x 3, 1.00 x 1")};
+}
+
+void TestAcceptance::onePollReportsTheCoins()
+{
+    QFETCH(Counts, before);
+    QFETCH(Counts, after);
+    QFETCH(Denoms, denoms);
+    QFETCH(QString, level);
+    QFETCH(QStringList, lines);
     Rig rig;
     standard(rig);
+    rig.model.setCoinsIn(before);
     rig.changer.cashInStart(false, {});
-    rig.model.setCoinsIn({{9, 3}, {1, 1}});
+    rig.model.setCoinsIn(after);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
-    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{0, 3}, {100, 1}}));
-    QCOMPARE(log.texts(QStringLiteral("INFO")),
-             QStringList{QStringLiteral("Принято: 1.00. номиналы: 0.00 x 3, 1.00 x 1")});
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms);
+    QCOMPARE(log.texts(level), lines);
 }
 
 void TestAcceptance::newSessionNeverReportsEarlierCoins()
@@ -391,8 +398,7 @@ void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 
 void TestAcceptance::sessionStartedAgainWithoutStop()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     land(rig, 2);
@@ -416,8 +422,7 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
 
 void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     land(rig, 1);
     rig.changer.checkMoneyIn();
@@ -438,8 +443,7 @@ void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 
 void TestAcceptance::stopWithoutPollingMakesNoFinalPoll()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStop();
     QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
     QVERIFY(!rig.changer.isAccepting());
@@ -447,8 +451,7 @@ void TestAcceptance::stopWithoutPollingMakesNoFinalPoll()
 
 void TestAcceptance::stopWaitsForAcceptanceToEnd()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     rig.activitySequence({4, 4, 4, 0, 0});
     rig.line.clearTransactions();
@@ -514,8 +517,7 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 // The link is gone: the inhibit fails quietly, with a warning, and polling ends.
 void TestAcceptance::inhibitAfterFailedPollMayFail()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     rig.refuse(82);
     rig.refuse(231);
@@ -534,8 +536,7 @@ void TestAcceptance::inhibitAfterFailedPollMayFail()
 
 void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     rig.device().insertCoin(3);
     rig.line.advance(rig.line.config().coinAcceptMs);
@@ -561,8 +562,7 @@ void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 
 void TestAcceptance::pollWithoutAcceptingDoesNotRearm()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.checkMoneyIn();
     QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(123)}));
     QVERIFY(!rig.changer.timer()->isActive());
@@ -592,8 +592,7 @@ void TestAcceptance::timerDrivesThePolls()
 
 void TestAcceptance::receivedCanBeQueued()
 {
-    SimChangerRig rig(standardRecycler());
-    rig.discover();
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
     land(rig, 2);
     QList<SumDetailed> delivered;

@@ -1,4 +1,5 @@
 #include "changer/coincounts.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -25,8 +26,7 @@ class TestCoinCount : public QObject
 private slots:
     void bound_data()
     {
-        QTest::addColumn<qint64>("elapsed");
-        QTest::addColumn<unsigned int>("coins");
+        testsupport::columns<qint64, unsigned int>("elapsed", "coins");
         QTest::newRow("none") << qint64(0) << 25u;
         QTest::newRow("one poll") << qint64(200) << 25u;
         QTest::newRow("just under a second") << qint64(999) << 25u;
@@ -47,10 +47,7 @@ private slots:
     // Two readings 200 ms apart: what the second adds to the first.
     void step_data()
     {
-        QTest::addColumn<Counters>("before");
-        QTest::addColumn<Counters>("after");
-        QTest::addColumn<Counters>("added");
-        QTest::addColumn<Rebased>("rebased");
+        testsupport::columns<Counters, Counters, Counters, Rebased>("before", "after", "added", "rebased");
         QTest::newRow("unchanged") << at(5, 7) << at(5, 7) << Counters() << Rebased();
         QTest::newRow("one coin") << at(5, 7) << at(6, 7) << Counters{{1, 1}} << Rebased();
         QTest::newRow("both positions") << at(5, 7) << at(8, 9) << Counters{{1, 3}, {2, 2}} << Rebased();

@@ -29,10 +29,7 @@ void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
     Rig rig;
     rig.changer.setPositions({{1, 100}, {3, 200}, {2, 200}, {4, 1000}});
     rig.model.setActivity(0);
-    rig.model.setAudit(70, 1, 11);
-    rig.model.setAudit(70, 2, 5);
-    rig.model.setAudit(70, 3, 7);
-    rig.model.setAudit(70, 4, 0);
+    rig.model.setAudits(70, {{1, 11}, {2, 5}, {3, 7}, {4, 0}});
     testsupport::LogCapture log;
     const SumDetailed accepted = rig.changer.getAcceptedCounters();
     QCOMPARE(rig.serial.writes, frames({req(123), req(86, bytes({70, 1})), req(86, bytes({70, 2})),
@@ -81,12 +78,8 @@ void TestCounters::hoppersOfOneDenominationAddUp()
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit(100),
                           hopperUnit(QStringLiteral("hopper2"), 1000),
                           hopperUnit(QStringLiteral("hopper4"), 500)});
-    rig.model.setAudit(80, 1, 10);
-    rig.model.setAudit(87, 1, 5);
-    rig.model.setAudit(80, 2, 1);
-    rig.model.setAudit(87, 2, 0);
-    rig.model.setAudit(80, 4, 3);
-    rig.model.setAudit(87, 4, 1);
+    rig.model.setAudits(80, {{1, 10}, {2, 1}, {4, 3}});
+    rig.model.setAudits(87, {{1, 5}, {2, 0}, {4, 1}});
     testsupport::LogCapture log;
     const QMap<unsigned int, long long> counters = rig.changer.getHoppersCounters();
     QCOMPARE(counters, denoms({{500, 19}, {1000, 1}}));
@@ -133,10 +126,8 @@ void TestCounters::countersAreSixtyFourBitSums()
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 1), hopperUnit(QStringLiteral("hopper2"), 1)});
-    rig.model.setAudit(80, 1, 0xFFFFFFFFu);
-    rig.model.setAudit(87, 1, 0xFFFFFFFFu);
-    rig.model.setAudit(80, 2, 2);
-    rig.model.setAudit(87, 2, 0);
+    rig.model.setAudits(80, {{1, 0xFFFFFFFFu}, {2, 2}});
+    rig.model.setAudits(87, {{1, 0xFFFFFFFFu}, {2, 0}});
     testsupport::LogCapture log;
     QCOMPARE(rig.changer.getHoppersCounters(), denoms({{1, 8589934592LL}}));
     QCOMPARE(significant(log),
@@ -150,10 +141,8 @@ void TestCounters::dispensedCountersWaitForThePayout()
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
     rig.model.setActivitySequence({8, 0, 0});
-    rig.model.setAudit(80, 1, 10);
-    rig.model.setAudit(87, 1, 5);
-    rig.model.setAudit(80, 2, 1);
-    rig.model.setAudit(87, 2, 2);
+    rig.model.setAudits(80, {{1, 10}, {2, 1}});
+    rig.model.setAudits(87, {{1, 5}, {2, 2}});
     testsupport::LogCapture log;
     const SumDetailed dispensed = rig.changer.getDispensedCounters();
     QCOMPARE(dispensed.denoms, denoms({{500, 15}, {1000, 3}}));
@@ -180,9 +169,8 @@ void TestCounters::failureDiscardsThePartialResult()
     Rig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
-    rig.model.setAudit(80, 1, 10);
+    rig.model.setAudits(80, {{1, 10}, {2, 1}});
     rig.model.setAudit(87, 1, 5);
-    rig.model.setAudit(80, 2, 1);
     rig.model.on(86, bytes({87, 2}), DeviceModel::nak());
     testsupport::LogCapture log;
     QVERIFY_EXCEPTION_THROWN(rig.changer.getHoppersCounters(), CcTalk::NakException);

@@ -1,5 +1,6 @@
 #include "cctalk/exception.h"
 #include "devicemodel.h"
+#include "support/columns.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
@@ -79,8 +80,8 @@ class TestMaintenance : public QObject
 private slots:
     void initTestCase();
 
-    void counterAtTheIntervalIsInOrder();
-    void counterPastTheIntervalNeedsService();
+    void counterAgainstTheInterval_data();
+    void counterAgainstTheInterval();
     void counterAboveSignedRangeIsInOrder();
     void cashboxSendsNothingAndStillLogs();
     void hopperNumberFromTheName();
@@ -90,10 +91,8 @@ private slots:
     void doneOnANonHopperSendsNothing();
     void counterFailurePassesThrough();
 
-    void clockTenSecondsAwayIsLeftAlone_data();
-    void clockTenSecondsAwayIsLeftAlone();
-    void clockElevenSecondsAwayIsSet_data();
-    void clockElevenSecondsAwayIsSet();
+    void clockSetOnlyElevenSecondsAway_data();
+    void clockSetOnlyElevenSecondsAway();
     void clockSetFailurePassesThrough();
 };
 
@@ -102,44 +101,43 @@ void TestMaintenance::initTestCase()
     qputenv("TZ", "UTC");
 }
 
-void TestMaintenance::counterAtTheIntervalIsInOrder()
+// A hopper is in order up to 500000 coins paid out, its counter at group 80.
+void TestMaintenance::counterAgainstTheInterval_data()
 {
-    // The simulator's audit counters only count the coins it moved.
-    Rig rig;
-    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100), cashboxUnit()});
-    rig.model.setAudit(80, 1, 500000);
-    testsupport::LogCapture log;
-    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper1"));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, 1}))});
-    QCOMPARE(info.unitName, QStringLiteral("hopper1"));
-    QCOMPARE(info.status, true);
-    QCOMPARE(info.cycles, 500000);
-    QCOMPARE(info.interval, 500000);
-    QVERIFY(info.description.isEmpty());
-    QCOMPARE(significant(log),
-             QStringList{QStringLiteral(
-                 "INFO hopper1, статус OK, кол-во циклов 500000, интервал обслуживания 500000")});
+    testsupport::columns<QString, int, quint32, bool, QString, QString>("unit", "hopper", "cycles", "status",
+                                                                        "description", "logged");
+    QTest::newRow("at the interval: in order")
+        << QStringLiteral("hopper1") << 1 << 500000u << true << QString()
+        << QStringLiteral("INFO hopper1, статус OK, кол-во циклов 500000, интервал обслуживания 500000");
+    QTest::newRow("past the interval: needs service")
+        << QStringLiteral("hopper2") << 2 << 500001u << false
+        << QStringLiteral("износ выбрасывающего механизма")
+        << QStringLiteral("INFO hopper2, статус износ выбрасывающего механизма, кол-во циклов 500001, "
+                          "интервал обслуживания 500000");
 }
 
-void TestMaintenance::counterPastTheIntervalNeedsService()
+void TestMaintenance::counterAgainstTheInterval()
 {
+    QFETCH(QString, unit);
+    QFETCH(int, hopper);
+    QFETCH(quint32, cycles);
+    QFETCH(bool, status);
+    QFETCH(QString, description);
+    QFETCH(QString, logged);
     // The simulator's audit counters only count the coins it moved.
     Rig rig;
-    rig.changer.setUnits(
-        {hopperUnit(QStringLiteral("hopper1"), 100), hopperUnit(QStringLiteral("hopper2"), 500)});
-    rig.model.setAudit(80, 2, 500001);
+    rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100),
+                          hopperUnit(QStringLiteral("hopper2"), 500), cashboxUnit()});
+    rig.model.setAudit(80, quint8(hopper), cycles);
     testsupport::LogCapture log;
-    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper2"));
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, 2}))});
-    QCOMPARE(info.unitName, QStringLiteral("hopper2"));
-    QCOMPARE(info.status, false);
-    QCOMPARE(info.cycles, 500001);
+    const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(unit);
+    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, hopper}))});
+    QCOMPARE(info.unitName, unit);
+    QCOMPARE(info.status, status);
+    QCOMPARE(info.cycles, int(cycles));
     QCOMPARE(info.interval, 500000);
-    QCOMPARE(info.description, QStringLiteral("износ выбрасывающего механизма"));
-    QCOMPARE(significant(log),
-             QStringList{
-                 QStringLiteral("INFO hopper2, статус износ выбрасывающего механизма, кол-во циклов 500001, "
-                                "интервал обслуживания 500000")});
+    QCOMPARE(info.description, description);
+    QCOMPARE(significant(log), QStringList{logged});
 }
 
 void TestMaintenance::counterAboveSignedRangeIsInOrder()
@@ -182,10 +180,7 @@ void TestMaintenance::hopperNumberFromTheName()
                      hopperUnit(QStringLiteral("hopper300"), 500),
                      hopperUnit(QStringLiteral("hopperX"), 1000),
                      hopperUnit(QStringLiteral("hopper1hopper2"), 1000)};
-    model.setAudit(80, 2, 7);
-    model.setAudit(80, 0, 8);
-    model.setAudit(80, 44, 9);
-    model.setAudit(80, 12, 10);
+    model.setAudits(80, {{2, 7}, {0, 8}, {44, 9}, {12, 10}});
     QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper2")).cycles, 7);
     QCOMPARE(changer.maintanenceInfo(QStringLiteral("hopper")).cycles, 8);
     // the low 8 bits of 300
@@ -259,39 +254,32 @@ void TestMaintenance::counterFailurePassesThrough()
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Ошибка выполнения команды")});
 }
 
-void TestMaintenance::clockTenSecondsAwayIsLeftAlone_data()
+// Ten seconds apart the device clock is left alone, from eleven on it is set.
+void TestMaintenance::clockSetOnlyElevenSecondsAway_data()
 {
-    QTest::addColumn<int>("offset");
-    QTest::newRow("behind") << -10;
-    QTest::newRow("ahead") << 10;
-    QTest::newRow("same") << 0;
+    testsupport::columns<int, bool>("offset", "set");
+    QTest::newRow("10 behind") << -10 << false;
+    QTest::newRow("10 ahead") << 10 << false;
+    QTest::newRow("same") << 0 << false;
+    QTest::newRow("11 behind") << -11 << true;
+    QTest::newRow("11 ahead") << 11 << true;
+    QTest::newRow("far ahead") << 86400 << true;
 }
 
-void TestMaintenance::clockTenSecondsAwayIsLeftAlone()
+void TestMaintenance::clockSetOnlyElevenSecondsAway()
 {
     QFETCH(int, offset);
+    QFETCH(bool, set);
     const ClockRun run = runClock(offset);
     QVERIFY(run.deviceSecs != 0);
-    QCOMPARE(run.writes, QList<QByteArray>{req(115)});
-    QCOMPARE(run.log, QStringList{QStringLiteral("INFO Время в устройстве: ") + shown(run.deviceSecs)});
-}
-
-void TestMaintenance::clockElevenSecondsAwayIsSet_data()
-{
-    QTest::addColumn<int>("offset");
-    QTest::newRow("behind") << -11;
-    QTest::newRow("ahead") << 11;
-    QTest::newRow("far ahead") << 86400;
-}
-
-void TestMaintenance::clockElevenSecondsAwayIsSet()
-{
-    QFETCH(int, offset);
-    const ClockRun run = runClock(offset);
-    QVERIFY(run.deviceSecs != 0);
-    QCOMPARE(run.writes, QList<QByteArray>({req(115), req(116, DeviceModel::le(quint32(run.hostSecs), 4))}));
-    QCOMPARE(run.log, QStringList({QStringLiteral("INFO Время в устройстве: ") + shown(run.deviceSecs),
-                                   QStringLiteral("INFO Установка времени")}));
+    QList<QByteArray> writes{req(115)};
+    QStringList log{QStringLiteral("INFO Время в устройстве: ") + shown(run.deviceSecs)};
+    if (set) {
+        writes << req(116, DeviceModel::le(quint32(run.hostSecs), 4));
+        log << QStringLiteral("INFO Установка времени");
+    }
+    QCOMPARE(run.writes, writes);
+    QCOMPARE(run.log, log);
 }
 
 void TestMaintenance::clockSetFailurePassesThrough()

@@ -1,5 +1,6 @@
 #include "cctalk/exception.h"
 #include "devicemodel.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
 
@@ -45,11 +46,8 @@ QList<QByteArray> quietStateCheck()
 // self-check answer the device gives.
 void addDeviceColumns()
 {
-    QTest::addColumn<QList<quint16>>("activity");
-    QTest::addColumn<int>("module");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("fault");
-    QTest::addColumn<int>("extra");
+    testsupport::columns<QList<quint16>, int, int, int, int>("activity", "module", "status", "fault",
+                                                             "extra");
 }
 
 void setUpDevice(SimChangerRig& rig)
@@ -102,11 +100,8 @@ private slots:
 void TestSupervision::checkError_data()
 {
     addDeviceColumns();
-    QTest::addColumn<QString>("thrown");
-    QTest::addColumn<QList<QByteArray>>("writes");
-    QTest::addColumn<QStringList>("log");
-    QTest::addColumn<bool>("reset");
-    QTest::addColumn<QString>("pending");
+    testsupport::columns<QString, QList<QByteArray>, QStringList, bool, QString>("thrown", "writes", "log",
+                                                                                 "reset", "pending");
 
     const QList<QByteArray> all{req(123), req(122), req(232)};
     QTest::newRow("withoutFaultBitsAsksOnlyTheRegister")
@@ -225,15 +220,8 @@ void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
 void TestSupervision::wait_data()
 {
     addDeviceColumns();
-    QTest::addColumn<int>("bit");
-    QTest::addColumn<int>("polls");
-    QTest::addColumn<QString>("what");
-    QTest::addColumn<bool>("checkErrors");
-    QTest::addColumn<QString>("thrown");
-    QTest::addColumn<QList<QByteArray>>("writes");
-    QTest::addColumn<QList<int>>("sleeps");
-    QTest::addColumn<QStringList>("log");
-    QTest::addColumn<bool>("reset");
+    testsupport::columns<int, int, QString, bool, QString, QList<QByteArray>, QList<int>, QStringList, bool>(
+        "bit", "polls", "what", "checkErrors", "thrown", "writes", "sleeps", "log", "reset");
 
     const QString payout = QStringLiteral("завершения выдачи монет");
     const QStringList payoutTimeout{QStringLiteral("INFO Выполняется ожидание завершения выдачи монет..."),

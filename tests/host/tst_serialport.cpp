@@ -1,4 +1,5 @@
 #include "host/serialport.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QtTest>
@@ -29,21 +30,23 @@ private slots:
 
     void unknownTextsAreRefused_data()
     {
-        QTest::addColumn<int>("setting");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("baud") << 0 << "fast"
-                              << "unknown baud rate \"fast\"";
-        QTest::newRow("baud negative") << 0 << "-9600"
-                                       << "unknown baud rate \"-9600\"";
-        QTest::newRow("data") << 1 << "9"
-                              << "unknown data bits \"9\"";
-        QTest::newRow("parity") << 2 << "Maybe"
-                                << "unknown parity \"Maybe\"";
-        QTest::newRow("stop") << 3 << "3"
-                              << "unknown stop bits \"3\"";
-        QTest::newRow("flow") << 4 << "Enable"
-                              << "unknown flow control \"Enable\"";
+        testsupport::columns<int, QString, QString>("setting", "text", "message");
+        const struct
+        {
+            const char* row;
+            int setting;
+            const char* text;
+            const char* message;
+        } rows[] = {
+            {"baud", 0, "fast", "unknown baud rate \"fast\""},
+            {"baud negative", 0, "-9600", "unknown baud rate \"-9600\""},
+            {"data", 1, "9", "unknown data bits \"9\""},
+            {"parity", 2, "Maybe", "unknown parity \"Maybe\""},
+            {"stop", 3, "3", "unknown stop bits \"3\""},
+            {"flow", 4, "Enable", "unknown flow control \"Enable\""},
+        };
+        for (const auto& r : rows)
+            QTest::newRow(r.row) << r.setting << r.text << r.message;
     }
 
     void unknownTextsAreRefused()
@@ -53,24 +56,12 @@ private slots:
         QFETCH(QString, message);
         hw::SerialPort port;
         const QSerialPort::Parity parityBefore = port.port().parity();
-        bool ok = true;
-        switch (setting) {
-        case 0:
-            ok = port.setBaudRate(text);
-            break;
-        case 1:
-            ok = port.setDataBits(text);
-            break;
-        case 2:
-            ok = port.setParity(text);
-            break;
-        case 3:
-            ok = port.setStopBits(text);
-            break;
-        default:
-            ok = port.setFlowControl(text);
-            break;
-        }
+        // By the setting column: baud rate, data bits, parity, stop bits, flow control.
+        using Setter = bool (hw::SerialPort::*)(const QString&);
+        const Setter setters[] = {&hw::SerialPort::setBaudRate, &hw::SerialPort::setDataBits,
+                                  &hw::SerialPort::setParity, &hw::SerialPort::setStopBits,
+                                  &hw::SerialPort::setFlowControl};
+        const bool ok = (port.*setters[setting])(text);
         QVERIFY(!ok);
         QCOMPARE(port.errorString(), message);
         QCOMPARE(port.port().parity(), parityBefore);

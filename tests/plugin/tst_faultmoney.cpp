@@ -27,6 +27,15 @@ sim::Config twinTens()
     return c;
 }
 
+QMap<int, quint32> acceptedNow(const sim::Device& device)
+{
+    QMap<int, quint32> out;
+    for (int p = 1; p <= 16; ++p) {
+        out[p] = device.auditCounter(70, quint8(p));
+    }
+    return out;
+}
+
 // The driver connected to the simulator, with the coins it reported.
 struct MoneyRig : SimRig
 {
@@ -38,6 +47,36 @@ struct MoneyRig : SimRig
     }
 
     void runPolls(qint64 msecs) { line.runTimer(driver.recorder->timer(), msecs); }
+
+    // Starts an acceptance session; the coin counts at its start are kept.
+    void startSession(bool fast)
+    {
+        countsAtStart = acceptedNow(device());
+        driver.cashInStart(fast, {});
+    }
+
+    // Coins by denomination the simulator counted in through its positions since the session
+    // started.
+    QMap<unsigned int, long long> acceptedSinceStart()
+    {
+        QMap<unsigned int, long long> out;
+        const QMap<int, QString> ids = device().config().coinIds;
+        for (auto it = ids.cbegin(); it != ids.cend(); ++it) {
+            const long long n = device().auditCounter(70, quint8(it.key())) - countsAtStart.value(it.key());
+            if (n != 0) {
+                out[sim::coinValue(it.value())] += n;
+            }
+        }
+        return out;
+    }
+
+    // Starts a session in which a first coin at `position` lands and is reported.
+    void startWithOneCoin(bool fast, int position, qint64 pollMsecs)
+    {
+        startSession(fast);
+        device().insertCoin(position);
+        runPolls(pollMsecs);
+    }
 
     // Payout commands only: 85, 125, 121.
     int payouts() const { return line.countHeader(85) + line.countHeader(125) + line.countHeader(121); }
@@ -63,30 +102,8 @@ struct MoneyRig : SimRig
     }
 
     QList<SumDetailed> reports;
+    QMap<int, quint32> countsAtStart;
 };
-
-// Coins by denomination the simulator counted in through its positions since `before`.
-QMap<unsigned int, long long> acceptedSince(const sim::Device& device, const QMap<int, quint32>& before)
-{
-    QMap<unsigned int, long long> out;
-    const QMap<int, QString> ids = device.config().coinIds;
-    for (auto it = ids.cbegin(); it != ids.cend(); ++it) {
-        const long long n = device.auditCounter(70, quint8(it.key())) - before.value(it.key());
-        if (n != 0) {
-            out[sim::coinValue(it.value())] += n;
-        }
-    }
-    return out;
-}
-
-QMap<int, quint32> acceptedNow(const sim::Device& device)
-{
-    QMap<int, quint32> out;
-    for (int p = 1; p <= 16; ++p) {
-        out[p] = device.auditCounter(70, quint8(p));
-    }
-    return out;
-}
 
 // What came out of the simulator's hoppers since `before`, as the driver's log shows it.
 QString paidText(const sim::Device& device, const QMap<int, quint32>& before)
@@ -141,10 +158,7 @@ void TestFaultMoney::hopperJamWhileAccepting()
 {
     MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
-    const QMap<int, quint32> start = acceptedNow(rig.device());
-    rig.driver.cashInStart(false, {});
-    rig.device().insertCoin(4);
-    rig.runPolls(1000);
+    rig.startWithOneCoin(false, 4, 1000);
     QCOMPARE(rig.total(), 1000LL);
 
     rig.device().insertCoin(4);
@@ -162,11 +176,11 @@ void TestFaultMoney::hopperJamWhileAccepting()
     rig.device().insertCoin(4);
     rig.line.advance(1000);
     QCOMPARE(rig.line.countHeader(82), polls + 1);
-    QCOMPARE(acceptedSince(rig.device(), start), (QMap<unsigned int, long long>{{1000, 2}}));
+    QCOMPARE(rig.acceptedSinceStart(), (QMap<unsigned int, long long>{{1000, 2}}));
     QCOMPARE(rig.total(), 1000LL);
 
     rig.driver.cashInStop();
-    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
     QCOMPARE(rig.reports.size(), 2);
     QCOMPARE(rig.reports.last().toString(), QStringLiteral("10.00. номиналы: 10.00 x 1"));
     // The fault is still flagged at the stop's last check.
@@ -182,10 +196,7 @@ void TestFaultMoney::lostPollAnswerWhileAccepting()
 {
     MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
-    const QMap<int, quint32> start = acceptedNow(rig.device());
-    rig.driver.cashInStart(true, {});
-    rig.device().insertCoin(1);
-    rig.runPolls(600);
+    rig.startWithOneCoin(true, 1, 600);
     QCOMPARE(rig.total(), 100LL);
 
     // Every attempt of the next poll loses its answer; a coin lands meanwhile.
@@ -199,10 +210,10 @@ void TestFaultMoney::lostPollAnswerWhileAccepting()
     QVERIFY(warnings(log).isEmpty());
     rig.device().insertCoin(4);
     rig.line.advance(2000);
-    QCOMPARE(acceptedSince(rig.device(), start), (QMap<unsigned int, long long>{{100, 1}, {200, 1}}));
+    QCOMPARE(rig.acceptedSinceStart(), (QMap<unsigned int, long long>{{100, 1}, {200, 1}}));
 
     rig.driver.cashInStop();
-    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
     QCOMPARE(rig.reports.size(), 2);
     QCOMPARE(errors.size(), 1);
 }
@@ -213,8 +224,7 @@ void TestFaultMoney::inhibitFailsOnADeadLink()
 {
     MoneyRig rig;
     QSignalSpy errors(&rig.driver, SIGNAL(error(QString)));
-    const QMap<int, quint32> start = acceptedNow(rig.device());
-    rig.driver.cashInStart(false, {});
+    rig.startSession(false);
     rig.runPolls(400);
     rig.line.setSilent(true);
     testsupport::LogCapture log;
@@ -231,7 +241,7 @@ void TestFaultMoney::inhibitFailsOnADeadLink()
 
     rig.driver.cashInStop();
     QCOMPARE(rig.byDenomination(), (QMap<unsigned int, long long>{{500, 1}, {1000, 1}}));
-    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
     QCOMPARE(rig.device().inhibitMask(), quint16(0));
 }
 
@@ -240,8 +250,7 @@ void TestFaultMoney::inhibitFailsOnADeadLink()
 void TestFaultMoney::stalledSessionClosedBeforeTheReset()
 {
     MoneyRig rig;
-    const QMap<int, quint32> start = acceptedNow(rig.device());
-    rig.driver.cashInStart(false, {});
+    rig.startSession(false);
     rig.device().insertCoin(4);
     rig.device().flagHopperJam(2);
     rig.runPolls(250);
@@ -256,7 +265,7 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
     rig.device().insertCoin(1);
     rig.runPolls(1000);
     rig.driver.cashInStop();
-    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
     QCOMPARE(rig.total(), 1100LL);
 
     // The same when the host connects again instead.
@@ -267,7 +276,7 @@ void TestFaultMoney::stalledSessionClosedBeforeTheReset()
     rig.line.advance(1000);
     rig.driver.connect();
     QCOMPARE(rig.device().resets(), resets + 2);
-    QCOMPARE(rig.byDenomination(), acceptedSince(rig.device(), start));
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
     QCOMPARE(rig.total(), 1600LL);
 }
 

@@ -39,6 +39,16 @@ class TestFieldPos : public QObject
 
     void waitForReported(long long amount) { QTRY_COMPARE_WITH_TIMEOUT(reported, amount, hangMsecs); }
 
+    // A session in which two 10.00 coins are accepted and reported.
+    void acceptTwoTens()
+    {
+        driver->cashInStart(false, {});
+        rig->simulator.insertCoin(4);
+        rig->simulator.insertCoin(4);
+        waitForReported(2000);
+        driver->cashInStop();
+    }
+
     long long acceptedBySimulator() const
     {
         return static_cast<long long>(rig->simulator.valueAccepted() - acceptedAtStart);
@@ -97,11 +107,7 @@ private slots:
     void acceptanceSessionsOneAfterAnother()
     {
         // 10.00 twice.
-        driver->cashInStart(false, {});
-        rig->simulator.insertCoin(4);
-        rig->simulator.insertCoin(4);
-        waitForReported(2000);
-        driver->cashInStop();
+        acceptTwoTens();
         QCOMPARE(acceptedBySimulator(), 2000LL);
 
         // Between sessions the acceptor is inhibited: the coin is refused, nothing counts.
@@ -145,11 +151,7 @@ private slots:
     void handWorkAfterCoinsMoved()
     {
         // Two 10.00 coins go into hopper1 (200 -> 202) after discovery.
-        driver->cashInStart(false, {});
-        rig->simulator.insertCoin(4);
-        rig->simulator.insertCoin(4);
-        waitForReported(2000);
-        driver->cashInStop();
+        acceptTwoTens();
         QCOMPARE(rig->simulator.hopperCount(1), 202);
 
         // A manual load of one coin writes the device's count plus one.
@@ -283,11 +285,7 @@ private slots:
         QCOMPARE(patterns().size(), 2);
 
         // Two coins accepted go into hopper 1, which then is the fuller one.
-        driver->cashInStart(false, {});
-        rig->simulator.insertCoin(4);
-        rig->simulator.insertCoin(4);
-        waitForReported(2000);
-        driver->cashInStop();
+        acceptTwoTens();
         QCOMPARE(rig->simulator.hopperCount(1), 2);
         const SumDetailed third = driver->cashOut(ECashControl::Optimal, 3000);
         QCOMPARE(third.toString(), QStringLiteral("30.00. номиналы: 10.00 x 3"));

@@ -1,6 +1,7 @@
 #include "simrig.h"
 #include "testdriver.h"
 
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -12,6 +13,8 @@ using testsupport::hex;
 using testsupport::LogCapture;
 
 namespace {
+
+using Denoms = QMap<unsigned int, long long>;
 
 // Headers of the commands that move coins or change what the device counts.
 const quint8 payoutHeaders[] = {85, 125, 121, 120, 118};
@@ -54,8 +57,8 @@ private slots:
     void cashOutCheckFailsOnDeviceFault();
     void cashOutCheckNegativeSendsNothing();
 
-    void cashOutOptimal();
-    void cashOutMinimum();
+    void cashOut_data();
+    void cashOut();
     void cashOutImpossibleSumPaysNothing();
     void paymentCountedWrong_data();
     void paymentCountedWrong();
@@ -138,43 +141,50 @@ void TestMovements::cashOutCheckNegativeSendsNothing()
                           QStringLiteral("INFO Тестирование выдачи -92233720368547758.08, режим минимум")}));
 }
 
-void TestMovements::cashOutOptimal()
+// 15.00 paid in either mode: the pattern sent, the coins that came out, the log.
+void TestMovements::cashOut_data()
 {
+    testsupport::columns<int, QByteArray, QString, Denoms, QString, QList<int>>("mode", "pattern", "modeName",
+                                                                                "denoms", "paid", "hoppers");
+    // The fuller smaller hoppers pay: 500 x 2 and 100 x 5.
+    QTest::newRow("optimal") << int(ECashControl::Optimal) << hex("02020305") << QStringLiteral("оптимальный")
+                             << Denoms{{100, 5}, {500, 2}, {1000, 0}}
+                             << QStringLiteral("15.00. номиналы: 1.00 x 5, 5.00 x 2")
+                             << QList<int>{10, 18, 45};
+    QTest::newRow("minimum") << int(ECashControl::Minimum) << hex("01010201") << QStringLiteral("минимум")
+                             << Denoms{{500, 1}, {1000, 1}}
+                             << QStringLiteral("15.00. номиналы: 5.00 x 1, 10.00 x 1")
+                             << QList<int>{9, 19, 50};
+}
+
+void TestMovements::cashOut()
+{
+    QFETCH(int, mode);
+    QFETCH(QByteArray, pattern);
+    QFETCH(QString, modeName);
+    QFETCH(Denoms, denoms);
+    QFETCH(QString, paid);
+    QFETCH(QList<int>, hoppers);
     StandardRig rig;
     rig.connectDevice();
     LogCapture log;
-    const SumDetailed paid = rig.driver.cashOut(ECashControl::Optimal, 1500);
-    // The fuller smaller hoppers pay: 500 x 2 and 100 x 5.
-    QCOMPARE(rig.dataOf(85), QList<QByteArray>({hex("02020305")}));
+    const SumDetailed sum = rig.driver.cashOut(ECashControl::ChangeMode(mode), 1500);
+    QCOMPARE(rig.dataOf(85), QList<QByteArray>({pattern}));
     QCOMPARE(rig.count(125), 0);
-    QCOMPARE(paid.sum(), 1500LL);
-    QCOMPARE(paid.denoms.value(500), 2LL);
-    QCOMPARE(paid.denoms.value(100), 5LL);
-    QCOMPARE(paid.denoms.value(1000), 0LL);
-    QCOMPARE(rig.device().hopperCount(2), 18);
-    QCOMPARE(rig.device().hopperCount(3), 45);
+    QCOMPARE(sum.sum(), 1500LL);
+    for (auto it = denoms.cbegin(); it != denoms.cend(); ++it)
+        QCOMPARE(sum.denoms.value(it.key()), it.value());
+    QCOMPARE(sum.toString(), paid);
+    QCOMPARE(rig.hopperCounts(), hoppers);
     const QStringList lines = significant(log);
-    QCOMPARE(lines.first(), QStringLiteral("INFO Выдача монет 15.00, режим оптимальный"));
-    QCOMPARE(lines.last(), QStringLiteral("INFO Выдано 15.00. номиналы: 1.00 x 5, 5.00 x 2"));
+    QCOMPARE(lines.first(), QStringLiteral("INFO Выдача монет 15.00, режим ") + modeName);
+    QCOMPARE(lines.last(), QStringLiteral("INFO Выдано ") + paid);
     QVERIFY(log.texts(QStringLiteral("ERROR")).isEmpty());
     // The state check comes before the payout.
     const int firstPoll = rig.requests().indexOf(hex("FE"));
-    const int payout = rig.requests().indexOf(hex("5502020305"));
+    const int payout = rig.requests().indexOf(hex("55") + pattern);
     QVERIFY(firstPoll >= 0);
     QVERIFY(firstPoll < payout);
-}
-
-void TestMovements::cashOutMinimum()
-{
-    StandardRig rig;
-    rig.connectDevice();
-    LogCapture log;
-    const SumDetailed paid = rig.driver.cashOut(ECashControl::Minimum, 1500);
-    QCOMPARE(rig.dataOf(85), QList<QByteArray>({hex("01010201")}));
-    QCOMPARE(paid.sum(), 1500LL);
-    QCOMPARE(paid.toString(), QStringLiteral("15.00. номиналы: 5.00 x 1, 10.00 x 1"));
-    QCOMPARE(significant(log).first(), QStringLiteral("INFO Выдача монет 15.00, режим минимум"));
-    QCOMPARE(significant(log).last(), QStringLiteral("INFO Выдано 15.00. номиналы: 5.00 x 1, 10.00 x 1"));
 }
 
 void TestMovements::cashOutImpossibleSumPaysNothing()
@@ -195,12 +205,8 @@ void TestMovements::cashOutImpossibleSumPaysNothing()
 // simulator never pays more coins than asked, and fewer only with a fault of its own.
 void TestMovements::paymentCountedWrong_data()
 {
-    QTest::addColumn<bool>("pickup");
-    QTest::addColumn<int>("payoutError");
-    QTest::addColumn<bool>("nak");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<QStringList>("paid");
-    QTest::addColumn<QByteArray>("command");
+    testsupport::columns<bool, int, bool, QString, QStringList, QByteArray>("pickup", "payoutError", "nak",
+                                                                            "error", "paid", "command");
 
     // The error line of a payout over the sum says "Выдано" too.
     const QString over = QStringLiteral("ERROR Выдано больше монет");
@@ -354,18 +360,11 @@ void TestMovements::loanManualUpTo65535()
     QCOMPARE(rig.device().hopperCount(3), 65535);
 }
 
-using Denoms = QMap<unsigned int, long long>;
-
 void TestMovements::pickup_data()
 {
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<qlonglong>("amount");
-    QTest::addColumn<QString>("logged");
-    QTest::addColumn<QList<QByteArray>>("commands");
-    QTest::addColumn<Denoms>("denoms");
-    QTest::addColumn<qlonglong>("rest");
-    QTest::addColumn<QList<long long>>("after");
+    testsupport::columns<QString, int, qlonglong, QString, QList<QByteArray>, Denoms, qlonglong,
+                         QList<long long>>("unit", "operation", "amount", "logged", "commands", "denoms",
+                                           "rest", "after");
 
     QTest::newRow("allFromCashbox")
         << QStringLiteral("cashbox") << int(ECashControl::ManualPickupAll) << 0LL
@@ -429,7 +428,7 @@ void TestMovements::pickupSumLargerThanHopperTakesAll()
     QCOMPARE(significant(log).first(),
              QStringLiteral("INFO Выем монет из модуля hopper2, 'выем суммы вручную', сумма 1000.00"));
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("020000")}));
-    QCOMPARE(result.denoms, (QMap<unsigned int, long long>{{500, 20}}));
+    QCOMPARE(result.denoms, (Denoms{{500, 20}}));
 
     rig.forget();
     rig.device().setHopperCount(2, 20);
@@ -437,7 +436,7 @@ void TestMovements::pickupSumLargerThanHopperTakesAll()
     const SumDetailed part =
         rig.driver.pickup(QStringLiteral("hopper2"), ECashControl::ManualPickupSum, 1500);
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("021100")}));
-    QCOMPARE(part.denoms, (QMap<unsigned int, long long>{{500, 3}}));
+    QCOMPARE(part.denoms, (Denoms{{500, 3}}));
 }
 
 void TestMovements::pickupOtherOperationDoesNothing()
@@ -465,12 +464,8 @@ void TestMovements::pickupOtherOperationDoesNothing()
 // went out.
 void TestMovements::refusedRequestSendsNothing_data()
 {
-    QTest::addColumn<QString>("call");
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<qlonglong>("amount");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<bool>("silent");
+    testsupport::columns<QString, QString, int, qlonglong, QString, bool>("call", "unit", "operation",
+                                                                          "amount", "error", "silent");
 
     const QString wrongSum = QStringLiteral("Некорректная сумма");
     const QString unsupported = QStringLiteral("Операция не поддерживается");
@@ -605,7 +600,7 @@ void TestMovements::counterOfDispensedCoins()
     rig.model.hoppers[1].dispensed = 2;
     LogCapture log;
     const SumDetailed result = rig.driver.getCounter(ECashControl::Dispensed);
-    QCOMPARE(result.denoms, (QMap<unsigned int, long long>{{100, 0}, {500, 2}, {1000, 5}}));
+    QCOMPARE(result.denoms, (Denoms{{100, 0}, {500, 2}, {1000, 5}}));
     QCOMPARE(significant(log).first(), QStringLiteral("INFO Получение счетчика выдачи"));
     QCOMPARE(significant(log).last(),
              QStringLiteral("INFO Счетчик выемов: 60.00. номиналы: 5.00 x 2, 10.00 x 5"));
@@ -649,13 +644,13 @@ void TestMovements::pickupByHandStartsFromTheDeviceCount()
     rig.forget();
     const SumDetailed part = rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::ManualPickupSum, 500);
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("032300")}));
-    QCOMPARE(part.denoms, (QMap<unsigned int, long long>{{100, 5}}));
+    QCOMPARE(part.denoms, (Denoms{{100, 5}}));
     QCOMPARE(rig.device().hopperCount(3), 35);
 
     rig.forget();
     rig.device().setHopperCount(3, 37);
     const SumDetailed all = rig.driver.pickup(QStringLiteral("hopper3"), ECashControl::ManualPickupAll, 0);
-    QCOMPARE(all.denoms, (QMap<unsigned int, long long>{{100, 37}}));
+    QCOMPARE(all.denoms, (Denoms{{100, 37}}));
     QCOMPARE(rig.dataOf(120), QList<QByteArray>({hex("030000")}));
 }
 

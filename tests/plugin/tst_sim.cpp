@@ -1,5 +1,6 @@
 // The driver object end to end against the simulated recycler, on an in-process
 // line in virtual time.
+#include "support/columns.h"
 #include "testdriver.h"
 
 #include "simrig.h"
@@ -55,8 +56,7 @@ void TestSim::connectListsTheUnits()
 
 void TestSim::cashOutInBothModesMatchesTheHoppers_data()
 {
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<qlonglong>("amount");
+    testsupport::columns<int, qlonglong>("mode", "amount");
     QTest::newRow("minimum 17.00") << int(ECashControl::Minimum) << 1700LL;
     QTest::newRow("optimal 17.00") << int(ECashControl::Optimal) << 1700LL;
     QTest::newRow("minimum 38.00") << int(ECashControl::Minimum) << 3800LL;
