@@ -1,6 +1,8 @@
 #include "device.h"
 #include "frame.h"
 
+#include "cctalk/statecommands.h"
+
 #include <QtTest>
 #include <random>
 
@@ -333,7 +335,7 @@ void TestDevice::faultControls()
     QCOMPARE(ask(*dev, SELF_CHECK), NO_ERROR);
     dev->setErrorStatus(3, 2);
     dev->setSelfCheck(26, 12);
-    dev->setActivityBits(sim::activity::Fault);
+    dev->setActivityBits(CcTalk::ReqActivityRegResp::Fault);
     QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 03 02 C1"));
     QCOMPARE(ask(*dev, SELF_CHECK), QByteArray("01 02 37 00 1A 0C A0"));
     QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
