@@ -1,5 +1,6 @@
 #include "control.h"
 #include "simulator.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -131,13 +132,8 @@ void TestControl::deviceCommands()
 // Fault commands and what the model shows afterwards, then after "clear faults".
 void TestControl::faultCommands_data()
 {
-    QTest::addColumn<QStringList>("commands");
-    QTest::addColumn<QByteArray>("payout");
-    QTest::addColumn<quint16>("activity");
-    QTest::addColumn<Status>("error");
-    QTest::addColumn<Status>("selfCheck");
-    QTest::addColumn<int>("hopper");
-    QTest::addColumn<int>("count");
+    testsupport::columns<QStringList, QByteArray, quint16, Status, Status, int, int>(
+        "commands", "payout", "activity", "error", "selfCheck", "hopper", "count");
     const Status none(0, 0);
     QTest::newRow("error") << QStringList{QStringLiteral("error 3 2")} << QByteArray() << quint16(0)
                            << Status(3, 2) << none << 1 << 200;
@@ -186,8 +182,7 @@ void TestControl::faultCommands()
 
 void TestControl::lineCommands_data()
 {
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QByteArray>("onTheLine");
+    testsupport::columns<QString, QByteArray>("line", "onTheLine");
     const QByteArray poll = "37 00 01 FE CA";
     QTest::newRow("none") << QString() << poll + " 01 00 37 00 C8";
     QTest::newRow("nak") << QStringLiteral("nak") << poll + " 01 00 37 05 C3";
@@ -284,8 +279,7 @@ void TestControl::badInput()
 
 void TestControl::replies_data()
 {
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("reply");
+    testsupport::columns<QString, QString>("line", "reply");
     QTest::newRow("unknown") << QStringLiteral("fly away")
                              << QStringLiteral(
                                     "error: unknown command or wrong arguments: fly away (try help)");

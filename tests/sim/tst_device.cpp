@@ -2,6 +2,7 @@
 #include "frame.h"
 
 #include "cctalk/statecommands.h"
+#include "support/columns.h"
 
 #include <QtTest>
 #include <random>
@@ -725,8 +726,7 @@ void TestDevice::resetReinitialises()
 
 void TestDevice::coinValues_data()
 {
-    QTest::addColumn<QString>("coinId");
-    QTest::addColumn<quint32>("value");
+    testsupport::columns<QString, quint32>("coinId", "value");
     QTest::newRow("RU010A") << QStringLiteral("RU010A") << 10u;
     QTest::newRow("RU050B") << QStringLiteral("RU050B") << 50u;
     QTest::newRow("RU500A") << QStringLiteral("RU500A") << 500u;

@@ -1,4 +1,5 @@
 #include "config.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -190,9 +191,7 @@ void TestExecutable::badConfigurationIsRefused()
 // Each refusal exits 2 with its exact message on standard error; an unknown option adds the usage.
 void TestExecutable::commandLineRefusals_data()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QByteArray>("message");
-    QTest::addColumn<bool>("withUsage");
+    testsupport::columns<QStringList, QByteArray, bool>("arguments", "message", "withUsage");
     for (const char* option : {"--config", "--device", "--link", "--control", "--replay", "--speed"})
         QTest::newRow(option) << QStringList{QLatin1String(option)}
                               << QByteArray("cpibcr-sim: ") + option + " needs a value\n"

@@ -1,4 +1,5 @@
 #include "simulator.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -123,10 +124,7 @@ void TestSimulator::busyAnswersDoNotCarryTheCommandOut()
 // One command under a line fault, then a poll answered as usual.
 void TestSimulator::faultThenAPlainPoll_data()
 {
-    QTest::addColumn<int>("fault");
-    QTest::addColumn<QByteArray>("command");
-    QTest::addColumn<int>("header");
-    QTest::addColumn<QByteArray>("onTheLine");
+    testsupport::columns<int, QByteArray, int, QByteArray>("fault", "command", "header", "onTheLine");
     const QByteArray poll = "37 00 01 FE CA";
     const QByteArray setCashbox = "37 04 01 76 40 E2 01 00 2B";
     QTest::newRow("nak next") << int(Nak) << setCashbox << 118
