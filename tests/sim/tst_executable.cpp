@@ -53,6 +53,13 @@ QString command(QProcess& p, const QString& line, const QString& replyPrefix)
     return lineStartingWith(p, replyPrefix);
 }
 
+// Runs the simulator with these arguments to its end.
+bool runToTheEnd(QProcess& p, const QStringList& arguments)
+{
+    p.start(QStringLiteral(CPIBCR_SIM_EXE), arguments);
+    return p.waitForFinished(60000);
+}
+
 } // namespace
 
 class TestExecutable : public QObject
@@ -165,8 +172,7 @@ void TestExecutable::controlThroughAFifo()
 void TestExecutable::dumpConfig()
 {
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--dump-config")});
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, {QStringLiteral("--dump-config")}));
     QCOMPARE(p.exitCode(), 0);
     QString error;
     const sim::Config c = sim::Config::fromJson(p.readAllStandardOutput(), &error);
@@ -182,8 +188,7 @@ void TestExecutable::badConfigurationIsRefused()
     f.write(R"({"hoppers": [{"coin": "RU1"}]})");
     f.close();
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--config"), bad});
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, {QStringLiteral("--config"), bad}));
     QCOMPARE(p.exitCode(), 2);
     QVERIFY(p.readAllStandardError().contains("RU1"));
 }
@@ -216,14 +221,12 @@ void TestExecutable::commandLineRefusals()
     QFETCH(QByteArray, message);
     QFETCH(bool, withUsage);
     QProcess help;
-    help.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--help")});
-    QVERIFY(help.waitForFinished(60000));
+    QVERIFY(runToTheEnd(help, {QStringLiteral("--help")}));
     QCOMPARE(help.exitCode(), 0);
     const QByteArray usage = help.readAllStandardOutput();
     QVERIFY(usage.startsWith("usage: cpibcr-sim [--config FILE]"));
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), arguments);
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, arguments));
     QCOMPARE(p.exitCode(), 2);
     QCOMPARE(p.readAllStandardOutput(), QByteArray());
     QCOMPARE(p.readAllStandardError(), withUsage ? message + usage : message);
