@@ -1,5 +1,6 @@
 #include "host/linerecorder.h"
 
+#include "host/fdwrite.h"
 #include "host/logging.h"
 
 #include <QDateTime>
@@ -64,20 +65,10 @@ void LineRecorder::Private::failLocked(const QString& why)
 
 bool LineRecorder::Private::writeAll(const QByteArray& bytes, QString* why)
 {
-    const char* p = bytes.constData();
-    size_t left = size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            *why = n < 0 ? QString::fromLocal8Bit(std::strerror(errno)) : QStringLiteral("nothing written");
-            return false;
-        }
-        p += n;
-        left -= size_t(n);
-    }
-    return true;
+    if (hw::writeAll(fd, bytes, hw::WhenFull::GiveUp))
+        return true;
+    *why = errno ? QString::fromLocal8Bit(std::strerror(errno)) : QStringLiteral("nothing written");
+    return false;
 }
 
 void LineRecorder::Private::run()

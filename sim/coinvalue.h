@@ -4,9 +4,8 @@
 
 namespace sim {
 
-// Denomination in minor units of a six-character coin id: the three value characters read as a
-// number, a K, M or G among them scaling by a thousand, a million or a billion and marking the
-// decimal point ("RU1K0A" = 1000, "RU050B" = 50). Anything unreadable is worth 0.
+// Denomination in minor units of a six-character coin id, read as the driver reads it
+// ("RU1K0A" = 1000, "RU050B" = 50). Anything unreadable is worth 0.
 quint32 coinValue(const QString& coinId);
 
 // Coins of one country and value share a hopper whatever their issue letter.

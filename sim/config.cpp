@@ -6,6 +6,10 @@
 #include <QJsonObject>
 #include <QSet>
 
+#include <type_traits>
+#include <variant>
+#include <vector>
+
 namespace sim {
 
 HopperConfig HopperConfig::of(const char* coin, int count, int capacity, bool enabled, quint32 serial)
@@ -53,7 +57,7 @@ public:
             *error_ = what;
     }
 
-    void allowOnly(const QJsonObject& o, const QString& where, std::initializer_list<const char*> keys)
+    void allowOnly(const QJsonObject& o, const QString& where, const std::vector<const char*>& keys)
     {
         QSet<QString> known;
         for (const char* k : keys)
@@ -116,6 +120,106 @@ private:
     QString* error_;
 };
 
+// A key of a JSON object and the member it stands for; numbers are checked against min and max.
+template <class S> struct Field
+{
+    const char* key;
+    std::variant<QString S::*, bool S::*, quint8 S::*, int S::*, quint32 S::*, qint64 S::*> member;
+    qint64 min = 0, max = 0;
+};
+
+template <class S> using Fields = std::vector<Field<S>>;
+
+// The keys of an object whose members are all plain fields, in the order they are checked.
+struct Section
+{
+    const char* name;
+    Fields<Config> fields;
+};
+
+const Fields<Config> topFields = {
+    {"address", &Config::address, 2, 255},
+    {"echo", &Config::echo},
+    {"baudRate", &Config::baudRate, 300, 4000000},
+    {"cashbox", &Config::cashbox, 0, 0xFFFFFFFFLL},
+    {"clockOffsetSecs", &Config::clockOffsetSecs, -0xFFFFFFFFLL, 0xFFFFFFFFLL},
+};
+
+const Section identification = {"identification",
+                                {{"equipmentCategory", &Config::equipmentCategory},
+                                 {"manufacturer", &Config::manufacturer},
+                                 {"productCode", &Config::productCode},
+                                 {"buildCode", &Config::buildCode},
+                                 {"softwareRevision", &Config::softwareRevision},
+                                 {"serialNumber", &Config::serialNumber, 0, 0xFFFFFF}}};
+const Section acceptor = {"acceptor",
+                          {{"firmware", &Config::acceptorFirmware},
+                           {"model", &Config::acceptorModel},
+                           {"serial", &Config::acceptorSerial, 0, 0xFFFFFF}}};
+const Section timings = {"timings",
+                         {{"coinAcceptMs", &Config::coinAcceptMs, 1, 600000},
+                          {"coinAcceptFastMs", &Config::coinAcceptFastMs, 1, 600000},
+                          {"payoutMsPerCoin", &Config::payoutMsPerCoin, 1, 600000},
+                          {"resetInitMs", &Config::resetInitMs, 1, 600000},
+                          {"answerDelayMs", &Config::answerDelayMs, 0, 10000},
+                          {"interByteTimeoutMs", &Config::interByteTimeoutMs, 1, 10000},
+                          {"babbleIntervalMs", &Config::babbleIntervalMs, 1, 10000}}};
+const Section* const sections[] = {&identification, &acceptor, &timings};
+
+// A hopper's keys after "coin", which is required and read first.
+const Fields<HopperConfig> hopperFields = {
+    {"count", &HopperConfig::count, 0, 65535}, {"capacity", &HopperConfig::capacity, 1, 65535},
+    {"enabled", &HopperConfig::enabled},       {"firmware", &HopperConfig::firmware},
+    {"model", &HopperConfig::model},           {"serial", &HopperConfig::serial, 0, 0xFFFFFF},
+};
+
+template <class S> std::vector<const char*> keys(const Fields<S>& fields)
+{
+    std::vector<const char*> out;
+    for (const Field<S>& f : fields)
+        out.push_back(f.key);
+    return out;
+}
+
+template <class S> void read(Reader& r, const QJsonObject& o, const Fields<S>& fields, S& s)
+{
+    for (const Field<S>& f : fields)
+        std::visit(
+            [&](auto member) {
+                auto& out = s.*member;
+                using T = std::decay_t<decltype(out)>;
+                if constexpr (std::is_same_v<T, QString>)
+                    r.string(o, f.key, out);
+                else if constexpr (std::is_same_v<T, bool>)
+                    r.boolean(o, f.key, out);
+                else
+                    r.number(o, f.key, f.min, f.max, out);
+            },
+            f.member);
+}
+
+void read(Reader& r, const QJsonObject& top, const Section& section, Config& c)
+{
+    const QJsonObject o = top.value(QLatin1String(section.name)).toObject();
+    r.allowOnly(o, QString::fromLatin1(section.name), keys(section.fields));
+    read(r, o, section.fields, c);
+}
+
+template <class S> void write(QJsonObject& o, const Fields<S>& fields, const S& s)
+{
+    for (const Field<S>& f : fields)
+        std::visit(
+            [&](auto member) {
+                const auto& value = s.*member;
+                using T = std::decay_t<decltype(value)>;
+                if constexpr (std::is_same_v<T, QString> || std::is_same_v<T, bool>)
+                    o.insert(QLatin1String(f.key), value);
+                else
+                    o.insert(QLatin1String(f.key), double(value));
+            },
+            f.member);
+}
+
 } // namespace
 
 Config Config::fromJsonFile(const QString& path, QString* error)
@@ -151,31 +255,14 @@ Config Config::fromJson(const QByteArray& json, QString* error)
     Config c = defaults();
     Reader r(&err);
     const QJsonObject o = doc.object();
-    r.allowOnly(o, QStringLiteral("configuration"),
-                {"address", "echo", "baudRate", "cashbox", "clockOffsetSecs", "identification", "acceptor",
-                 "coins", "hoppers", "timings"});
-    r.number(o, "address", 2, 255, c.address);
-    r.boolean(o, "echo", c.echo);
-    r.number(o, "baudRate", 300, 4000000, c.baudRate);
-    r.number(o, "cashbox", 0, 0xFFFFFFFFLL, c.cashbox);
-    r.number(o, "clockOffsetSecs", -0xFFFFFFFFLL, 0xFFFFFFFFLL, c.clockOffsetSecs);
-
-    const QJsonObject id = o.value(QLatin1String("identification")).toObject();
-    r.allowOnly(id, QStringLiteral("identification"),
-                {"equipmentCategory", "manufacturer", "productCode", "buildCode", "softwareRevision",
-                 "serialNumber"});
-    r.string(id, "equipmentCategory", c.equipmentCategory);
-    r.string(id, "manufacturer", c.manufacturer);
-    r.string(id, "productCode", c.productCode);
-    r.string(id, "buildCode", c.buildCode);
-    r.string(id, "softwareRevision", c.softwareRevision);
-    r.number(id, "serialNumber", 0, 0xFFFFFF, c.serialNumber);
-
-    const QJsonObject acc = o.value(QLatin1String("acceptor")).toObject();
-    r.allowOnly(acc, QStringLiteral("acceptor"), {"firmware", "model", "serial"});
-    r.string(acc, "firmware", c.acceptorFirmware);
-    r.string(acc, "model", c.acceptorModel);
-    r.number(acc, "serial", 0, 0xFFFFFF, c.acceptorSerial);
+    std::vector<const char*> topKeys = keys(topFields);
+    topKeys.insert(topKeys.end(), {"coins", "hoppers"});
+    for (const Section* section : sections)
+        topKeys.push_back(section->name);
+    r.allowOnly(o, QStringLiteral("configuration"), topKeys);
+    read(r, o, topFields, c);
+    read(r, o, identification, c);
+    read(r, o, acceptor, c);
 
     if (o.contains(QLatin1String("coins"))) {
         if (!o.value(QLatin1String("coins")).isObject())
@@ -213,7 +300,9 @@ Config Config::fromJson(const QByteArray& json, QString* error)
                 continue;
             }
             const QJsonObject ho = hoppers.at(i).toObject();
-            r.allowOnly(ho, where, {"coin", "count", "capacity", "enabled", "firmware", "model", "serial"});
+            std::vector<const char*> hopperKeys = keys(hopperFields);
+            hopperKeys.push_back("coin");
+            r.allowOnly(ho, where, hopperKeys);
             HopperConfig h;
             h.firmware = QStringLiteral("HP-3.02");
             h.model = QStringLiteral("BCR-HOP");
@@ -222,32 +311,17 @@ Config Config::fromJson(const QByteArray& json, QString* error)
                 r.fail(where + QStringLiteral(": \"coin\" is required"));
             r.string(ho, "coin", h.coinId);
             r.coinId(h.coinId, where);
-            r.number(ho, "count", 0, 65535, h.count);
-            r.number(ho, "capacity", 1, 65535, h.capacity);
-            r.boolean(ho, "enabled", h.enabled);
-            r.string(ho, "firmware", h.firmware);
-            r.string(ho, "model", h.model);
-            r.number(ho, "serial", 0, 0xFFFFFF, h.serial);
+            read(r, ho, hopperFields, h);
             c.hoppers.append(h);
         }
     }
 
-    const QJsonObject t = o.value(QLatin1String("timings")).toObject();
-    r.allowOnly(t, QStringLiteral("timings"),
-                {"coinAcceptMs", "coinAcceptFastMs", "payoutMsPerCoin", "resetInitMs", "answerDelayMs",
-                 "interByteTimeoutMs", "babbleIntervalMs"});
-    r.number(t, "coinAcceptMs", 1, 600000, c.coinAcceptMs);
-    r.number(t, "coinAcceptFastMs", 1, 600000, c.coinAcceptFastMs);
-    r.number(t, "payoutMsPerCoin", 1, 600000, c.payoutMsPerCoin);
-    r.number(t, "resetInitMs", 1, 600000, c.resetInitMs);
-    r.number(t, "answerDelayMs", 0, 10000, c.answerDelayMs);
-    r.number(t, "interByteTimeoutMs", 1, 10000, c.interByteTimeoutMs);
-    r.number(t, "babbleIntervalMs", 1, 10000, c.babbleIntervalMs);
+    read(r, o, timings, c);
 
-    for (const char* section : {"identification", "acceptor", "timings"}) {
-        const QJsonValue v = o.value(QLatin1String(section));
+    for (const Section* section : sections) {
+        const QJsonValue v = o.value(QLatin1String(section->name));
         if (!v.isUndefined() && !v.isObject())
-            r.fail(QStringLiteral("\"%1\" must be an object").arg(QLatin1String(section)));
+            r.fail(QStringLiteral("\"%1\" must be an object").arg(QLatin1String(section->name)));
     }
     if (r.failed())
         return defaults();
@@ -257,43 +331,23 @@ Config Config::fromJson(const QByteArray& json, QString* error)
 QByteArray Config::toJson() const
 {
     QJsonObject o;
-    o.insert(QStringLiteral("address"), int(address));
-    o.insert(QStringLiteral("echo"), echo);
-    o.insert(QStringLiteral("baudRate"), baudRate);
-    o.insert(QStringLiteral("cashbox"), double(cashbox));
-    o.insert(QStringLiteral("clockOffsetSecs"), double(clockOffsetSecs));
-    o.insert(QStringLiteral("identification"),
-             QJsonObject{{QStringLiteral("equipmentCategory"), equipmentCategory},
-                         {QStringLiteral("manufacturer"), manufacturer},
-                         {QStringLiteral("productCode"), productCode},
-                         {QStringLiteral("buildCode"), buildCode},
-                         {QStringLiteral("softwareRevision"), softwareRevision},
-                         {QStringLiteral("serialNumber"), double(serialNumber)}});
-    o.insert(QStringLiteral("acceptor"), QJsonObject{{QStringLiteral("firmware"), acceptorFirmware},
-                                                     {QStringLiteral("model"), acceptorModel},
-                                                     {QStringLiteral("serial"), double(acceptorSerial)}});
+    write(o, topFields, *this);
+    for (const Section* section : sections) {
+        QJsonObject so;
+        write(so, section->fields, *this);
+        o.insert(QLatin1String(section->name), so);
+    }
     QJsonObject coins;
     for (auto it = coinIds.begin(); it != coinIds.end(); ++it)
         coins.insert(QString::number(it.key()), it.value());
     o.insert(QStringLiteral("coins"), coins);
     QJsonArray hopperArray;
-    for (const HopperConfig& h : hoppers)
-        hopperArray.append(QJsonObject{{QStringLiteral("coin"), h.coinId},
-                                       {QStringLiteral("count"), h.count},
-                                       {QStringLiteral("capacity"), h.capacity},
-                                       {QStringLiteral("enabled"), h.enabled},
-                                       {QStringLiteral("firmware"), h.firmware},
-                                       {QStringLiteral("model"), h.model},
-                                       {QStringLiteral("serial"), double(h.serial)}});
+    for (const HopperConfig& h : hoppers) {
+        QJsonObject ho{{QStringLiteral("coin"), h.coinId}};
+        write(ho, hopperFields, h);
+        hopperArray.append(ho);
+    }
     o.insert(QStringLiteral("hoppers"), hopperArray);
-    o.insert(QStringLiteral("timings"),
-             QJsonObject{{QStringLiteral("coinAcceptMs"), coinAcceptMs},
-                         {QStringLiteral("coinAcceptFastMs"), coinAcceptFastMs},
-                         {QStringLiteral("payoutMsPerCoin"), payoutMsPerCoin},
-                         {QStringLiteral("resetInitMs"), resetInitMs},
-                         {QStringLiteral("answerDelayMs"), answerDelayMs},
-                         {QStringLiteral("interByteTimeoutMs"), interByteTimeoutMs},
-                         {QStringLiteral("babbleIntervalMs"), babbleIntervalMs}});
     return QJsonDocument(o).toJson(QJsonDocument::Indented);
 }
 

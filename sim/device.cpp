@@ -3,6 +3,8 @@
 #include "changesearch.h"
 #include "frame.h"
 
+#include "cctalk/statecommands.h"
+
 #include <QDateTime>
 #include <algorithm>
 
@@ -274,11 +276,11 @@ quint16 Device::activityRegister() const
 {
     quint16 bits = faults_.activityBits();
     if (!inFlight_.isEmpty())
-        bits |= activity::Accepting;
+        bits |= CcTalk::ReqActivityRegResp::CoinAcceptance;
     if (!jobs_.isEmpty())
-        bits |= activity::Paying;
+        bits |= CcTalk::ReqActivityRegResp::Payout;
     if (initUntil_ >= 0)
-        bits |= activity::Initialising;
+        bits |= CcTalk::ReqActivityRegResp::Initialisation;
     return bits;
 }
 

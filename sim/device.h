@@ -4,6 +4,8 @@
 #include "config.h"
 #include "devicefaults.h"
 
+#include "cctalk/header.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QPair>
@@ -12,40 +14,40 @@
 
 namespace sim {
 
-// Command headers the recycler answers.
+// Command headers the recycler answers; the codes are the driver's.
 namespace cmd {
 enum : quint8 {
-    Reset = 1,
-    SetChangeAlgorithm = 80,
-    ReqCoinsInByType = 82,
-    ReqControllerManifest = 84,
-    DispenseHopperPattern = 85,
-    ReqAuditCounter = 86,
-    ClearAuditCounter = 87,
-    ReqRealTimeClock = 115,
-    ModRealTimeClock = 116,
-    ReqCashboxValue = 117,
-    ModCashboxValue = 118,
-    ReqHopperBalance = 119,
-    ModHopperBalance = 120,
-    PurgeHopper = 121,
-    ReqErrorStatus = 122,
-    ReqActivityReg = 123,
-    VerifyMoneyOut = 124,
-    PayMoneyOut = 125,
-    ModVarSet = 165,
-    ReqCoinId = 184,
-    ReqBuildCode = 192,
-    ModInhibitStatus = 231,
-    PerformSelfcheck = 232,
-    ReadInputLines = 237,
-    ReqSoftwareRevision = 241,
-    ReqSerialNumber = 242,
-    ReqProductCode = 244,
-    ReqEquipmentCategoryId = 245,
-    ReqManufacturerId = 246,
-    ReqVarSet = 247,
-    SimplePoll = 254,
+    Reset = CcTalk::Header::reset,
+    SetChangeAlgorithm = CcTalk::Header::setChangeAlgorithm,
+    ReqCoinsInByType = CcTalk::Header::reqCoinsInByType,
+    ReqControllerManifest = CcTalk::Header::reqControllerManifest,
+    DispenseHopperPattern = CcTalk::Header::dispenseHopperPattern,
+    ReqAuditCounter = CcTalk::Header::reqAuditCounter,
+    ClearAuditCounter = CcTalk::Header::clearAuditCounter,
+    ReqRealTimeClock = CcTalk::Header::reqRealTimeClock,
+    ModRealTimeClock = CcTalk::Header::modRealTimeClock,
+    ReqCashboxValue = CcTalk::Header::reqCashboxValue,
+    ModCashboxValue = CcTalk::Header::modCashboxValue,
+    ReqHopperBalance = CcTalk::Header::reqHopperBalance,
+    ModHopperBalance = CcTalk::Header::modHopperBalance,
+    PurgeHopper = CcTalk::Header::purgeHopper,
+    ReqErrorStatus = CcTalk::Header::reqErrorStatus,
+    ReqActivityReg = CcTalk::Header::reqActivityReg,
+    VerifyMoneyOut = CcTalk::Header::verifyMoneyOut,
+    PayMoneyOut = CcTalk::Header::payMoneyOut,
+    ModVarSet = CcTalk::Header::modVarSet,
+    ReqCoinId = CcTalk::Header::reqCoinId,
+    ReqBuildCode = CcTalk::Header::reqBuildCode,
+    ModInhibitStatus = CcTalk::Header::modInhibitStatus,
+    PerformSelfcheck = CcTalk::Header::performSelfcheck,
+    ReadInputLines = CcTalk::Header::readInputLines,
+    ReqSoftwareRevision = CcTalk::Header::reqSoftwareRevision,
+    ReqSerialNumber = CcTalk::Header::reqSerialNumber,
+    ReqProductCode = CcTalk::Header::reqProductCode,
+    ReqEquipmentCategoryId = CcTalk::Header::reqEquipmentCategoryId,
+    ReqManufacturerId = CcTalk::Header::reqManufacturerId,
+    ReqVarSet = CcTalk::Header::reqVarSet,
+    SimplePoll = CcTalk::Header::simplePoll,
 };
 } // namespace cmd
 

@@ -1,6 +1,8 @@
 #include "changesearch.h"
 #include "device.h"
 
+#include "cctalk/statecommands.h"
+
 #include <algorithm>
 #include <iterator>
 #include <numeric>
@@ -141,34 +143,25 @@ QByteArray Device::onModVarSet(quint8 src, const QByteArray& data)
 
 QByteArray Device::manifest(quint8 unit, quint8 info) const
 {
-    if (unit == 2) {
-        switch (info) {
-        case 0:
-            return QByteArray(1, char(1));
-        case 1:
-            return text(config_.acceptorFirmware);
-        case 4:
-            return text(config_.acceptorModel);
-        case 5:
-            return le(config_.acceptorSerial, 3);
-        }
+    using Manifest = CcTalk::ReqUnitInfo;
+    const int h = int(unit) - Manifest::CoinAcceptor;
+    if (unit != Manifest::CoinAcceptor && !validHopper(h))
         return QByteArray();
-    }
-    const int h = int(unit) - 2;
-    if (!validHopper(h))
-        return QByteArray();
-    const HopperConfig& c = hoppers_[h - 1].cfg;
+    // The coin acceptor answers from the configuration's acceptor items, a hopper from its own.
+    const HopperConfig* hopper = unit == Manifest::CoinAcceptor ? nullptr : &hoppers_[h - 1].cfg;
     switch (info) {
-    case 0:
-        return QByteArray(1, char(c.enabled ? 1 : 0));
-    case 1:
-        return text(c.firmware);
-    case 4:
-        return text(c.model);
-    case 5:
-        return le(c.serial, 3);
-    case 8:
-        return le(quint32(std::clamp(c.capacity, 0, 65535)), 2);
+    case Manifest::Enabled:
+        return QByteArray(1, char(!hopper || hopper->enabled ? 1 : 0));
+    case Manifest::Firmware:
+        return text(hopper ? hopper->firmware : config_.acceptorFirmware);
+    case Manifest::Model:
+        return text(hopper ? hopper->model : config_.acceptorModel);
+    case Manifest::SerialNumber:
+        return le(hopper ? hopper->serial : config_.acceptorSerial, 3);
+    case Manifest::Capacity:
+        if (hopper)
+            return le(quint32(std::clamp(hopper->capacity, 0, 65535)), 2);
+        break;
     }
     return QByteArray();
 }

@@ -1,5 +1,7 @@
 #include "devicefaults.h"
 
+#include "cctalk/statecommands.h"
+
 namespace sim {
 
 void DeviceFaults::hopperJammed(int hopper)
@@ -54,9 +56,9 @@ quint16 DeviceFaults::activityBits() const
 {
     quint16 bits = forcedBits_;
     if (eventFault_ || doorOpen_)
-        bits |= activity::Fault;
+        bits |= CcTalk::ReqActivityRegResp::Fault;
     if (eventWarning_)
-        bits |= activity::Warning;
+        bits |= CcTalk::ReqActivityRegResp::Warning;
     return bits;
 }
 

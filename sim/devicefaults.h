@@ -5,17 +5,6 @@
 
 namespace sim {
 
-// Bits of the activity register (header 123).
-namespace activity {
-enum : quint16 {
-    Accepting = 4,
-    Paying = 8,
-    Fault = 16,
-    Initialising = 64,
-    Warning = 4096,
-};
-} // namespace activity
-
 // Error status codes (header 122) the model raises by itself.
 namespace errcode {
 enum : quint8 { HopperEmpty = 1, HopperJam = 2, NeedSelfCheck = 255 };

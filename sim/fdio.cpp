@@ -1,7 +1,6 @@
 #include "fdio.h"
 
 #include <cerrno>
-#include <poll.h>
 #include <unistd.h>
 
 namespace sim {
@@ -20,27 +19,6 @@ QByteArray readAvailable(int fd)
             break;
     }
     return bytes;
-}
-
-bool writeAll(int fd, const QByteArray& bytes, WhenFull whenFull)
-{
-    const char* p = bytes.constData();
-    size_t left = size_t(bytes.size());
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && errno == EAGAIN && whenFull == WhenFull::Wait) {
-            pollfd out{fd, POLLOUT, 0};
-            ::poll(&out, 1, 100);
-            continue;
-        }
-        if (n <= 0)
-            return false;
-        p += n;
-        left -= size_t(n);
-    }
-    return true;
 }
 
 } // namespace sim

@@ -1,10 +1,11 @@
 #include "config.h"
 #include "control.h"
-#include "fdio.h"
 #include "replay.h"
 #include "replayserver.h"
 #include "serialline.h"
 #include "simulator.h"
+
+#include "host/fdwrite.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -57,7 +58,7 @@ void usage(FILE* to)
 void say(int fd, const QString& text)
 {
     if (!text.isEmpty())
-        sim::writeAll(fd, text.toUtf8() + '\n', sim::WhenFull::GiveUp);
+        hw::writeAll(fd, text.toUtf8() + '\n', hw::WhenFull::GiveUp);
 }
 
 // Makes linkPath, when given, a symbolic link to the port in place of an older link.

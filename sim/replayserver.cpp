@@ -2,6 +2,8 @@
 
 #include "fdio.h"
 
+#include "host/fdwrite.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -71,7 +73,7 @@ int serveReplay(Replay& replay, int fd, int stopFd, int quietMs,
             return 1;
         }
         while (!queue.empty() && queue.front().dueUs <= now) {
-            if (!writeAll(fd, queue.front().bytes, WhenFull::Wait)) {
+            if (!hw::writeAll(fd, queue.front().bytes, hw::WhenFull::Wait)) {
                 complain(QStringLiteral("the line was lost"));
                 return 1;
             }

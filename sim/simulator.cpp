@@ -58,6 +58,19 @@ struct Simulator::Private
         }
         wake();
     }
+    // The next n requests meet this line fault.
+    void countNext(int LineFaults::*fault, int n)
+    {
+        control([&] { faults.*fault = std::max(0, n); });
+    }
+    // The answers to the next n requests with this header (-1: any) are lost.
+    void dropNext(int n, int header)
+    {
+        control([&] {
+            faults.drop = std::max(0, n);
+            faults.dropHeader = header;
+        });
+    }
     template <typename F> auto read(F&& f)
     {
         std::lock_guard<std::mutex> lock(m);
@@ -284,88 +297,33 @@ void Simulator::stop()
     d->reader.clear();
 }
 
-void Simulator::insertCoin(int position)
-{
-    d->control([&] { d->device.insertCoin(position); });
-}
-void Simulator::setErrorStatus(quint8 module, quint8 code)
-{
-    d->control([&] { d->device.setErrorStatus(module, code); });
-}
-void Simulator::setSelfCheck(quint8 fault, quint8 subCode)
-{
-    d->control([&] { d->device.setSelfCheck(fault, subCode); });
-}
-void Simulator::setActivityBits(quint16 bits)
-{
-    d->control([&] { d->device.setActivityBits(bits); });
-}
-void Simulator::jamHopper(int hopper, bool jammed)
-{
-    d->control([&] { d->device.jamHopper(hopper, jammed); });
-}
-void Simulator::flagHopperJam(int hopper)
-{
-    d->control([&] { d->device.flagHopperJam(hopper); });
-}
-void Simulator::emptyHopper(int hopper)
-{
-    d->control([&] { d->device.emptyHopper(hopper); });
-}
-void Simulator::openDoor(bool open)
-{
-    d->control([&] { d->device.openDoor(open); });
-}
-void Simulator::setHopperCount(int hopper, int count)
-{
-    d->control([&] { d->device.setHopperCount(hopper, count); });
-}
-void Simulator::setCashbox(quint32 value)
-{
-    d->control([&] { d->device.setCashbox(value); });
-}
-void Simulator::clearFaults()
-{
-    d->control([&] { d->device.clearFaults(); });
-}
-
 void Simulator::dropAnswers(int n)
 {
-    d->control([&] {
-        d->faults.drop = std::max(0, n);
-        d->faults.dropHeader = -1;
-    });
+    d->dropNext(n, -1);
 }
 void Simulator::answerBusy(int n)
 {
-    d->control([&] { d->faults.busy = std::max(0, n); });
+    d->countNext(&LineFaults::busy, n);
 }
 void Simulator::nakNext(int n)
 {
-    d->control([&] { d->faults.nak = std::max(0, n); });
+    d->countNext(&LineFaults::nak, n);
 }
 void Simulator::corruptChecksumNext(int n)
 {
-    d->control([&] { d->faults.corrupt = std::max(0, n); });
+    d->countNext(&LineFaults::corrupt, n);
 }
 void Simulator::dropAnswersTo(quint8 header, int n)
 {
-    d->control([&] {
-        d->faults.drop = std::max(0, n);
-        d->faults.dropHeader = header;
-    });
+    d->dropNext(n, header);
 }
 void Simulator::foreignFrameBeforeNext(int n)
 {
-    d->control([&] { d->faults.foreign = std::max(0, n); });
+    d->countNext(&LineFaults::foreign, n);
 }
 void Simulator::badFrameBeforeNext(int n)
 {
-    d->control([&] { d->faults.badFrame = std::max(0, n); });
-}
-void Simulator::restartCoinCounters()
-{
-    d->control([&] { d->device.restartCoinCounters(); });
+    d->countNext(&LineFaults::badFrame, n);
 }
 void Simulator::garbageBeforeNext(const QByteArray& bytes)
 {
@@ -466,12 +424,7 @@ void Simulator::whenRequested(quint8 header, const std::function<void(Device&)>&
 
 void Simulator::withDevice(const std::function<void(Device&)>& fn)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->m);
-        d->catchUp();
-        fn(d->device);
-    }
-    d->wake();
+    d->control([&] { fn(d->device); });
 }
 
 } // namespace sim

@@ -35,19 +35,19 @@ public:
     bool isRunning() const;
     void stop();
 
-    // Device controls.
-    void insertCoin(int position);
-    void setErrorStatus(quint8 module, quint8 code);
-    void setSelfCheck(quint8 fault, quint8 subCode);
-    void setActivityBits(quint16 bits);
-    void jamHopper(int hopper, bool jammed = true);
-    void flagHopperJam(int hopper);
-    void emptyHopper(int hopper);
-    void openDoor(bool open = true);
-    void setHopperCount(int hopper, int count);
-    void setCashbox(quint32 value);
-    void clearFaults();
-    void restartCoinCounters();
+    // Device controls: the model's own, under the simulator's lock.
+    void insertCoin(int position) { control(&Device::insertCoin, position); }
+    void setErrorStatus(quint8 module, quint8 code) { control(&Device::setErrorStatus, module, code); }
+    void setSelfCheck(quint8 fault, quint8 subCode) { control(&Device::setSelfCheck, fault, subCode); }
+    void setActivityBits(quint16 bits) { control(&Device::setActivityBits, bits); }
+    void jamHopper(int hopper, bool jammed = true) { control(&Device::jamHopper, hopper, jammed); }
+    void flagHopperJam(int hopper) { control(&Device::flagHopperJam, hopper); }
+    void emptyHopper(int hopper) { control(&Device::emptyHopper, hopper); }
+    void openDoor(bool open = true) { control(&Device::openDoor, open); }
+    void setHopperCount(int hopper, int count) { control(&Device::setHopperCount, hopper, count); }
+    void setCashbox(quint32 value) { control(&Device::setCashbox, value); }
+    void clearFaults() { control(&Device::clearFaults); }
+    void restartCoinCounters() { control(&Device::restartCoinCounters); }
 
     // Line faults. Each "next" fault applies to the following requests addressed to the device.
     void dropAnswers(int n); // the command is carried out, its answer is lost
@@ -91,6 +91,11 @@ public:
     void whenRequested(quint8 header, const std::function<void(Device&)>& fn);
 
 private:
+    template <typename... Param, typename... Arg> void control(void (Device::*f)(Param...), Arg... args)
+    {
+        withDevice([&](Device& device) { (device.*f)(args...); });
+    }
+
     struct Private;
     std::unique_ptr<Private> d;
 };

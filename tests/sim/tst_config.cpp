@@ -1,5 +1,6 @@
 #include "config.h"
 #include "device.h"
+#include "support/columns.h"
 
 #include <QSet>
 #include <QTemporaryDir>
@@ -75,8 +76,7 @@ void TestConfig::partialFileKeepsDefaults()
 
 void TestConfig::badFilesAreRejected_data()
 {
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("mentions");
+    testsupport::columns<QByteArray, QString>("json", "mentions");
     QTest::newRow("not json") << QByteArray("{") << QString();
     QTest::newRow("array") << QByteArray("[]") << QStringLiteral("object");
     QTest::newRow("unknown key") << QByteArray(R"({"cashbx": 1})") << QStringLiteral("cashbx");

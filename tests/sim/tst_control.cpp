@@ -1,5 +1,6 @@
 #include "control.h"
 #include "simulator.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -131,13 +132,8 @@ void TestControl::deviceCommands()
 // Fault commands and what the model shows afterwards, then after "clear faults".
 void TestControl::faultCommands_data()
 {
-    QTest::addColumn<QStringList>("commands");
-    QTest::addColumn<QByteArray>("payout");
-    QTest::addColumn<quint16>("activity");
-    QTest::addColumn<Status>("error");
-    QTest::addColumn<Status>("selfCheck");
-    QTest::addColumn<int>("hopper");
-    QTest::addColumn<int>("count");
+    testsupport::columns<QStringList, QByteArray, quint16, Status, Status, int, int>(
+        "commands", "payout", "activity", "error", "selfCheck", "hopper", "count");
     const Status none(0, 0);
     QTest::newRow("error") << QStringList{QStringLiteral("error 3 2")} << QByteArray() << quint16(0)
                            << Status(3, 2) << none << 1 << 200;
@@ -186,8 +182,7 @@ void TestControl::faultCommands()
 
 void TestControl::lineCommands_data()
 {
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QByteArray>("onTheLine");
+    testsupport::columns<QString, QByteArray>("line", "onTheLine");
     const QByteArray poll = "37 00 01 FE CA";
     QTest::newRow("none") << QString() << poll + " 01 00 37 00 C8";
     QTest::newRow("nak") << QStringLiteral("nak") << poll + " 01 00 37 05 C3";
@@ -284,81 +279,51 @@ void TestControl::badInput()
 
 void TestControl::replies_data()
 {
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("reply");
-    QTest::newRow("unknown") << QStringLiteral("fly away")
-                             << QStringLiteral(
-                                    "error: unknown command or wrong arguments: fly away (try help)");
-    QTest::newRow("coin 0") << QStringLiteral("coin 0")
-                            << QStringLiteral("error: coin POS [N]: POS is 1 to 16");
-    QTest::newRow("coin none") << QStringLiteral("coin 1 0")
-                               << QStringLiteral("error: coin POS [N]: POS is 1 to 16");
-    QTest::newRow("error 256") << QStringLiteral("error 1 256")
-                               << QStringLiteral("error: two numbers 0 to 255 expected");
-    QTest::newRow("selfcheck text") << QStringLiteral("selfcheck x 1")
-                                    << QStringLiteral("error: two numbers 0 to 255 expected");
-    QTest::newRow("error one arg") << QStringLiteral("error 1")
-                                   << QStringLiteral(
-                                          "error: unknown command or wrong arguments: error 1 (try help)");
-    QTest::newRow("activity big") << QStringLiteral("activity 65536")
-                                  << QStringLiteral("error: a 16-bit number expected");
-    QTest::newRow("jam 0 now") << QStringLiteral("jam 0 now") << QStringLiteral("error: jam HOPPER now");
-    QTest::newRow("jam maybe") << QStringLiteral("jam 1 maybe")
-                               << QStringLiteral("error: jam HOPPER [on|off]");
-    QTest::newRow("jam NOW") << QStringLiteral("  Jam   1   NOW ")
-                             << QStringLiteral("error: jam HOPPER [on|off]");
-    QTest::newRow("jam three args")
-        << QStringLiteral("jam 1 now please")
-        << QStringLiteral("error: unknown command or wrong arguments: jam 1 now please (try help)");
-    QTest::newRow("empty 0") << QStringLiteral("empty 0") << QStringLiteral("error: empty HOPPER");
-    QTest::newRow("door ajar") << QStringLiteral("door ajar") << QStringLiteral("error: door open|close");
-    QTest::newRow("hopper 9") << QStringLiteral("hopper 9 1") << QStringLiteral("error: no hopper 9");
-    QTest::newRow("hopper count big")
-        << QStringLiteral("hopper 1 70000") << QStringLiteral("error: hopper HOPPER COUNT");
-    QTest::newRow("cashbox negative")
-        << QStringLiteral("cashbox -1") << QStringLiteral("error: cashbox VALUE");
-    QTest::newRow("clear all") << QStringLiteral("clear all")
-                               << QStringLiteral("error: clear faults|line|log");
-    QTest::newRow("clear FAULTS") << QStringLiteral("clear FAULTS")
-                                  << QStringLiteral("error: clear faults|line|log");
-    QTest::newRow("clear alone") << QStringLiteral("clear")
-                                 << QStringLiteral(
-                                        "error: unknown command or wrong arguments: clear (try help)");
-    QTest::newRow("restart now") << QStringLiteral("restart now")
-                                 << QStringLiteral(
-                                        "error: unknown command or wrong arguments: restart now (try help)");
-    QTest::newRow("drop text") << QStringLiteral("drop x") << QStringLiteral("error: a count expected");
-    QTest::newRow("drop header big") << QStringLiteral("drop 1 256")
-                                     << QStringLiteral("error: drop N [HEADER]");
-    QTest::newRow("busy text") << QStringLiteral("busy x") << QStringLiteral("error: a count expected");
-    QTest::newRow("busy alone") << QStringLiteral("busy")
-                                << QStringLiteral(
-                                       "error: unknown command or wrong arguments: busy (try help)");
-    QTest::newRow("nak text") << QStringLiteral("nak x") << QStringLiteral("error: a count expected");
-    QTest::newRow("badframe two args")
-        << QStringLiteral("badframe 1 2")
-        << QStringLiteral("error: unknown command or wrong arguments: badframe 1 2 (try help)");
-    QTest::newRow("garbage odd") << QStringLiteral("garbage ABC")
-                                 << QStringLiteral("error: garbage HEX...: hexadecimal bytes expected");
-    QTest::newRow("split one piece") << QStringLiteral("split 1 10")
-                                     << QStringLiteral("error: split PIECES PAUSE_MS");
-    QTest::newRow("BABBLE maybe") << QStringLiteral("BABBLE maybe") << QStringLiteral("error: babble on|off");
-    QTest::newRow("echo alone") << QStringLiteral("echo")
-                                << QStringLiteral(
-                                       "error: unknown command or wrong arguments: echo (try help)");
-    QTest::newRow("counter 71") << QStringLiteral("counter 71 1")
-                                << QStringLiteral("error: unknown counter group 71 (70, 80, 87)");
-    QTest::newRow("counter text") << QStringLiteral("counter x 1")
-                                  << QStringLiteral("error: counter GROUP INDEX");
-    QTest::newRow("log 0") << QStringLiteral("log 0") << QStringLiteral("error: log [N]");
-    QTest::newRow("status now") << QStringLiteral("status now")
-                                << QStringLiteral(
-                                       "error: unknown command or wrong arguments: status now (try help)");
-    QTest::newRow("port now") << QStringLiteral("port now")
-                              << QStringLiteral(
-                                     "error: unknown command or wrong arguments: port now (try help)");
-    QTest::newRow("Exit") << QStringLiteral("Exit") << QStringLiteral("bye");
-    QTest::newRow("quit now") << QStringLiteral("quit now") << QStringLiteral("bye");
+    testsupport::columns<QString, QString>("line", "reply");
+    // Row name, line, reply.
+    const char* const rows[][3] = {
+        {"unknown", "fly away", "error: unknown command or wrong arguments: fly away (try help)"},
+        {"coin 0", "coin 0", "error: coin POS [N]: POS is 1 to 16"},
+        {"coin none", "coin 1 0", "error: coin POS [N]: POS is 1 to 16"},
+        {"error 256", "error 1 256", "error: two numbers 0 to 255 expected"},
+        {"selfcheck text", "selfcheck x 1", "error: two numbers 0 to 255 expected"},
+        {"error one arg", "error 1", "error: unknown command or wrong arguments: error 1 (try help)"},
+        {"activity big", "activity 65536", "error: a 16-bit number expected"},
+        {"jam 0 now", "jam 0 now", "error: jam HOPPER now"},
+        {"jam maybe", "jam 1 maybe", "error: jam HOPPER [on|off]"},
+        {"jam NOW", "  Jam   1   NOW ", "error: jam HOPPER [on|off]"},
+        {"jam three args", "jam 1 now please",
+         "error: unknown command or wrong arguments: jam 1 now please (try help)"},
+        {"empty 0", "empty 0", "error: empty HOPPER"},
+        {"door ajar", "door ajar", "error: door open|close"},
+        {"hopper 9", "hopper 9 1", "error: no hopper 9"},
+        {"hopper count big", "hopper 1 70000", "error: hopper HOPPER COUNT"},
+        {"cashbox negative", "cashbox -1", "error: cashbox VALUE"},
+        {"clear all", "clear all", "error: clear faults|line|log"},
+        {"clear FAULTS", "clear FAULTS", "error: clear faults|line|log"},
+        {"clear alone", "clear", "error: unknown command or wrong arguments: clear (try help)"},
+        {"restart now", "restart now", "error: unknown command or wrong arguments: restart now (try help)"},
+        {"drop text", "drop x", "error: a count expected"},
+        {"drop header big", "drop 1 256", "error: drop N [HEADER]"},
+        {"busy text", "busy x", "error: a count expected"},
+        {"busy alone", "busy", "error: unknown command or wrong arguments: busy (try help)"},
+        {"nak text", "nak x", "error: a count expected"},
+        {"badframe two args", "badframe 1 2",
+         "error: unknown command or wrong arguments: badframe 1 2 (try help)"},
+        {"garbage odd", "garbage ABC", "error: garbage HEX...: hexadecimal bytes expected"},
+        {"split one piece", "split 1 10", "error: split PIECES PAUSE_MS"},
+        {"BABBLE maybe", "BABBLE maybe", "error: babble on|off"},
+        {"echo alone", "echo", "error: unknown command or wrong arguments: echo (try help)"},
+        {"counter 71", "counter 71 1", "error: unknown counter group 71 (70, 80, 87)"},
+        {"counter text", "counter x 1", "error: counter GROUP INDEX"},
+        {"log 0", "log 0", "error: log [N]"},
+        {"status now", "status now", "error: unknown command or wrong arguments: status now (try help)"},
+        {"port now", "port now", "error: unknown command or wrong arguments: port now (try help)"},
+        {"Exit", "Exit", "bye"},
+        {"quit now", "quit now", "bye"},
+    };
+    for (const auto& row : rows)
+        QTest::newRow(row[0]) << QString::fromLatin1(row[1]) << QString::fromLatin1(row[2]);
 }
 
 void TestControl::replies()

@@ -1,6 +1,9 @@
 #include "device.h"
 #include "frame.h"
 
+#include "cctalk/statecommands.h"
+#include "support/columns.h"
+
 #include <QtTest>
 #include <random>
 
@@ -333,7 +336,7 @@ void TestDevice::faultControls()
     QCOMPARE(ask(*dev, SELF_CHECK), NO_ERROR);
     dev->setErrorStatus(3, 2);
     dev->setSelfCheck(26, 12);
-    dev->setActivityBits(sim::activity::Fault);
+    dev->setActivityBits(CcTalk::ReqActivityRegResp::Fault);
     QCOMPARE(ask(*dev, ERROR_STATUS), QByteArray("01 02 37 00 03 02 C1"));
     QCOMPARE(ask(*dev, SELF_CHECK), QByteArray("01 02 37 00 1A 0C A0"));
     QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_FAULT);
@@ -723,8 +726,7 @@ void TestDevice::resetReinitialises()
 
 void TestDevice::coinValues_data()
 {
-    QTest::addColumn<QString>("coinId");
-    QTest::addColumn<quint32>("value");
+    testsupport::columns<QString, quint32>("coinId", "value");
     QTest::newRow("RU010A") << QStringLiteral("RU010A") << 10u;
     QTest::newRow("RU050B") << QStringLiteral("RU050B") << 50u;
     QTest::newRow("RU500A") << QStringLiteral("RU500A") << 500u;

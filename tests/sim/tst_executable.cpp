@@ -1,4 +1,5 @@
 #include "config.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -50,6 +51,13 @@ QString command(QProcess& p, const QString& line, const QString& replyPrefix)
     p.write((line + QLatin1Char('\n')).toUtf8());
     p.waitForBytesWritten(1000);
     return lineStartingWith(p, replyPrefix);
+}
+
+// Runs the simulator with these arguments to its end.
+bool runToTheEnd(QProcess& p, const QStringList& arguments)
+{
+    p.start(QStringLiteral(CPIBCR_SIM_EXE), arguments);
+    return p.waitForFinished(60000);
 }
 
 } // namespace
@@ -164,8 +172,7 @@ void TestExecutable::controlThroughAFifo()
 void TestExecutable::dumpConfig()
 {
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--dump-config")});
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, {QStringLiteral("--dump-config")}));
     QCOMPARE(p.exitCode(), 0);
     QString error;
     const sim::Config c = sim::Config::fromJson(p.readAllStandardOutput(), &error);
@@ -181,8 +188,7 @@ void TestExecutable::badConfigurationIsRefused()
     f.write(R"({"hoppers": [{"coin": "RU1"}]})");
     f.close();
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--config"), bad});
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, {QStringLiteral("--config"), bad}));
     QCOMPARE(p.exitCode(), 2);
     QVERIFY(p.readAllStandardError().contains("RU1"));
 }
@@ -190,9 +196,7 @@ void TestExecutable::badConfigurationIsRefused()
 // Each refusal exits 2 with its exact message on standard error; an unknown option adds the usage.
 void TestExecutable::commandLineRefusals_data()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QByteArray>("message");
-    QTest::addColumn<bool>("withUsage");
+    testsupport::columns<QStringList, QByteArray, bool>("arguments", "message", "withUsage");
     for (const char* option : {"--config", "--device", "--link", "--control", "--replay", "--speed"})
         QTest::newRow(option) << QStringList{QLatin1String(option)}
                               << QByteArray("cpibcr-sim: ") + option + " needs a value\n"
@@ -217,14 +221,12 @@ void TestExecutable::commandLineRefusals()
     QFETCH(QByteArray, message);
     QFETCH(bool, withUsage);
     QProcess help;
-    help.start(QStringLiteral(CPIBCR_SIM_EXE), {QStringLiteral("--help")});
-    QVERIFY(help.waitForFinished(60000));
+    QVERIFY(runToTheEnd(help, {QStringLiteral("--help")}));
     QCOMPARE(help.exitCode(), 0);
     const QByteArray usage = help.readAllStandardOutput();
     QVERIFY(usage.startsWith("usage: cpibcr-sim [--config FILE]"));
     QProcess p;
-    p.start(QStringLiteral(CPIBCR_SIM_EXE), arguments);
-    QVERIFY(p.waitForFinished(60000));
+    QVERIFY(runToTheEnd(p, arguments));
     QCOMPARE(p.exitCode(), 2);
     QCOMPARE(p.readAllStandardOutput(), QByteArray());
     QCOMPARE(p.readAllStandardError(), withUsage ? message + usage : message);

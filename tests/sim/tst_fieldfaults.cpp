@@ -1,6 +1,7 @@
 #include "sim/control.h"
 #include "sim/device.h"
 #include "sim/frame.h"
+#include "support/columns.h"
 #include "support/frames.h"
 #include "support/ptyrig.h"
 
@@ -61,8 +62,7 @@ private slots:
 
     void controlCommands_data()
     {
-        QTest::addColumn<QString>("command");
-        QTest::addColumn<QString>("reply");
+        testsupport::columns<QString, QString>("command", "reply");
         QTest::newRow("restart") << QStringLiteral("restart counters") << QStringLiteral("ok");
         QTest::newRow("restart what") << QStringLiteral("restart hoppers")
                                       << QStringLiteral("error: unknown command or wrong arguments: restart "
@@ -95,9 +95,7 @@ private slots:
     // checksum byte is wrong. The next answer comes alone.
     void decoyBeforeTheAnswer_data()
     {
-        QTest::addColumn<Setup>("setup");
-        QTest::addColumn<QByteArray>("decoy");
-        QTest::addColumn<int>("decoySize");
+        testsupport::columns<Setup, QByteArray, int>("setup", "decoy", "decoySize");
         QTest::newRow("foreign frame") << Setup([](sim::Simulator& s) { s.foreignFrameBeforeNext(1); })
                                        << frame(2, 3, 0, QByteArray(32, '\1')) << 37;
         QByteArray bad = frame(1, 55, 0, QByteArray(32, '\1') + QByteArray(98, '\0'));

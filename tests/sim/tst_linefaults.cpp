@@ -1,5 +1,6 @@
 #include "sim/frame.h"
 #include "sim/linefaults.h"
+#include "support/columns.h"
 #include "support/frames.h"
 
 #include <QtTest>
@@ -63,9 +64,7 @@ private slots:
     // how many commands the device has carried out by then.
     void oneShotFaults_data()
     {
-        QTest::addColumn<Setup>("setup");
-        QTest::addColumn<QList<QByteArray>>("answers");
-        QTest::addColumn<QList<int>>("calls");
+        testsupport::columns<Setup, QList<QByteArray>, QList<int>>("setup", "answers", "calls");
         QByteArray spoilt = answer;
         spoilt[spoilt.size() - 1] = char(spoilt.at(spoilt.size() - 1) ^ 0x5A);
         QByteArray bad = frame(1, 55, 0, hex("0203") + QByteArray(128, '\0'));

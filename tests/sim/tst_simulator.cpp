@@ -1,4 +1,5 @@
 #include "simulator.h"
+#include "support/columns.h"
 #include "support/ptyrig.h"
 
 #include <QElapsedTimer>
@@ -23,6 +24,14 @@ using Port = testsupport::RawPort;
 using testsupport::fastConfig;
 
 const QByteArray POLL_ECHO_ACK = "37 00 01 FE CA 01 00 37 00 C8";
+
+// Sends a simple poll and returns what comes back: its echo, then the answer.
+QByteArray polled(Port& port)
+{
+    if (!port.send("37 00 01 FE CA"))
+        return QByteArray();
+    return hex(port.read(10));
+}
 
 enum Fault { Nak, CorruptChecksum, Garbage, Silent };
 
@@ -57,8 +66,7 @@ void TestSimulator::simplePollOverPseudoTerminal()
     QVERIFY(s.portPath().startsWith(QStringLiteral("/dev/pts/")));
     Port port(s.portPath());
     QVERIFY(port.isOpen());
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
     QCOMPARE(s.countHeader(254), 1);
     const QList<sim::Transaction> log = s.transactions();
     QCOMPARE(log.size(), 1);
@@ -77,8 +85,7 @@ void TestSimulator::echoOff()
     QVERIFY(port.send("37 00 01 FE CA"));
     QCOMPARE(hex(port.read(5)), QByteArray("01 00 37 00 C8"));
     s.setEcho(true);
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
 }
 
 void TestSimulator::droppedAnswerStillReachedTheDeviceOnce()
@@ -94,8 +101,7 @@ void TestSimulator::droppedAnswerStillReachedTheDeviceOnce()
     // The coin leaves the hopper after its payout time.
     QTRY_COMPARE_WITH_TIMEOUT(s.hopperCount(4), 399, 60000);
     QCOMPARE(s.auditCounter(80, 4), 1u);
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
     QCOMPARE(s.countHeader(85), 1);
     s.clearTransactions();
     QCOMPARE(s.countHeader(85), 0);
@@ -123,10 +129,7 @@ void TestSimulator::busyAnswersDoNotCarryTheCommandOut()
 // One command under a line fault, then a poll answered as usual.
 void TestSimulator::faultThenAPlainPoll_data()
 {
-    QTest::addColumn<int>("fault");
-    QTest::addColumn<QByteArray>("command");
-    QTest::addColumn<int>("header");
-    QTest::addColumn<QByteArray>("onTheLine");
+    testsupport::columns<int, QByteArray, int, QByteArray>("fault", "command", "header", "onTheLine");
     const QByteArray poll = "37 00 01 FE CA";
     const QByteArray setCashbox = "37 04 01 76 40 E2 01 00 2B";
     QTest::newRow("nak next") << int(Nak) << setCashbox << 118
@@ -168,8 +171,7 @@ void TestSimulator::faultThenAPlainPoll()
     // Neither a refused nor an unanswered cashbox command sets the cashbox.
     QCOMPARE(s.cashbox(), 0u);
     s.setSilent(false);
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
 }
 
 void TestSimulator::answerInPieces()
@@ -198,8 +200,7 @@ void TestSimulator::babble()
     s.setBabble(false);
     // Noise put on the line before the stop comes ahead of the answer.
     QVERIFY(port.pollUntilAnswered());
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
 }
 
 void TestSimulator::pacing()
@@ -258,8 +259,7 @@ void TestSimulator::randomBytesOnTheLine()
     }
     QVERIFY(port.pollUntilAnswered());
     QVERIFY(s.isRunning());
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
 }
 
 void TestSimulator::framesForOtherAddressesAreEchoedOnly()
@@ -271,8 +271,7 @@ void TestSimulator::framesForOtherAddressesAreEchoedOnly()
     QCOMPARE(hex(port.read(5)), QByteArray("28 00 01 FE D9"));
     QCOMPARE(s.transactions().size(), 0);
     // Nothing else came: the next bytes are the echo and answer of a poll.
-    QVERIFY(port.send("37 00 01 FE CA"));
-    QCOMPARE(hex(port.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(port), POLL_ECHO_ACK);
 }
 
 void TestSimulator::servesAnExistingDevice()
@@ -289,8 +288,7 @@ void TestSimulator::servesAnExistingDevice()
     QVERIFY2(s.openDevice(path, &error), qPrintable(error));
     QCOMPARE(s.portPath(), path);
     Port host(master);
-    QVERIFY(host.send("37 00 01 FE CA"));
-    QCOMPARE(hex(host.read(10)), POLL_ECHO_ACK);
+    QCOMPARE(polled(host), POLL_ECHO_ACK);
     s.stop();
     ::close(slave);
 
