@@ -18,8 +18,7 @@ class LineRecorder
 public:
     LineRecorder();
     ~LineRecorder();
-    LineRecorder(const LineRecorder&) = delete;
-    LineRecorder& operator=(const LineRecorder&) = delete;
+    Q_DISABLE_COPY(LineRecorder)
 
     // Opens the file for appending; time 0 of the recording is now.
     bool start(const QString& path, QString* error);

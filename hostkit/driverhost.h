@@ -24,8 +24,7 @@ class DriverHost
 public:
     DriverHost();
     ~DriverHost();
-    DriverHost(const DriverHost&) = delete;
-    DriverHost& operator=(const DriverHost&) = delete;
+    Q_DISABLE_COPY(DriverHost)
 
     // Starts the built-in simulator with this configuration; the port becomes its pseudo-terminal.
     bool startSimulator(const sim::Config& config, QString* error);

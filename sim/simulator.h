@@ -26,8 +26,7 @@ class Simulator
 public:
     explicit Simulator(const Config& config = Config::defaults());
     ~Simulator();
-    Simulator(const Simulator&) = delete;
-    Simulator& operator=(const Simulator&) = delete;
+    Q_DISABLE_COPY(Simulator)
 
     bool openPty(QString* error = nullptr);
     bool openDevice(const QString& path, QString* error = nullptr);

@@ -17,8 +17,7 @@ class Progress
 public:
     Progress(bool enabled, const QString& message);
     ~Progress();
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
+    Q_DISABLE_COPY(Progress)
 
     // Whether stderr is a terminal.
     static bool stderrIsTerminal();

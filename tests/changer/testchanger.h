@@ -66,8 +66,7 @@ template <class C> struct SimRigOf
         });
     }
     ~SimRigOf() { RecordingChanger::setResetPending(false); }
-    SimRigOf(const SimRigOf&) = delete;
-    SimRigOf& operator=(const SimRigOf&) = delete;
+    Q_DISABLE_COPY(SimRigOf)
 
     // Runs a discovery of the recycler and forgets its traffic.
     void discover()

@@ -22,8 +22,7 @@ struct SimRig
         driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
     }
     ~SimRig() { testsupport::RecordingChanger::setResetPending(false); }
-    SimRig(const SimRig&) = delete;
-    SimRig& operator=(const SimRig&) = delete;
+    Q_DISABLE_COPY(SimRig)
 
     // init() and connect() as the host does.
     void start()

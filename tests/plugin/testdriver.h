@@ -28,8 +28,7 @@ struct Rig
         line.setResponder(model.responder());
         driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line));
     }
-    Rig(const Rig&) = delete;
-    Rig& operator=(const Rig&) = delete;
+    Q_DISABLE_COPY(Rig)
 
     // init() and connect() as the host does, then forgets what they sent.
     void connectDevice()

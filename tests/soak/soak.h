@@ -179,8 +179,7 @@ class Soak
 public:
     explicit Soak(const Options& options);
     ~Soak();
-    Soak(const Soak&) = delete;
-    Soak& operator=(const Soak&) = delete;
+    Q_DISABLE_COPY(Soak)
 
     // False when an invariant was violated or the rig could not start; failure() says why.
     bool run();

@@ -47,8 +47,7 @@ class LogCapture
 public:
     LogCapture();
     ~LogCapture();
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
+    Q_DISABLE_COPY(LogCapture)
 
     const QList<LogLine>& lines() const { return appender->lines; }
     // "LEVEL text" per line, the form most assertions compare with.

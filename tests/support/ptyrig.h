@@ -22,8 +22,7 @@ struct PtyRig
 {
     enum PortMode { OpenPort, LeavePortClosed };
     explicit PtyRig(const sim::Config& config = sim::Config::defaults(), PortMode mode = OpenPort);
-    PtyRig(const PtyRig&) = delete;
-    PtyRig& operator=(const PtyRig&) = delete;
+    Q_DISABLE_COPY(PtyRig)
 
     bool opened() const { return error.isEmpty(); }
     QString path() const { return simulator.portPath(); }
@@ -39,8 +38,7 @@ struct PtyPair
 {
     PtyPair();
     ~PtyPair();
-    PtyPair(const PtyPair&) = delete;
-    PtyPair& operator=(const PtyPair&) = delete;
+    Q_DISABLE_COPY(PtyPair)
 
     // Reads from the master until `expected` bytes came or the time-out, which only
     // ends a hung test, ran out.
@@ -63,8 +61,7 @@ public:
     // Opens a terminal raw at 115200 baud, without blocking.
     explicit RawPort(const QString& path);
     ~RawPort();
-    RawPort(const RawPort&) = delete;
-    RawPort& operator=(const RawPort&) = delete;
+    Q_DISABLE_COPY(RawPort)
 
     bool isOpen() const { return descriptor >= 0; }
     int fd() const { return descriptor; }
