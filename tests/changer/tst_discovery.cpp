@@ -486,39 +486,15 @@ void TestDiscovery::unitFieldsOfHopperAndCashbox()
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
     QCOMPARE(units.size(), 2);
 
-    const CashControlUnit& h = units.at(0);
-    QCOMPARE(h.name, QStringLiteral("hopper1"));
-    QCOMPARE(h.type, 1);
-    QCOMPARE(h.operations, 0x8021330);
-    QCOMPARE(h.flag, 1);
-    QCOMPARE(h.denom, 500u);
-    QCOMPARE(h.count, 300LL);
-    QCOMPARE(h.sum, 0LL);
-    QCOMPARE(h.capacity, 1200);
-    QCOMPARE(h.reserve1, 0);
-    QVERIFY(h.denoms.isEmpty());
-    QCOMPARE(h.reserve2, 0);
-    QCOMPARE(h.state, 0);
-    QVERIFY(h.title.isEmpty());
-    QCOMPARE(h.limit1, -1);
-    QCOMPARE(h.limit2, -1);
-    QCOMPARE(h.limit3, 50);
-    QCOMPARE(h.limit4, -1);
-
-    const CashControlUnit& c = units.at(1);
-    QCOMPARE(c.name, QStringLiteral("cashbox"));
-    QCOMPARE(c.type, 3);
-    QCOMPARE(c.operations, 0x10);
-    QCOMPARE(c.flag, 0);
-    QCOMPARE(c.denom, 0u);
-    QCOMPARE(c.count, 0LL);
-    QCOMPARE(c.sum, 700LL);
-    QCOMPARE(c.capacity, 0);
-    QCOMPARE(c.state, 0);
-    QVERIFY(c.title.isEmpty());
-    QCOMPARE(c.limit1, -1);
-    QCOMPARE(c.limit3, -1);
-    QCOMPARE(c.limit4, -1);
+    QCOMPARE(
+        testsupport::unitFields(units.at(0)),
+        QStringLiteral("name \"hopper1\", type 1, operations 0x8021330, flag 1, denom 500, count 300, sum 0, "
+                       "capacity 1200, reserve1 0, denoms {}, reserve2 0, state 0, title \"\", "
+                       "limits -1 -1 50 -1"));
+    QCOMPARE(testsupport::unitFields(units.at(1)),
+             QStringLiteral("name \"cashbox\", type 3, operations 0x10, flag 0, denom 0, count 0, sum 700, "
+                            "capacity 0, reserve1 0, denoms {}, reserve2 0, state 0, title \"\", "
+                            "limits -1 -1 -1 -1"));
 }
 
 void TestDiscovery::unitStatesFromTheErrorStatus()

@@ -3,34 +3,14 @@
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
 #include "hostkit/amount.h"
+#include "support/units.h"
 
 #include <QtTest>
 
+using testsupport::cashbox;
+using testsupport::hopper;
+
 namespace {
-
-CashControlUnit hopper(unsigned int denom, long long count, int capacity)
-{
-    CashControlUnit unit;
-    unit.name = QStringLiteral("hopper2");
-    unit.type = 1;
-    unit.operations = 0x8021330;
-    unit.flag = 1;
-    unit.denom = denom;
-    unit.count = count;
-    unit.capacity = capacity;
-    unit.limit3 = 50;
-    return unit;
-}
-
-CashControlUnit cashbox(long long sum)
-{
-    CashControlUnit unit;
-    unit.name = QStringLiteral("cashbox");
-    unit.type = 3;
-    unit.operations = 0x10;
-    unit.sum = sum;
-    return unit;
-}
 
 QList<int> operationsOf(const QList<panel::UnitOperation>& list)
 {
@@ -63,7 +43,7 @@ private slots:
 
 void TestPanelUnits::hopperOffersItsOperations()
 {
-    const CashControlUnit unit = hopper(500, 250, 800);
+    const CashControlUnit unit = hopper(2, 500, 250, 800);
     QCOMPARE(operationsOf(panel::loadOperations(unit)),
              (QList<int>{ECashControl::ManualLoad, ECashControl::LoadMainAcceptor}));
     const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
@@ -89,7 +69,7 @@ void TestPanelUnits::cashboxOffersOnlyManualPickupAll()
 
 void TestPanelUnits::unitWithoutOperationsOffersNothing()
 {
-    CashControlUnit unit = hopper(100, 10, 100);
+    CashControlUnit unit = hopper(2, 100, 10, 100);
     unit.operations = ECashControl::Maintenance;
     QVERIFY(panel::loadOperations(unit).isEmpty());
     QVERIFY(panel::pickupOperations(unit).isEmpty());
@@ -100,17 +80,17 @@ void TestPanelUnits::unitWithoutOperationsOffersNothing()
 
 void TestPanelUnits::sums()
 {
-    QCOMPARE(cashunits::unitValue(hopper(500, 250, 800)), 125000LL);
+    QCOMPARE(cashunits::unitValue(hopper(2, 500, 250, 800)), 125000LL);
     QCOMPARE(cashunits::unitValue(cashbox(1550)), 1550LL);
     QVERIFY(cashunits::isCashbox(cashbox(0)));
-    QVERIFY(!cashunits::isCashbox(hopper(100, 1, 1)));
+    QVERIFY(!cashunits::isCashbox(hopper(2, 100, 1, 1)));
     // Denominations are unsigned 32-bit; the product must not wrap.
-    QCOMPARE(cashunits::unitValue(hopper(4000000000U, 65535, 65535)), 4000000000LL * 65535);
+    QCOMPARE(cashunits::unitValue(hopper(2, 4000000000U, 65535, 65535)), 4000000000LL * 65535);
 }
 
 void TestPanelUnits::fillLevels()
 {
-    CashControlUnit unit = hopper(100, 51, 400);
+    CashControlUnit unit = hopper(2, 100, 51, 400);
     QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
     unit.count = 50;
     QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
@@ -131,7 +111,7 @@ void TestPanelUnits::fillLevels()
 
 void TestPanelUnits::fillLevelsWithoutLimits()
 {
-    CashControlUnit unit = hopper(100, 0, 400);
+    CashControlUnit unit = hopper(2, 100, 0, 400);
     unit.limit3 = -1;
     QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
     QCOMPARE(panel::fillLevel(cashbox(0)), panel::FillLevel::Normal);
@@ -173,7 +153,7 @@ void TestPanelUnits::money()
 
 void TestPanelUnits::operationAmounts()
 {
-    const CashControlUnit unit = hopper(200, 300, 1000);
+    const CashControlUnit unit = hopper(2, 200, 300, 1000);
     const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
     long long value = -1;
     QString why;
@@ -232,7 +212,7 @@ void TestPanelUnits::partCoinsAsTheDriver()
     QFETCH(bool, ok);
     QFETCH(qlonglong, minor);
     QFETCH(QString, error);
-    CashControlUnit unit = hopper(denom, 250, 800);
+    CashControlUnit unit = hopper(2, denom, 250, 800);
     unit.operations |= operation;
     panel::UnitOperation op;
     op.operation = operation;

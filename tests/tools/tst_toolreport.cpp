@@ -2,39 +2,13 @@
 #include "tools/report.h"
 
 #include "cashcontrol/units.h"
+#include "support/units.h"
 
 #include <QJsonDocument>
 #include <QtTest>
 
-namespace {
-
-CashControlUnit hopper(int number, unsigned int denom, long long count, int capacity, int state = 0)
-{
-    CashControlUnit u;
-    u.name = QStringLiteral("hopper%1").arg(number);
-    u.type = 1;
-    u.operations = 0x8021330;
-    u.flag = 1;
-    u.denom = denom;
-    u.count = count;
-    u.capacity = capacity;
-    u.state = state;
-    u.limit3 = 50;
-    return u;
-}
-
-CashControlUnit cashbox(long long sum, int state = 0)
-{
-    CashControlUnit u;
-    u.name = QStringLiteral("cashbox");
-    u.type = 3;
-    u.operations = 0x10;
-    u.sum = sum;
-    u.state = state;
-    return u;
-}
-
-} // namespace
+using testsupport::cashbox;
+using testsupport::hopper;
 
 class TestToolReport : public QObject
 {
