@@ -1,4 +1,5 @@
 #include "cashcontrol/basiccashcontrol.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "support/thrown.h"
 #include "testcashcontrol.h"
@@ -72,11 +73,8 @@ private slots:
 
     void descriptive_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("typeName");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("singular");
-        QTest::addColumn<QString>("plural");
+        testsupport::columns<int, QString, QString, QString, QString>("type", "typeName", "name", "singular",
+                                                                      "plural");
         QTest::newRow("coins") << 1 << QStringLiteral("coins") << QStringLiteral("Монетоприемник")
                                << QStringLiteral("монет") << QStringLiteral("монеты");
         QTest::newRow("type 2") << 2 << QStringLiteral("bills") << QStringLiteral("Купюроприемник")
@@ -111,9 +109,7 @@ private slots:
 
     void checkOption_data()
     {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<bool>("expected");
+        testsupport::columns<int, int, bool>("bits", "option", "expected");
         QTest::newRow("0 in empty set") << 0 << 0 << true;
         QTest::newRow("0 with an option set") << 1 << 0 << false;
         QTest::newRow("1 set") << 1 << 1 << true;
@@ -144,10 +140,7 @@ private slots:
 
     void setOption_data()
     {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<bool>("on");
-        QTest::addColumn<int>("expected");
+        testsupport::columns<int, int, bool, int>("bits", "option", "on", "expected");
         QTest::newRow("set 1") << 0 << 1 << true << 1;
         QTest::newRow("add 2") << 1 << 2 << true << 3;
         QTest::newRow("set 3") << 0 << 3 << true << 3;
@@ -174,10 +167,7 @@ private slots:
 
     void throwErrorLogsAndThrows_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<bool>("log");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<int, QString, bool, QString>("type", "message", "log", "expected");
         QTest::newRow("coin, X, logged")
             << 1 << QStringLiteral("X") << true << QStringLiteral("Монетоприемник: X");
         QTest::newRow("coin, X, not logged")
@@ -288,8 +278,7 @@ private slots:
 
     void castsByName_data()
     {
-        QTest::addColumn<QByteArray>("className");
-        QTest::addColumn<bool>("interfacePart");
+        testsupport::columns<QByteArray, bool>("className", "interfacePart");
         QTest::newRow("hw::BasicCashControl") << QByteArray("hw::BasicCashControl") << false;
         QTest::newRow("AbstractCashControl") << QByteArray("AbstractCashControl") << true;
         QTest::newRow("kelvorin.AbstractCashControl") << QByteArray("kelvorin.AbstractCashControl") << true;

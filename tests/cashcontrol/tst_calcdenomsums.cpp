@@ -1,4 +1,5 @@
 #include "cashcontrol/basiccashcontrol.h"
+#include "support/columns.h"
 #include "support/units.h"
 
 #include <QtTest>
@@ -114,10 +115,7 @@ class TestCalcDenomSums : public QObject
 private slots:
     void plans_data()
     {
-        QTest::addColumn<Units>("units");
-        QTest::addColumn<long long>("amount");
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<Denoms>("expected");
+        testsupport::columns<Units, long long, int, Denoms>("units", "amount", "mode", "expected");
 
         const Units three = {hopper(1000, 10, 100, 0), hopper(500, 0, 100, 1), hopper(100, 100, 100, 2)};
         const Units fuller500 = {hopper(1000, 2, 100, 0), hopper(500, 90, 100, 1)};

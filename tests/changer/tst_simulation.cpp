@@ -1,5 +1,6 @@
 #include "cctalk/exception.h"
 #include "sim/device.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "support/simline.h"
 #include "testchanger.h"
@@ -299,8 +300,7 @@ void TestSimulation::payoutByPattern()
 
 void TestSimulation::payoutByAmount_data()
 {
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("algorithm");
+    testsupport::columns<int, int>("mode", "algorithm");
     QTest::newRow("minimum") << int(ECashControl::Minimum) << 0;
     QTest::newRow("optimal") << int(ECashControl::Optimal) << 2;
 }
@@ -465,8 +465,7 @@ void TestSimulation::waitTimesOut()
 
 void TestSimulation::clock_data()
 {
-    QTest::addColumn<qint64>("offset");
-    QTest::addColumn<bool>("set");
+    testsupport::columns<qint64, bool>("offset", "set");
     QTest::newRow("hour ahead") << qint64(3600) << true;
     QTest::newRow("half a minute behind") << qint64(-30) << true;
     QTest::newRow("five seconds ahead") << qint64(5) << false;

@@ -3,6 +3,7 @@
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
 #include "hostkit/amount.h"
+#include "support/columns.h"
 #include "support/units.h"
 
 #include <QtTest>
@@ -91,19 +92,18 @@ void TestPanelUnits::sums()
 void TestPanelUnits::fillLevels()
 {
     CashControlUnit unit = hopper(2, 100, 51, 400);
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
-    unit.count = 50;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    const auto levelAt = [&unit](long long count) {
+        unit.count = count;
+        return panel::fillLevel(unit);
+    };
+    QCOMPARE(levelAt(51), panel::FillLevel::Normal);
+    QCOMPARE(levelAt(50), panel::FillLevel::VeryLow);
     unit.limit1 = 100;
-    unit.count = 100;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Low);
-    unit.count = 101;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
-    unit.count = 0;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    QCOMPARE(levelAt(100), panel::FillLevel::Low);
+    QCOMPARE(levelAt(101), panel::FillLevel::Normal);
+    QCOMPARE(levelAt(0), panel::FillLevel::VeryLow);
     unit.state = 3;
-    unit.count = 300;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Fault);
+    QCOMPARE(levelAt(300), panel::FillLevel::Fault);
     QVERIFY(panel::fillColor(panel::FillLevel::Normal) != panel::fillColor(panel::FillLevel::VeryLow));
     QVERIFY(panel::fillColor(panel::FillLevel::Low) != panel::fillColor(panel::FillLevel::VeryLow));
     QVERIFY(panel::fillColor(panel::FillLevel::Fault) != panel::fillColor(panel::FillLevel::Normal));
@@ -119,11 +119,7 @@ void TestPanelUnits::fillLevelsWithoutLimits()
 
 void TestPanelUnits::money_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("positive");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QString, bool, bool, qlonglong, QString>("text", "positive", "ok", "minor", "error");
     QTest::newRow("whole") << "15" << true << true << 1500LL << "";
     QTest::newRow("decimals") << " 15.5 " << true << true << 1550LL << "";
     QTest::newRow("zero allowed") << "0" << false << true << 0LL << "";
@@ -177,12 +173,8 @@ void TestPanelUnits::operationAmounts()
 // coins, a manual sum pick-up takes the whole coins the amount covers.
 void TestPanelUnits::partCoinsAsTheDriver_data()
 {
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<uint>("denom");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<int, uint, QString, bool, qlonglong, QString>("operation", "denom", "text", "ok",
+                                                                       "minor", "error");
     const QString refused = QStringLiteral("Монетоприемник: Некорректная сумма");
     QTest::newRow("manual load, whole coins")
         << int(ECashControl::ManualLoad) << 500U << "50" << true << 5000LL << "";

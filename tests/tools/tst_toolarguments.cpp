@@ -3,6 +3,7 @@
 #include "tools/arguments.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -44,10 +45,7 @@ private slots:
 
 void TestToolArguments::parseAmount_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QString, bool, qlonglong, QString>("text", "ok", "minor", "error");
 
     QTest::newRow("whole") << "15" << true << 1500LL << QString();
     QTest::newRow("two decimals") << "15.50" << true << 1550LL << QString();
@@ -121,8 +119,7 @@ void TestToolArguments::refusedAmountKeepsOutput()
 
 void TestToolArguments::formatAmount_data()
 {
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("text");
+    testsupport::columns<qlonglong, QString>("minor", "text");
     QTest::newRow("zero") << 0LL << "0.00";
     QTest::newRow("kopeck") << 1LL << "0.01";
     QTest::newRow("ten kopecks") << 10LL << "0.10";
@@ -168,9 +165,7 @@ void TestToolArguments::parseAmountList()
 
 void TestToolArguments::parseOperation_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<int>("operation");
+    testsupport::columns<QString, bool, int>("text", "ok", "operation");
 
     QTest::newRow("manual-load") << "manual-load" << true << 0x20000;
     QTest::newRow("manual-all") << "manual-all" << true << 0x10;
@@ -249,8 +244,7 @@ void TestToolArguments::parseMode()
 
 void TestToolArguments::commands_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<Command>("command");
+    testsupport::columns<QStringList, Command>("args", "command");
     QTest::newRow("status") << QStringList{"status"} << Command::Status;
     QTest::newRow("units") << QStringList{"units"} << Command::Units;
     QTest::newRow("denoms") << QStringList{"denoms"} << Command::Denoms;
@@ -280,8 +274,7 @@ void TestToolArguments::commands()
 
 void TestToolArguments::usageErrors_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QStringList, QString>("args", "error");
     QTest::newRow("nothing") << QStringList{} << "no command given";
     QTest::newRow("unknown command") << QStringList{"dispense"} << "unknown command \"dispense\"";
     QTest::newRow("unknown option") << QStringList{"status", "--colour"} << "unknown option --colour";

@@ -2,6 +2,7 @@
 // built-in simulator, or with --port against a simulator served by this test on a pty.
 #include "sim/device.h"
 #include "sim/simulator.h"
+#include "support/columns.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -196,8 +197,7 @@ void TestToolCli::help()
 
 void TestToolCli::usageErrorsNeverReachTheDevice_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     QTest::newRow("unknown command") << QStringList{"dispense", "5"} << "unknown command \"dispense\"";
     QTest::newRow("negative pay") << QStringList{"pay", "-5"} << "amount \"-5\" is negative";
     QTest::newRow("malformed pay") << QStringList{"pay", "5,50"}
@@ -239,8 +239,7 @@ void TestToolCli::usageErrorsNeverReachTheDevice()
 
 void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     // The JSON form of a refusal is the same for every kind; two rows show it.
     QTest::addColumn<bool>("json");
     QTest::newRow("unknown unit")
@@ -490,8 +489,7 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
 
 void TestToolCli::driverRefusalsMoveNothing_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     // 400 coins in the hopper plus 70000 would not fit the device's 16-bit count.
     QTest::newRow("loan beyond the hopper count field")
         << QStringList{"loan", "hopper4", "70000"} << QStringLiteral("Монетоприемник: Некорректная сумма");
@@ -608,11 +606,7 @@ void TestToolCli::pickupCashbox()
 // 12.00 from a hopper of 5.00 coins takes two, as the driver does.
 void TestToolCli::pickupManualSumTakesWholeCoinsAtMostTheCount_data()
 {
-    QTest::addColumn<int>("hopper");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("amount");
-    QTest::addColumn<QString>("output");
-    QTest::addColumn<int>("left");
+    testsupport::columns<int, int, QString, QString, int>("hopper", "count", "amount", "output", "left");
     QTest::newRow("at most the count") << 1 << 3 << "50"
                                        << "pickup from hopper1 (выем суммы вручную)\n"
                                           "denomination  count    sum\n"
@@ -776,8 +770,7 @@ void TestToolCli::acceptExcludedDenomination()
 
 void TestToolCli::acceptStopsOnSignal_data()
 {
-    QTest::addColumn<int>("signo");
-    QTest::addColumn<bool>("waitForReport");
+    testsupport::columns<int, bool>("signo", "waitForReport");
     QTest::newRow("SIGINT after a report") << int(SIGINT) << true;
     QTest::newRow("SIGTERM after a report") << int(SIGTERM) << true;
     // The coin may still be in the acceptor when the signal comes: the final poll of the stop reports it.

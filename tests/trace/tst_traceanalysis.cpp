@@ -1,5 +1,6 @@
 // A trace read as ccTalk: what the host read after each request taken apart as the driver's
 // assembly takes it apart, the outcome of each exchange and the figures of the summary.
+#include "support/columns.h"
 #include "support/frames.h"
 #include "trace/traceanalysis.h"
 
@@ -66,8 +67,7 @@ class TestTraceAnalysis : public QObject
 private slots:
     void headerNames_data()
     {
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
+        testsupport::columns<int, QString>("header", "name");
         QTest::newRow("answer") << 0 << "answer (0)";
         QTest::newRow("NAK") << 5 << "NAK (5)";
         QTest::newRow("BUSY") << 6 << "BUSY (6)";
@@ -84,8 +84,7 @@ private slots:
 
     void frameTexts_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("text");
+        testsupport::columns<QByteArray, QString>("bytes", "text");
         QTest::newRow("request") << request(119, QByteArray(1, '\x02'))
                                  << "1 -> 55  reqHopperBalance (119)  data 02  checksum ok";
         QTest::newRow("answer") << reply(QByteArray::fromHex("1000"))
@@ -107,9 +106,7 @@ private slots:
     void oneExchange_data()
     {
         QTest::addColumn<QList<QByteArray>>("chunks"); // read 1000 us apart, the first at 2000 us
-        QTest::addColumn<QString>("pieces");
-        QTest::addColumn<trace::Exchange::Outcome>("outcome");
-        QTest::addColumn<qint64>("latency");
+        testsupport::columns<QString, trace::Exchange::Outcome, qint64>("pieces", "outcome", "latency");
         const QByteArray poll = request(simplePoll);
         const QByteArray ack = reply();
         const QByteArray data = reply(QByteArray::fromHex("01020304"));
