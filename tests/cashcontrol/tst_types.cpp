@@ -16,14 +16,7 @@ Q_DECLARE_METATYPE(Denoms)
 
 namespace {
 
-SumDetailed makeSum(const Denoms& denoms, long long rest = 0, long long extra = 0)
-{
-    SumDetailed s;
-    s.denoms = denoms;
-    s.rest = rest;
-    s.extra = extra;
-    return s;
-}
+using testsupport::sumOf;
 
 // The name a function gives the row's value, against the row's expected text.
 void compareName(QString (*name)(int))
@@ -77,7 +70,7 @@ private slots:
         QFETCH(long long, rest);
         QFETCH(long long, extra);
         QFETCH(long long, expected);
-        QCOMPARE(makeSum(denoms, rest, extra).sum(), expected);
+        QCOMPARE(sumOf(denoms, rest, extra).sum(), expected);
     }
 
     void toString_data()
@@ -117,12 +110,12 @@ private slots:
         QFETCH(long long, rest);
         QFETCH(long long, extra);
         QFETCH(QString, expected);
-        QCOMPARE(makeSum(denoms, rest, extra).toString(), expected);
+        QCOMPARE(sumOf(denoms, rest, extra).toString(), expected);
     }
 
     void toStringBytes()
     {
-        const SumDetailed s = makeSum(Denoms{{500, 2}, {1000, 1}});
+        const SumDetailed s = sumOf(Denoms{{500, 2}, {1000, 1}});
         QCOMPARE(s.toString().toUtf8(),
                  QByteArray("20.00. \xD0\xBD\xD0\xBE\xD0\xBC\xD0\xB8\xD0\xBD\xD0\xB0\xD0\xBB\xD1\x8B: "
                             "5.00 x 2, 10.00 x 1"));
@@ -130,7 +123,7 @@ private slots:
 
     void copyDetachesMap()
     {
-        SumDetailed a = makeSum(Denoms{{100, 1}}, 7, 9);
+        SumDetailed a = sumOf(Denoms{{100, 1}}, 7, 9);
         SumDetailed b = a;
         b.denoms[100] = 5;
         b.rest = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cashcontrol/sumdetailed.h"
 #include "cashcontrol/units.h"
 
 #include <QString>
@@ -34,6 +35,15 @@ inline CashControlUnit cashbox(long long sum = 0, int state = 0)
     unit.sum = sum;
     unit.state = state;
     return unit;
+}
+
+inline SumDetailed sumOf(const QMap<unsigned int, long long>& denoms, long long rest = 0, long long extra = 0)
+{
+    SumDetailed sum;
+    sum.denoms = denoms;
+    sum.rest = rest;
+    sum.extra = extra;
+    return sum;
 }
 
 // Every field of a unit in declaration order, so that one comparison checks them all.

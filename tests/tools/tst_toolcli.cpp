@@ -3,6 +3,7 @@
 #include "sim/device.h"
 #include "sim/simulator.h"
 #include "support/columns.h"
+#include "support/toolprocess.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -20,41 +21,12 @@
 
 namespace {
 
-struct Result
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-    QString outText() const { return QString::fromUtf8(out); }
-    QString errText() const { return QString::fromUtf8(err); }
-};
-
-// Every run has a plain C locale: the tool must print UTF-8 whatever LANG says.
-QProcessEnvironment cLocale()
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("LANG"), QStringLiteral("C"));
-    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
-    return env;
-}
+using Result = testsupport::ProcessResult;
+using testsupport::cLocale;
 
 Result runTool(const QStringList& args, int timeoutMs = 60000)
 {
-    QProcess p;
-    p.setProcessEnvironment(cLocale());
-    p.start(QStringLiteral(CPIBCR_TOOL), args);
-    Result r;
-    if (!p.waitForStarted(10000))
-        return r;
-    if (!p.waitForFinished(timeoutMs)) {
-        p.kill();
-        p.waitForFinished();
-        return r;
-    }
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
+    return testsupport::runProgram(QStringLiteral(CPIBCR_TOOL), args, timeoutMs);
 }
 
 QString data(const char* name)
