@@ -74,21 +74,19 @@ void TestToolArguments::parseAmount_data()
                                                       "device can handle (at most 42949672.95)");
     QTest::newRow("comma") << "15,50" << false << 0LL
                            << QStringLiteral("amount \"15,50\": use a point for the decimals, as in 15.50");
-    QTest::newRow("trailing point") << "15." << false << 0LL
-                                    << QStringLiteral("amount \"15.\" is not a number such as 15 or 15.50");
-    QTest::newRow("leading point") << ".5" << false << 0LL
-                                   << QStringLiteral("amount \".5\" is not a number such as 15 or 15.50");
-    QTest::newRow("plus sign") << "+5" << false << 0LL
-                               << QStringLiteral("amount \"+5\" is not a number such as 15 or 15.50");
-    QTest::newRow("blank") << " 5" << false << 0LL
-                           << QStringLiteral("amount \" 5\" is not a number such as 15 or 15.50");
-    QTest::newRow("exponent") << "1e3" << false << 0LL
-                              << QStringLiteral("amount \"1e3\" is not a number such as 15 or 15.50");
-    QTest::newRow("two points") << "1.2.3" << false << 0LL
-                                << QStringLiteral("amount \"1.2.3\" is not a number such as 15 or 15.50");
-    QTest::newRow("arabic-indic digits") << QString::fromUtf8("\xd9\xa1\xd9\xa2") << false << 0LL
-                                         << QString::fromUtf8("amount \"\xd9\xa1\xd9\xa2\" is not a number "
-                                                              "such as 15 or 15.50");
+    const QList<QPair<const char*, QString>> notNumbers = {
+        {"trailing point", QStringLiteral("15.")},
+        {"leading point", QStringLiteral(".5")},
+        {"plus sign", QStringLiteral("+5")},
+        {"blank", QStringLiteral(" 5")},
+        {"exponent", QStringLiteral("1e3")},
+        {"two points", QStringLiteral("1.2.3")},
+        {"arabic-indic digits", QString::fromUtf8("\xd9\xa1\xd9\xa2")},
+    };
+    for (const auto& row : notNumbers)
+        QTest::newRow(row.first)
+            << row.second << false << 0LL
+            << QStringLiteral("amount \"%1\" is not a number such as 15 or 15.50").arg(row.second);
 }
 
 void TestToolArguments::parseAmount()

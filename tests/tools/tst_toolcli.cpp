@@ -95,6 +95,38 @@ QList<int> hopperCounts(const sim::Simulator& s)
     return counts;
 }
 
+// The device's money as a command may change it: the commands that move money it was sent, the
+// hoppers' counts and the cashbox sum.
+QString money(const sim::Simulator& s)
+{
+    QStringList counts;
+    for (const int count : hopperCounts(s))
+        counts << QString::number(count);
+    return QStringLiteral("%1 money commands, hoppers %2, cashbox %3")
+        .arg(moneyCommands(s))
+        .arg(counts.join(QLatin1Char(' ')))
+        .arg(s.cashbox());
+}
+
+// A simulator with 125.50 in its cashbox, for a command that must leave the money alone.
+std::unique_ptr<sim::Simulator> startWithCashbox()
+{
+    auto s = startSimulator();
+    if (s)
+        s->setCashbox(12550);
+    return s;
+}
+
+Result onPort(const sim::Simulator& s, const QStringList& args)
+{
+    return runTool(QStringList{QStringLiteral("--port"), s.portPath()} + args);
+}
+
+Result jsonOnPort(const sim::Simulator& s, const QStringList& args)
+{
+    return runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s.portPath()} + args);
+}
+
 bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int timeoutMs = 60000)
 {
     QElapsedTimer clock;
@@ -201,7 +233,7 @@ void TestToolCli::usageErrorsNeverReachTheDevice()
     QFETCH(QString, message);
     auto s = startSimulator();
     QVERIFY(s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 2);
     QVERIFY(r.out.isEmpty());
     QVERIFY2(r.errText().startsWith(QStringLiteral("cpibcr: ") + message + QStringLiteral("\n") + usageLine),
@@ -239,30 +271,26 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves()
 {
     QFETCH(QStringList, args);
     QFETCH(QString, message);
-    auto s = startSimulator();
+    auto s = startWithCashbox();
     QVERIFY(s);
-    s->setCashbox(12550);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 2);
     QVERIFY2(r.errText().startsWith(QStringLiteral("cpibcr: ") + message + QStringLiteral("\n") + usageLine),
              r.err.constData());
     QVERIFY(!s->transactions().isEmpty());
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
-    QCOMPARE(s->cashbox(), 12550u);
+    QCOMPARE(money(*s), before);
 
     QFETCH(bool, json);
     if (!json)
         return;
-    const Result inJson =
-        runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
+    const Result inJson = jsonOnPort(*s, args);
     QCOMPARE(inJson.status, 2);
     const QJsonObject doc = document(inJson.out);
     QCOMPARE(doc.value(QStringLiteral("error")).toString(), message);
     QCOMPARE(doc.value(QStringLiteral("exitStatus")).toInt(), 2);
     QCOMPARE(doc.value(QStringLiteral("command")).toString(), args.first());
-    QCOMPARE(moneyCommands(*s), 0);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::badSimulatorConfiguration()
@@ -382,7 +410,7 @@ void TestToolCli::checkPaysNothing()
 {
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
+    const QString before = money(*s);
     const Result yes = runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"),
                                 QStringLiteral("check"), QStringLiteral("13")});
     QCOMPARE(yes.status, 0);
@@ -395,8 +423,7 @@ void TestToolCli::checkPaysNothing()
                                QStringLiteral("0.10"), QStringLiteral("--mode"), QStringLiteral("minimum")});
     QCOMPARE(no.status, 0);
     QCOMPARE(no.outText(), QStringLiteral("0.10 cannot be paid as change (minimum)\n"));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::deviceFaultFailsWithDriverMessage()
@@ -440,7 +467,7 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
 {
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
+    const QString before = money(*s);
     const Result r =
         runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("pay"), QStringLiteral("0.10")});
     QCOMPARE(r.status, 1);
@@ -455,8 +482,7 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
                                               {QStringLiteral("error"),
                                                QStringLiteral("Монетоприемник: Невозможно выдать сумму")},
                                               {QStringLiteral("exitStatus"), 1}}));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::driverRefusalsMoveNothing_data()
@@ -475,13 +501,12 @@ void TestToolCli::driverRefusalsMoveNothing()
     QFETCH(QString, message);
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 1);
     QVERIFY2(r.err.endsWith((QStringLiteral("\n") + message + QStringLiteral("\n")).toUtf8()),
              r.err.constData());
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 // A load or a payout that is not whole coins is refused with the driver's own message, before
@@ -497,24 +522,20 @@ void TestToolCli::partCoinsRefusedAsTheDriver()
 {
     QFETCH(QStringList, args);
     const QString message = QStringLiteral("Монетоприемник: Некорректная сумма");
-    auto s = startSimulator();
+    auto s = startWithCashbox();
     QVERIFY(s);
-    s->setCashbox(12550);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 1);
     QVERIFY(r.out.isEmpty());
     QCOMPARE(r.errText(), message + QStringLiteral("\n"));
 
-    const Result inJson =
-        runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
+    const Result inJson = jsonOnPort(*s, args);
     QCOMPARE(inJson.status, 1);
     QCOMPARE(document(inJson.out), (QJsonObject{{QStringLiteral("command"), args.first()},
                                                 {QStringLiteral("error"), message},
                                                 {QStringLiteral("exitStatus"), 1}}));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
-    QCOMPARE(s->cashbox(), 12550u);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::loanManualLoad()
