@@ -19,6 +19,13 @@ QString emptyFile(const QTemporaryDir& dir, const QString& relative)
     return path;
 }
 
+// The plug-in found for a program in the folder below dir, installed as the packages install it.
+QString locateFor(const QTemporaryDir& dir, const QString& programFolder)
+{
+    return hostkit::locatePlugin(dir.filePath(programFolder),
+                                 QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so"));
+}
+
 } // namespace
 
 class TestToolPlugin : public QObject
@@ -53,9 +60,7 @@ void TestToolPlugin::installedLocationWins()
     QVERIFY(!installed.isEmpty());
     QVERIFY(!emptyFile(prefix, QStringLiteral("plugins/libcpibcr.so")).isEmpty());
 
-    QCOMPARE(hostkit::locatePlugin(prefix.filePath(QStringLiteral("bin")),
-                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
-             installed);
+    QCOMPARE(locateFor(prefix, QStringLiteral("bin")), installed);
 }
 
 void TestToolPlugin::buildTreeWhenNotInstalled()
@@ -64,21 +69,18 @@ void TestToolPlugin::buildTreeWhenNotInstalled()
     QVERIFY(tree.isValid());
     const QString built = emptyFile(tree, QStringLiteral("plugins/libcpibcr.so"));
     QVERIFY(!built.isEmpty());
-    QCOMPARE(hostkit::locatePlugin(tree.filePath(QStringLiteral("tools")),
-                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
-             built);
+    QCOMPARE(locateFor(tree, QStringLiteral("tools")), built);
 }
 
 void TestToolPlugin::nothingFound()
 {
     QTemporaryDir empty;
     QVERIFY(empty.isValid());
-    const QString relative = QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so");
-    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(locateFor(empty, QStringLiteral("bin")).isEmpty());
     // A directory of that name is not a plug-in.
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("plugins/libcpibcr.so")));
-    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(locateFor(empty, QStringLiteral("bin")).isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolPlugin)
