@@ -163,4 +163,10 @@ inline CashControlUnit cashboxUnit(long long sum = 0)
     return testsupport::cashbox(sum);
 }
 
+// A hopper's coins as the tests compare them: "<name>: <count> x <denomination>".
+inline QString coinsOf(const CashControlUnit& unit)
+{
+    return QStringLiteral("%1: %2 x %3").arg(unit.name).arg(unit.count).arg(unit.denom);
+}
+
 } // namespace changertest
