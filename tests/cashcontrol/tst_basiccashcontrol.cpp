@@ -1,6 +1,9 @@
 #include "cashcontrol/basiccashcontrol.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
+#include "support/metamethod.h"
 #include "support/thrown.h"
+#include "support/vtableslot.h"
 #include "testcashcontrol.h"
 
 #include <QMetaMethod>
@@ -9,7 +12,6 @@
 #include <QtTest>
 
 #include <clocale>
-#include <cstring>
 
 using testsupport::LogCapture;
 using testsupport::thrown;
@@ -23,18 +25,7 @@ struct OtherExc : std::exception
     QByteArray text;
 };
 
-// Virtual table slot of a virtual member function: under the Itanium C++ ABI a
-// pointer to a virtual member holds 1 + the slot's byte offset.
-template <class F> long vtableSlot(F f)
-{
-    static_assert(sizeof(F) == 2 * sizeof(long), "Itanium pointer to member");
-    long raw[2];
-    std::memcpy(raw, &f, sizeof raw);
-    if ((raw[0] & 1) == 0) {
-        return -1;
-    }
-    return (raw[0] - 1) / long(sizeof(void*));
-}
+using testsupport::vtableSlot;
 
 // Opens a protected QObject virtual to taking its address.
 struct QObjectSlots : QObject
@@ -72,11 +63,8 @@ private slots:
 
     void descriptive_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("typeName");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("singular");
-        QTest::addColumn<QString>("plural");
+        testsupport::columns<int, QString, QString, QString, QString>("type", "typeName", "name", "singular",
+                                                                      "plural");
         QTest::newRow("coins") << 1 << QStringLiteral("coins") << QStringLiteral("Монетоприемник")
                                << QStringLiteral("монет") << QStringLiteral("монеты");
         QTest::newRow("type 2") << 2 << QStringLiteral("bills") << QStringLiteral("Купюроприемник")
@@ -111,9 +99,7 @@ private slots:
 
     void checkOption_data()
     {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<bool>("expected");
+        testsupport::columns<int, int, bool>("bits", "option", "expected");
         QTest::newRow("0 in empty set") << 0 << 0 << true;
         QTest::newRow("0 with an option set") << 1 << 0 << false;
         QTest::newRow("1 set") << 1 << 1 << true;
@@ -144,10 +130,7 @@ private slots:
 
     void setOption_data()
     {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<bool>("on");
-        QTest::addColumn<int>("expected");
+        testsupport::columns<int, int, bool, int>("bits", "option", "on", "expected");
         QTest::newRow("set 1") << 0 << 1 << true << 1;
         QTest::newRow("add 2") << 1 << 2 << true << 3;
         QTest::newRow("set 3") << 0 << 3 << true << 3;
@@ -174,10 +157,7 @@ private slots:
 
     void throwErrorLogsAndThrows_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<bool>("log");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<int, QString, bool, QString>("type", "message", "log", "expected");
         QTest::newRow("coin, X, logged")
             << 1 << QStringLiteral("X") << true << QStringLiteral("Монетоприемник: X");
         QTest::newRow("coin, X, not logged")
@@ -251,23 +231,10 @@ private slots:
         const QMetaObject& mo = hw::BasicCashControl::staticMetaObject;
         QCOMPARE(QByteArray(mo.className()), QByteArray("hw::BasicCashControl"));
         QCOMPARE(mo.superClass(), &QObject::staticMetaObject);
-        QCOMPARE(mo.methodCount() - mo.methodOffset(), 3);
-
-        const QMetaMethod received = mo.method(mo.methodOffset());
-        QCOMPARE(received.methodSignature(), QByteArray("received(SumDetailed)"));
-        QCOMPARE(received.methodType(), QMetaMethod::Signal);
-        QCOMPARE(received.parameterNames(), QList<QByteArray>{QByteArray("sum")});
-        QCOMPARE(received.access(), QMetaMethod::Public);
-
-        const QMetaMethod error = mo.method(mo.methodOffset() + 1);
-        QCOMPARE(error.methodSignature(), QByteArray("error(QString)"));
-        QCOMPARE(error.methodType(), QMetaMethod::Signal);
-        QCOMPARE(error.parameterNames(), QList<QByteArray>{QByteArray("msg")});
-
-        const QMetaMethod taken = mo.method(mo.methodOffset() + 2);
-        QCOMPARE(taken.methodSignature(), QByteArray("moneyWereTaken()"));
-        QCOMPARE(taken.methodType(), QMetaMethod::Signal);
-        QCOMPARE(taken.parameterCount(), 0);
+        QCOMPARE(testsupport::ownMethods(mo),
+                 QStringList({QStringLiteral("public signal received(SumDetailed) [sum]"),
+                              QStringLiteral("public signal error(QString) [msg]"),
+                              QStringLiteral("public signal moneyWereTaken() []")}));
 
         QCOMPARE(mo.propertyCount() - mo.propertyOffset(), 1);
         const QMetaProperty hardwareClass = mo.property(mo.propertyOffset());
@@ -288,8 +255,7 @@ private slots:
 
     void castsByName_data()
     {
-        QTest::addColumn<QByteArray>("className");
-        QTest::addColumn<bool>("interfacePart");
+        testsupport::columns<QByteArray, bool>("className", "interfacePart");
         QTest::newRow("hw::BasicCashControl") << QByteArray("hw::BasicCashControl") << false;
         QTest::newRow("AbstractCashControl") << QByteArray("AbstractCashControl") << true;
         QTest::newRow("kelvorin.AbstractCashControl") << QByteArray("kelvorin.AbstractCashControl") << true;

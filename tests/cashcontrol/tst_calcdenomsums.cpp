@@ -1,4 +1,6 @@
 #include "cashcontrol/basiccashcontrol.h"
+#include "support/columns.h"
+#include "support/units.h"
 
 #include <QtTest>
 
@@ -14,30 +16,15 @@ Q_DECLARE_METATYPE(Units)
 
 namespace {
 
+// A hopper that also reports what its coins are worth.
 CashControlUnit hopper(unsigned int denom, long long count, int capacity = 100, int index = 0)
 {
-    CashControlUnit u;
-    u.name = QStringLiteral("hopper%1").arg(index);
-    u.type = 1;
-    u.operations = 0x8021330;
-    u.flag = 1;
-    u.denom = denom;
-    u.count = count;
+    CashControlUnit u = testsupport::hopper(index, denom, count, capacity);
     u.sum = count * static_cast<long long>(denom);
-    u.capacity = capacity;
-    u.limit3 = 50;
     return u;
 }
 
-CashControlUnit cashbox(long long sum)
-{
-    CashControlUnit u;
-    u.name = QStringLiteral("cashbox");
-    u.type = 3;
-    u.operations = 0x10;
-    u.sum = sum;
-    return u;
-}
+using testsupport::cashbox;
 
 SumDetailed calc(const Units& units, long long amount, int mode)
 {
@@ -128,10 +115,7 @@ class TestCalcDenomSums : public QObject
 private slots:
     void plans_data()
     {
-        QTest::addColumn<Units>("units");
-        QTest::addColumn<long long>("amount");
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<Denoms>("expected");
+        testsupport::columns<Units, long long, int, Denoms>("units", "amount", "mode", "expected");
 
         const Units three = {hopper(1000, 10, 100, 0), hopper(500, 0, 100, 1), hopper(100, 100, 100, 2)};
         const Units fuller500 = {hopper(1000, 2, 100, 0), hopper(500, 90, 100, 1)};

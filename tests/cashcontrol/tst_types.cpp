@@ -3,6 +3,8 @@
 #include "cashcontrol/ccunitmaintenanceinfo.h"
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/sumdetailed.h"
+#include "support/columns.h"
+#include "support/units.h"
 
 #include <QtTest>
 
@@ -14,13 +16,14 @@ Q_DECLARE_METATYPE(Denoms)
 
 namespace {
 
-SumDetailed makeSum(const Denoms& denoms, long long rest = 0, long long extra = 0)
+using testsupport::sumOf;
+
+// The name a function gives the row's value, against the row's expected text.
+void compareName(QString (*name)(int))
 {
-    SumDetailed s;
-    s.denoms = denoms;
-    s.rest = rest;
-    s.extra = extra;
-    return s;
+    QFETCH(int, value);
+    QFETCH(QString, expected);
+    QCOMPARE(name(value), expected);
 }
 
 } // namespace
@@ -47,10 +50,7 @@ private slots:
 
     void sum_data()
     {
-        QTest::addColumn<Denoms>("denoms");
-        QTest::addColumn<long long>("rest");
-        QTest::addColumn<long long>("extra");
-        QTest::addColumn<long long>("expected");
+        testsupport::columns<Denoms, long long, long long, long long>("denoms", "rest", "extra", "expected");
 
         QTest::newRow("empty") << Denoms() << 0LL << 0LL << 0LL;
         QTest::newRow("two denominations") << Denoms{{500, 2}, {1000, 1}} << 0LL << 0LL << 2000LL;
@@ -70,15 +70,12 @@ private slots:
         QFETCH(long long, rest);
         QFETCH(long long, extra);
         QFETCH(long long, expected);
-        QCOMPARE(makeSum(denoms, rest, extra).sum(), expected);
+        QCOMPARE(sumOf(denoms, rest, extra).sum(), expected);
     }
 
     void toString_data()
     {
-        QTest::addColumn<Denoms>("denoms");
-        QTest::addColumn<long long>("rest");
-        QTest::addColumn<long long>("extra");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<Denoms, long long, long long, QString>("denoms", "rest", "extra", "expected");
 
         QTest::newRow("empty") << Denoms() << 0LL << 0LL << QStringLiteral("0.00");
         QTest::newRow("two coins of 500 and one of 1000")
@@ -113,12 +110,12 @@ private slots:
         QFETCH(long long, rest);
         QFETCH(long long, extra);
         QFETCH(QString, expected);
-        QCOMPARE(makeSum(denoms, rest, extra).toString(), expected);
+        QCOMPARE(sumOf(denoms, rest, extra).toString(), expected);
     }
 
     void toStringBytes()
     {
-        const SumDetailed s = makeSum(Denoms{{500, 2}, {1000, 1}});
+        const SumDetailed s = sumOf(Denoms{{500, 2}, {1000, 1}});
         QCOMPARE(s.toString().toUtf8(),
                  QByteArray("20.00. \xD0\xBD\xD0\xBE\xD0\xBC\xD0\xB8\xD0\xBD\xD0\xB0\xD0\xBB\xD1\x8B: "
                             "5.00 x 2, 10.00 x 1"));
@@ -126,7 +123,7 @@ private slots:
 
     void copyDetachesMap()
     {
-        SumDetailed a = makeSum(Denoms{{100, 1}}, 7, 9);
+        SumDetailed a = sumOf(Denoms{{100, 1}}, 7, 9);
         SumDetailed b = a;
         b.denoms[100] = 5;
         b.rest = 0;
@@ -138,8 +135,7 @@ private slots:
 
     void modeName_data()
     {
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<int, QString>("value", "expected");
         QTest::newRow("0") << 0 << QStringLiteral("оптимальный");
         QTest::newRow("1") << 1 << QStringLiteral("минимум");
         QTest::newRow("2") << 2 << QStringLiteral("неизвестный");
@@ -147,12 +143,7 @@ private slots:
         QTest::newRow("INT_MIN") << INT_MIN << QStringLiteral("неизвестный");
     }
 
-    void modeName()
-    {
-        QFETCH(int, value);
-        QFETCH(QString, expected);
-        QCOMPARE(ECashControl::modeName(value), expected);
-    }
+    void modeName() { compareName(ECashControl::modeName); }
 
     void modeNameEnumerators()
     {
@@ -164,20 +155,14 @@ private slots:
 
     void counterName_data()
     {
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<int, QString>("value", "expected");
         QTest::newRow("0") << 0 << QStringLiteral("внесений");
         QTest::newRow("1") << 1 << QStringLiteral("выдачи");
         QTest::newRow("2") << 2 << QStringLiteral("неизвестный");
         QTest::newRow("-1") << -1 << QStringLiteral("неизвестный");
     }
 
-    void counterName()
-    {
-        QFETCH(int, value);
-        QFETCH(QString, expected);
-        QCOMPARE(ECashControl::counterName(value), expected);
-    }
+    void counterName() { compareName(ECashControl::counterName); }
 
     void counterEnumerators()
     {
@@ -187,8 +172,7 @@ private slots:
 
     void operationName_data()
     {
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QString>("expected");
+        testsupport::columns<int, QString>("value", "expected");
         using namespace ECashControl;
         QTest::newRow("0x1") << int(PickupAllToCashbox) << QStringLiteral("выем в кэшбокс всего");
         QTest::newRow("0x2") << int(PickupToMinimumToCashbox)
@@ -217,12 +201,7 @@ private slots:
         QTest::newRow("hopper operations 0x8021330") << 0x8021330 << QStringLiteral("неизвестный");
     }
 
-    void operationName()
-    {
-        QFETCH(int, value);
-        QFETCH(QString, expected);
-        QCOMPARE(ECashControl::operationName(value), expected);
-    }
+    void operationName() { compareName(ECashControl::operationName); }
 
     void operationNameBytes()
     {
@@ -247,57 +226,28 @@ private slots:
 
     void cashControlUnitDefaults()
     {
-        const CashControlUnit u;
-        QVERIFY(u.name.isEmpty());
-        QCOMPARE(u.type, 0);
-        QCOMPARE(u.operations, 0);
-        QCOMPARE(u.flag, 0);
-        QCOMPARE(u.denom, 0u);
-        QCOMPARE(u.count, 0LL);
-        QCOMPARE(u.sum, 0LL);
-        QCOMPARE(u.capacity, 0);
-        QCOMPARE(u.reserve1, 0);
-        QVERIFY(u.denoms.isEmpty());
-        QCOMPARE(u.reserve2, 0);
-        QCOMPARE(u.state, 0);
-        QVERIFY(u.title.isEmpty());
-        QCOMPARE(u.limit1, -1);
-        QCOMPARE(u.limit2, -1);
-        QCOMPARE(u.limit3, -1);
-        QCOMPARE(u.limit4, -1);
+        QCOMPARE(
+            testsupport::unitFields(CashControlUnit()),
+            QStringLiteral("name \"\", type 0, operations 0x0, flag 0, denom 0, count 0, sum 0, capacity 0, "
+                           "reserve1 0, denoms {}, reserve2 0, state 0, title \"\", limits -1 -1 -1 -1"));
     }
 
     void cashControlUnitCopy()
     {
-        CashControlUnit a;
-        a.name = QStringLiteral("hopper3");
-        a.type = 1;
-        a.operations = 0x8021330;
-        a.flag = 1;
-        a.denom = 500;
-        a.count = 42;
+        CashControlUnit a = testsupport::hopper(3, 500, 42, 700, 3);
         a.sum = 21000;
-        a.capacity = 700;
         a.denoms.insert(500, 42);
-        a.state = 3;
         a.title = QStringLiteral("т");
-        a.limit3 = 50;
         CashControlUnit b = a;
         b.denoms[500] = 1;
         b.name += QLatin1Char('x');
         QCOMPARE(a.denoms.value(500), 42LL);
         QCOMPARE(a.name, QStringLiteral("hopper3"));
-        QCOMPARE(b.type, 1);
-        QCOMPARE(b.operations, 0x8021330);
-        QCOMPARE(b.flag, 1);
-        QCOMPARE(b.denom, 500u);
-        QCOMPARE(b.count, 42LL);
-        QCOMPARE(b.sum, 21000LL);
-        QCOMPARE(b.capacity, 700);
-        QCOMPARE(b.state, 3);
-        QCOMPARE(b.title, QStringLiteral("т"));
-        QCOMPARE(b.limit3, 50);
-        QCOMPARE(b.limit4, -1);
+        QCOMPARE(
+            testsupport::unitFields(b),
+            QStringLiteral("name \"hopper3x\", type 1, operations 0x8021330, flag 1, denom 500, count 42, "
+                           "sum 21000, capacity 700, reserve1 0, denoms {500 x 1}, reserve2 0, state 3, "
+                           "title \"т\", limits -1 -1 50 -1"));
     }
 
     void maintenanceInfoDefaults()

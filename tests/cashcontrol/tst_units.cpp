@@ -52,9 +52,7 @@ void TestUnits::kinds()
 // Every operation against a hopper of 5.00 coins: 12.00 is two coins and a part, 15.00 three coins.
 void TestUnits::wholeCoins_data()
 {
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<bool>("counts");
-    QTest::addColumn<bool>("inHopper");
+    testsupport::columns<int, bool, bool>("operation", "counts", "inHopper");
     QTest::newRow("PickupAllToCashbox") << int(ECashControl::PickupAllToCashbox) << false << false;
     QTest::newRow("PickupToMinimumToCashbox")
         << int(ECashControl::PickupToMinimumToCashbox) << false << false;

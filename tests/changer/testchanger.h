@@ -7,6 +7,7 @@
 #include "support/recordingchanger.h"
 #include "support/simline.h"
 #include "support/thrown.h"
+#include "support/units.h"
 
 #include <QList>
 #include <QMap>
@@ -148,28 +149,23 @@ inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<Device
     return c;
 }
 
-// A unit as discovery makes it: a hopper (type 1) of one denomination, or the cashbox.
+// A unit as discovery makes it, a hopper under any name.
 inline CashControlUnit hopperUnit(const QString& name, unsigned int denom, long long count = 0)
 {
-    CashControlUnit unit;
+    CashControlUnit unit = testsupport::hopper(0, denom, count);
     unit.name = name;
-    unit.type = 1;
-    unit.operations = 0x8021330;
-    unit.flag = 1;
-    unit.denom = denom;
-    unit.count = count;
-    unit.limit3 = 50;
     return unit;
 }
 
 inline CashControlUnit cashboxUnit(long long sum = 0)
 {
-    CashControlUnit unit;
-    unit.name = QStringLiteral("cashbox");
-    unit.type = 3;
-    unit.operations = 0x10;
-    unit.sum = sum;
-    return unit;
+    return testsupport::cashbox(sum);
+}
+
+// A hopper's coins as the tests compare them: "<name>: <count> x <denomination>".
+inline QString coinsOf(const CashControlUnit& unit)
+{
+    return QStringLiteral("%1: %2 x %3").arg(unit.name).arg(unit.count).arg(unit.denom);
 }
 
 } // namespace changertest

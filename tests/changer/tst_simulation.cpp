@@ -1,5 +1,6 @@
 #include "cctalk/exception.h"
 #include "sim/device.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "support/simline.h"
 #include "testchanger.h"
@@ -164,16 +165,10 @@ void TestSimulation::discovery()
 
     const QList<CashControlUnit> units = rig.changer.getUnits();
     QCOMPARE(units.size(), 4);
-    QCOMPARE(units.at(0).name, QStringLiteral("hopper1"));
-    QCOMPARE(units.at(0).denom, 100u);
-    QCOMPARE(units.at(0).count, 50LL);
+    QCOMPARE(coinsOf(units.at(0)), QStringLiteral("hopper1: 50 x 100"));
     QCOMPARE(units.at(0).capacity, 500);
-    QCOMPARE(units.at(1).name, QStringLiteral("hopper3"));
-    QCOMPARE(units.at(1).denom, 1000u);
-    QCOMPARE(units.at(1).count, 30LL);
-    QCOMPARE(units.at(2).name, QStringLiteral("hopper4"));
-    QCOMPARE(units.at(2).denom, 2000u);
-    QCOMPARE(units.at(2).count, 20LL);
+    QCOMPARE(coinsOf(units.at(1)), QStringLiteral("hopper3: 30 x 1000"));
+    QCOMPARE(coinsOf(units.at(2)), QStringLiteral("hopper4: 20 x 2000"));
     QCOMPARE(units.at(3).name, QStringLiteral("cashbox"));
     QCOMPARE(units.at(3).sum, 12550LL);
     for (const CashControlUnit& unit : units)
@@ -299,8 +294,7 @@ void TestSimulation::payoutByPattern()
 
 void TestSimulation::payoutByAmount_data()
 {
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("algorithm");
+    testsupport::columns<int, int>("mode", "algorithm");
     QTest::newRow("minimum") << int(ECashControl::Minimum) << 0;
     QTest::newRow("optimal") << int(ECashControl::Optimal) << 2;
 }
@@ -465,8 +459,7 @@ void TestSimulation::waitTimesOut()
 
 void TestSimulation::clock_data()
 {
-    QTest::addColumn<qint64>("offset");
-    QTest::addColumn<bool>("set");
+    testsupport::columns<qint64, bool>("offset", "set");
     QTest::newRow("hour ahead") << qint64(3600) << true;
     QTest::newRow("half a minute behind") << qint64(-30) << true;
     QTest::newRow("five seconds ahead") << qint64(5) << false;

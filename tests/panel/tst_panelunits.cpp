@@ -3,34 +3,15 @@
 #include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
 #include "hostkit/amount.h"
+#include "support/columns.h"
+#include "support/units.h"
 
 #include <QtTest>
 
+using testsupport::cashbox;
+using testsupport::hopper;
+
 namespace {
-
-CashControlUnit hopper(unsigned int denom, long long count, int capacity)
-{
-    CashControlUnit unit;
-    unit.name = QStringLiteral("hopper2");
-    unit.type = 1;
-    unit.operations = 0x8021330;
-    unit.flag = 1;
-    unit.denom = denom;
-    unit.count = count;
-    unit.capacity = capacity;
-    unit.limit3 = 50;
-    return unit;
-}
-
-CashControlUnit cashbox(long long sum)
-{
-    CashControlUnit unit;
-    unit.name = QStringLiteral("cashbox");
-    unit.type = 3;
-    unit.operations = 0x10;
-    unit.sum = sum;
-    return unit;
-}
 
 QList<int> operationsOf(const QList<panel::UnitOperation>& list)
 {
@@ -63,7 +44,7 @@ private slots:
 
 void TestPanelUnits::hopperOffersItsOperations()
 {
-    const CashControlUnit unit = hopper(500, 250, 800);
+    const CashControlUnit unit = hopper(2, 500, 250, 800);
     QCOMPARE(operationsOf(panel::loadOperations(unit)),
              (QList<int>{ECashControl::ManualLoad, ECashControl::LoadMainAcceptor}));
     const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
@@ -89,7 +70,7 @@ void TestPanelUnits::cashboxOffersOnlyManualPickupAll()
 
 void TestPanelUnits::unitWithoutOperationsOffersNothing()
 {
-    CashControlUnit unit = hopper(100, 10, 100);
+    CashControlUnit unit = hopper(2, 100, 10, 100);
     unit.operations = ECashControl::Maintenance;
     QVERIFY(panel::loadOperations(unit).isEmpty());
     QVERIFY(panel::pickupOperations(unit).isEmpty());
@@ -100,30 +81,29 @@ void TestPanelUnits::unitWithoutOperationsOffersNothing()
 
 void TestPanelUnits::sums()
 {
-    QCOMPARE(cashunits::unitValue(hopper(500, 250, 800)), 125000LL);
+    QCOMPARE(cashunits::unitValue(hopper(2, 500, 250, 800)), 125000LL);
     QCOMPARE(cashunits::unitValue(cashbox(1550)), 1550LL);
     QVERIFY(cashunits::isCashbox(cashbox(0)));
-    QVERIFY(!cashunits::isCashbox(hopper(100, 1, 1)));
+    QVERIFY(!cashunits::isCashbox(hopper(2, 100, 1, 1)));
     // Denominations are unsigned 32-bit; the product must not wrap.
-    QCOMPARE(cashunits::unitValue(hopper(4000000000U, 65535, 65535)), 4000000000LL * 65535);
+    QCOMPARE(cashunits::unitValue(hopper(2, 4000000000U, 65535, 65535)), 4000000000LL * 65535);
 }
 
 void TestPanelUnits::fillLevels()
 {
-    CashControlUnit unit = hopper(100, 51, 400);
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
-    unit.count = 50;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    CashControlUnit unit = hopper(2, 100, 51, 400);
+    const auto levelAt = [&unit](long long count) {
+        unit.count = count;
+        return panel::fillLevel(unit);
+    };
+    QCOMPARE(levelAt(51), panel::FillLevel::Normal);
+    QCOMPARE(levelAt(50), panel::FillLevel::VeryLow);
     unit.limit1 = 100;
-    unit.count = 100;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Low);
-    unit.count = 101;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
-    unit.count = 0;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::VeryLow);
+    QCOMPARE(levelAt(100), panel::FillLevel::Low);
+    QCOMPARE(levelAt(101), panel::FillLevel::Normal);
+    QCOMPARE(levelAt(0), panel::FillLevel::VeryLow);
     unit.state = 3;
-    unit.count = 300;
-    QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Fault);
+    QCOMPARE(levelAt(300), panel::FillLevel::Fault);
     QVERIFY(panel::fillColor(panel::FillLevel::Normal) != panel::fillColor(panel::FillLevel::VeryLow));
     QVERIFY(panel::fillColor(panel::FillLevel::Low) != panel::fillColor(panel::FillLevel::VeryLow));
     QVERIFY(panel::fillColor(panel::FillLevel::Fault) != panel::fillColor(panel::FillLevel::Normal));
@@ -131,7 +111,7 @@ void TestPanelUnits::fillLevels()
 
 void TestPanelUnits::fillLevelsWithoutLimits()
 {
-    CashControlUnit unit = hopper(100, 0, 400);
+    CashControlUnit unit = hopper(2, 100, 0, 400);
     unit.limit3 = -1;
     QCOMPARE(panel::fillLevel(unit), panel::FillLevel::Normal);
     QCOMPARE(panel::fillLevel(cashbox(0)), panel::FillLevel::Normal);
@@ -139,11 +119,7 @@ void TestPanelUnits::fillLevelsWithoutLimits()
 
 void TestPanelUnits::money_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("positive");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QString, bool, bool, qlonglong, QString>("text", "positive", "ok", "minor", "error");
     QTest::newRow("whole") << "15" << true << true << 1500LL << "";
     QTest::newRow("decimals") << " 15.5 " << true << true << 1550LL << "";
     QTest::newRow("zero allowed") << "0" << false << true << 0LL << "";
@@ -173,7 +149,7 @@ void TestPanelUnits::money()
 
 void TestPanelUnits::operationAmounts()
 {
-    const CashControlUnit unit = hopper(200, 300, 1000);
+    const CashControlUnit unit = hopper(2, 200, 300, 1000);
     const QList<panel::UnitOperation> pickups = panel::pickupOperations(unit);
     long long value = -1;
     QString why;
@@ -197,12 +173,8 @@ void TestPanelUnits::operationAmounts()
 // coins, a manual sum pick-up takes the whole coins the amount covers.
 void TestPanelUnits::partCoinsAsTheDriver_data()
 {
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<uint>("denom");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<int, uint, QString, bool, qlonglong, QString>("operation", "denom", "text", "ok",
+                                                                       "minor", "error");
     const QString refused = QStringLiteral("Монетоприемник: Некорректная сумма");
     QTest::newRow("manual load, whole coins")
         << int(ECashControl::ManualLoad) << 500U << "50" << true << 5000LL << "";
@@ -232,7 +204,7 @@ void TestPanelUnits::partCoinsAsTheDriver()
     QFETCH(bool, ok);
     QFETCH(qlonglong, minor);
     QFETCH(QString, error);
-    CashControlUnit unit = hopper(denom, 250, 800);
+    CashControlUnit unit = hopper(2, denom, 250, 800);
     unit.operations |= operation;
     panel::UnitOperation op;
     op.operation = operation;

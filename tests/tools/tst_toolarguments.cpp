@@ -3,6 +3,7 @@
 #include "tools/arguments.h"
 
 #include "cashcontrol/ecashcontrol.h"
+#include "support/columns.h"
 
 #include <QtTest>
 
@@ -44,10 +45,7 @@ private slots:
 
 void TestToolArguments::parseAmount_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QString, bool, qlonglong, QString>("text", "ok", "minor", "error");
 
     QTest::newRow("whole") << "15" << true << 1500LL << QString();
     QTest::newRow("two decimals") << "15.50" << true << 1550LL << QString();
@@ -76,21 +74,19 @@ void TestToolArguments::parseAmount_data()
                                                       "device can handle (at most 42949672.95)");
     QTest::newRow("comma") << "15,50" << false << 0LL
                            << QStringLiteral("amount \"15,50\": use a point for the decimals, as in 15.50");
-    QTest::newRow("trailing point") << "15." << false << 0LL
-                                    << QStringLiteral("amount \"15.\" is not a number such as 15 or 15.50");
-    QTest::newRow("leading point") << ".5" << false << 0LL
-                                   << QStringLiteral("amount \".5\" is not a number such as 15 or 15.50");
-    QTest::newRow("plus sign") << "+5" << false << 0LL
-                               << QStringLiteral("amount \"+5\" is not a number such as 15 or 15.50");
-    QTest::newRow("blank") << " 5" << false << 0LL
-                           << QStringLiteral("amount \" 5\" is not a number such as 15 or 15.50");
-    QTest::newRow("exponent") << "1e3" << false << 0LL
-                              << QStringLiteral("amount \"1e3\" is not a number such as 15 or 15.50");
-    QTest::newRow("two points") << "1.2.3" << false << 0LL
-                                << QStringLiteral("amount \"1.2.3\" is not a number such as 15 or 15.50");
-    QTest::newRow("arabic-indic digits") << QString::fromUtf8("\xd9\xa1\xd9\xa2") << false << 0LL
-                                         << QString::fromUtf8("amount \"\xd9\xa1\xd9\xa2\" is not a number "
-                                                              "such as 15 or 15.50");
+    const QList<QPair<const char*, QString>> notNumbers = {
+        {"trailing point", QStringLiteral("15.")},
+        {"leading point", QStringLiteral(".5")},
+        {"plus sign", QStringLiteral("+5")},
+        {"blank", QStringLiteral(" 5")},
+        {"exponent", QStringLiteral("1e3")},
+        {"two points", QStringLiteral("1.2.3")},
+        {"arabic-indic digits", QString::fromUtf8("\xd9\xa1\xd9\xa2")},
+    };
+    for (const auto& row : notNumbers)
+        QTest::newRow(row.first)
+            << row.second << false << 0LL
+            << QStringLiteral("amount \"%1\" is not a number such as 15 or 15.50").arg(row.second);
 }
 
 void TestToolArguments::parseAmount()
@@ -121,8 +117,7 @@ void TestToolArguments::refusedAmountKeepsOutput()
 
 void TestToolArguments::formatAmount_data()
 {
-    QTest::addColumn<qlonglong>("minor");
-    QTest::addColumn<QString>("text");
+    testsupport::columns<qlonglong, QString>("minor", "text");
     QTest::newRow("zero") << 0LL << "0.00";
     QTest::newRow("kopeck") << 1LL << "0.01";
     QTest::newRow("ten kopecks") << 10LL << "0.10";
@@ -168,9 +163,7 @@ void TestToolArguments::parseAmountList()
 
 void TestToolArguments::parseOperation_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<int>("operation");
+    testsupport::columns<QString, bool, int>("text", "ok", "operation");
 
     QTest::newRow("manual-load") << "manual-load" << true << 0x20000;
     QTest::newRow("manual-all") << "manual-all" << true << 0x10;
@@ -249,8 +242,7 @@ void TestToolArguments::parseMode()
 
 void TestToolArguments::commands_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<Command>("command");
+    testsupport::columns<QStringList, Command>("args", "command");
     QTest::newRow("status") << QStringList{"status"} << Command::Status;
     QTest::newRow("units") << QStringList{"units"} << Command::Units;
     QTest::newRow("denoms") << QStringList{"denoms"} << Command::Denoms;
@@ -280,8 +272,7 @@ void TestToolArguments::commands()
 
 void TestToolArguments::usageErrors_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("error");
+    testsupport::columns<QStringList, QString>("args", "error");
     QTest::newRow("nothing") << QStringList{} << "no command given";
     QTest::newRow("unknown command") << QStringList{"dispense"} << "unknown command \"dispense\"";
     QTest::newRow("unknown option") << QStringList{"status", "--colour"} << "unknown option --colour";

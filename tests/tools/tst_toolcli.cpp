@@ -2,6 +2,8 @@
 // built-in simulator, or with --port against a simulator served by this test on a pty.
 #include "sim/device.h"
 #include "sim/simulator.h"
+#include "support/columns.h"
+#include "support/toolprocess.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -19,41 +21,12 @@
 
 namespace {
 
-struct Result
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-    QString outText() const { return QString::fromUtf8(out); }
-    QString errText() const { return QString::fromUtf8(err); }
-};
-
-// Every run has a plain C locale: the tool must print UTF-8 whatever LANG says.
-QProcessEnvironment cLocale()
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("LANG"), QStringLiteral("C"));
-    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
-    return env;
-}
+using Result = testsupport::ProcessResult;
+using testsupport::cLocale;
 
 Result runTool(const QStringList& args, int timeoutMs = 60000)
 {
-    QProcess p;
-    p.setProcessEnvironment(cLocale());
-    p.start(QStringLiteral(CPIBCR_TOOL), args);
-    Result r;
-    if (!p.waitForStarted(10000))
-        return r;
-    if (!p.waitForFinished(timeoutMs)) {
-        p.kill();
-        p.waitForFinished();
-        return r;
-    }
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
+    return testsupport::runProgram(QStringLiteral(CPIBCR_TOOL), args, timeoutMs);
 }
 
 QString data(const char* name)
@@ -120,6 +93,38 @@ QList<int> hopperCounts(const sim::Simulator& s)
     for (int h = 1; h <= 5; ++h)
         counts.append(s.hopperCount(h));
     return counts;
+}
+
+// The device's money as a command may change it: the commands that move money it was sent, the
+// hoppers' counts and the cashbox sum.
+QString money(const sim::Simulator& s)
+{
+    QStringList counts;
+    for (const int count : hopperCounts(s))
+        counts << QString::number(count);
+    return QStringLiteral("%1 money commands, hoppers %2, cashbox %3")
+        .arg(moneyCommands(s))
+        .arg(counts.join(QLatin1Char(' ')))
+        .arg(s.cashbox());
+}
+
+// A simulator with 125.50 in its cashbox, for a command that must leave the money alone.
+std::unique_ptr<sim::Simulator> startWithCashbox()
+{
+    auto s = startSimulator();
+    if (s)
+        s->setCashbox(12550);
+    return s;
+}
+
+Result onPort(const sim::Simulator& s, const QStringList& args)
+{
+    return runTool(QStringList{QStringLiteral("--port"), s.portPath()} + args);
+}
+
+Result jsonOnPort(const sim::Simulator& s, const QStringList& args)
+{
+    return runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s.portPath()} + args);
 }
 
 bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& needle, int timeoutMs = 60000)
@@ -196,8 +201,7 @@ void TestToolCli::help()
 
 void TestToolCli::usageErrorsNeverReachTheDevice_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     QTest::newRow("unknown command") << QStringList{"dispense", "5"} << "unknown command \"dispense\"";
     QTest::newRow("negative pay") << QStringList{"pay", "-5"} << "amount \"-5\" is negative";
     QTest::newRow("malformed pay") << QStringList{"pay", "5,50"}
@@ -229,7 +233,7 @@ void TestToolCli::usageErrorsNeverReachTheDevice()
     QFETCH(QString, message);
     auto s = startSimulator();
     QVERIFY(s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 2);
     QVERIFY(r.out.isEmpty());
     QVERIFY2(r.errText().startsWith(QStringLiteral("cpibcr: ") + message + QStringLiteral("\n") + usageLine),
@@ -239,8 +243,7 @@ void TestToolCli::usageErrorsNeverReachTheDevice()
 
 void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     // The JSON form of a refusal is the same for every kind; two rows show it.
     QTest::addColumn<bool>("json");
     QTest::newRow("unknown unit")
@@ -268,30 +271,26 @@ void TestToolCli::refusedOnTheDeviceBeforeMoneyMoves()
 {
     QFETCH(QStringList, args);
     QFETCH(QString, message);
-    auto s = startSimulator();
+    auto s = startWithCashbox();
     QVERIFY(s);
-    s->setCashbox(12550);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 2);
     QVERIFY2(r.errText().startsWith(QStringLiteral("cpibcr: ") + message + QStringLiteral("\n") + usageLine),
              r.err.constData());
     QVERIFY(!s->transactions().isEmpty());
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
-    QCOMPARE(s->cashbox(), 12550u);
+    QCOMPARE(money(*s), before);
 
     QFETCH(bool, json);
     if (!json)
         return;
-    const Result inJson =
-        runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
+    const Result inJson = jsonOnPort(*s, args);
     QCOMPARE(inJson.status, 2);
     const QJsonObject doc = document(inJson.out);
     QCOMPARE(doc.value(QStringLiteral("error")).toString(), message);
     QCOMPARE(doc.value(QStringLiteral("exitStatus")).toInt(), 2);
     QCOMPARE(doc.value(QStringLiteral("command")).toString(), args.first());
-    QCOMPARE(moneyCommands(*s), 0);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::badSimulatorConfiguration()
@@ -411,7 +410,7 @@ void TestToolCli::checkPaysNothing()
 {
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
+    const QString before = money(*s);
     const Result yes = runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("--json"),
                                 QStringLiteral("check"), QStringLiteral("13")});
     QCOMPARE(yes.status, 0);
@@ -424,8 +423,7 @@ void TestToolCli::checkPaysNothing()
                                QStringLiteral("0.10"), QStringLiteral("--mode"), QStringLiteral("minimum")});
     QCOMPARE(no.status, 0);
     QCOMPARE(no.outText(), QStringLiteral("0.10 cannot be paid as change (minimum)\n"));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::deviceFaultFailsWithDriverMessage()
@@ -469,7 +467,7 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
 {
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
+    const QString before = money(*s);
     const Result r =
         runTool({QStringLiteral("--port"), s->portPath(), QStringLiteral("pay"), QStringLiteral("0.10")});
     QCOMPARE(r.status, 1);
@@ -484,14 +482,12 @@ void TestToolCli::payImpossibleLeavesHoppersAlone()
                                               {QStringLiteral("error"),
                                                QStringLiteral("Монетоприемник: Невозможно выдать сумму")},
                                               {QStringLiteral("exitStatus"), 1}}));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::driverRefusalsMoveNothing_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<QString>("message");
+    testsupport::columns<QStringList, QString>("args", "message");
     // 400 coins in the hopper plus 70000 would not fit the device's 16-bit count.
     QTest::newRow("loan beyond the hopper count field")
         << QStringList{"loan", "hopper4", "70000"} << QStringLiteral("Монетоприемник: Некорректная сумма");
@@ -505,13 +501,12 @@ void TestToolCli::driverRefusalsMoveNothing()
     QFETCH(QString, message);
     auto s = startSimulator();
     QVERIFY(s);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 1);
     QVERIFY2(r.err.endsWith((QStringLiteral("\n") + message + QStringLiteral("\n")).toUtf8()),
              r.err.constData());
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
+    QCOMPARE(money(*s), before);
 }
 
 // A load or a payout that is not whole coins is refused with the driver's own message, before
@@ -527,24 +522,20 @@ void TestToolCli::partCoinsRefusedAsTheDriver()
 {
     QFETCH(QStringList, args);
     const QString message = QStringLiteral("Монетоприемник: Некорректная сумма");
-    auto s = startSimulator();
+    auto s = startWithCashbox();
     QVERIFY(s);
-    s->setCashbox(12550);
-    const QList<int> before = hopperCounts(*s);
-    const Result r = runTool(QStringList{QStringLiteral("--port"), s->portPath()} + args);
+    const QString before = money(*s);
+    const Result r = onPort(*s, args);
     QCOMPARE(r.status, 1);
     QVERIFY(r.out.isEmpty());
     QCOMPARE(r.errText(), message + QStringLiteral("\n"));
 
-    const Result inJson =
-        runTool(QStringList{QStringLiteral("--json"), QStringLiteral("--port"), s->portPath()} + args);
+    const Result inJson = jsonOnPort(*s, args);
     QCOMPARE(inJson.status, 1);
     QCOMPARE(document(inJson.out), (QJsonObject{{QStringLiteral("command"), args.first()},
                                                 {QStringLiteral("error"), message},
                                                 {QStringLiteral("exitStatus"), 1}}));
-    QCOMPARE(moneyCommands(*s), 0);
-    QCOMPARE(hopperCounts(*s), before);
-    QCOMPARE(s->cashbox(), 12550u);
+    QCOMPARE(money(*s), before);
 }
 
 void TestToolCli::loanManualLoad()
@@ -608,11 +599,7 @@ void TestToolCli::pickupCashbox()
 // 12.00 from a hopper of 5.00 coins takes two, as the driver does.
 void TestToolCli::pickupManualSumTakesWholeCoinsAtMostTheCount_data()
 {
-    QTest::addColumn<int>("hopper");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("amount");
-    QTest::addColumn<QString>("output");
-    QTest::addColumn<int>("left");
+    testsupport::columns<int, int, QString, QString, int>("hopper", "count", "amount", "output", "left");
     QTest::newRow("at most the count") << 1 << 3 << "50"
                                        << "pickup from hopper1 (выем суммы вручную)\n"
                                           "denomination  count    sum\n"
@@ -776,8 +763,7 @@ void TestToolCli::acceptExcludedDenomination()
 
 void TestToolCli::acceptStopsOnSignal_data()
 {
-    QTest::addColumn<int>("signo");
-    QTest::addColumn<bool>("waitForReport");
+    testsupport::columns<int, bool>("signo", "waitForReport");
     QTest::newRow("SIGINT after a report") << int(SIGINT) << true;
     QTest::newRow("SIGTERM after a report") << int(SIGTERM) << true;
     // The coin may still be in the acceptor when the signal comes: the final poll of the stop reports it.

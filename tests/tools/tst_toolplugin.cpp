@@ -2,8 +2,31 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QtTest>
+
+namespace {
+
+// An empty file at a path below the folder, made with the folders above it; its full path,
+// empty when it could not be made.
+QString emptyFile(const QTemporaryDir& dir, const QString& relative)
+{
+    const QString path = dir.filePath(relative);
+    QFile file(path);
+    if (!QDir().mkpath(QFileInfo(path).path()) || !file.open(QIODevice::WriteOnly))
+        return QString();
+    return path;
+}
+
+// The plug-in found for a program in the folder below dir, installed as the packages install it.
+QString locateFor(const QTemporaryDir& dir, const QString& programFolder)
+{
+    return hostkit::locatePlugin(dir.filePath(programFolder),
+                                 QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so"));
+}
+
+} // namespace
 
 class TestToolPlugin : public QObject
 {
@@ -33,43 +56,31 @@ void TestToolPlugin::installedLocationWins()
     QTemporaryDir prefix;
     QVERIFY(prefix.isValid());
     QVERIFY(QDir(prefix.path()).mkpath(QStringLiteral("bin")));
-    QVERIFY(QDir(prefix.path()).mkpath(QStringLiteral("lib/cpibcr/plugins")));
-    QFile installed(prefix.filePath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
-    QVERIFY(installed.open(QIODevice::WriteOnly));
-    installed.close();
-    QVERIFY(QDir(prefix.path()).mkpath(QStringLiteral("plugins")));
-    QFile built(prefix.filePath(QStringLiteral("plugins/libcpibcr.so")));
-    QVERIFY(built.open(QIODevice::WriteOnly));
-    built.close();
+    const QString installed = emptyFile(prefix, QStringLiteral("lib/cpibcr/plugins/libcpibcr.so"));
+    QVERIFY(!installed.isEmpty());
+    QVERIFY(!emptyFile(prefix, QStringLiteral("plugins/libcpibcr.so")).isEmpty());
 
-    QCOMPARE(hostkit::locatePlugin(prefix.filePath(QStringLiteral("bin")),
-                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
-             installed.fileName());
+    QCOMPARE(locateFor(prefix, QStringLiteral("bin")), installed);
 }
 
 void TestToolPlugin::buildTreeWhenNotInstalled()
 {
     QTemporaryDir tree;
     QVERIFY(tree.isValid());
-    QVERIFY(QDir(tree.path()).mkpath(QStringLiteral("plugins")));
-    QFile built(tree.filePath(QStringLiteral("plugins/libcpibcr.so")));
-    QVERIFY(built.open(QIODevice::WriteOnly));
-    built.close();
-    QCOMPARE(hostkit::locatePlugin(tree.filePath(QStringLiteral("tools")),
-                                   QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so")),
-             built.fileName());
+    const QString built = emptyFile(tree, QStringLiteral("plugins/libcpibcr.so"));
+    QVERIFY(!built.isEmpty());
+    QCOMPARE(locateFor(tree, QStringLiteral("tools")), built);
 }
 
 void TestToolPlugin::nothingFound()
 {
     QTemporaryDir empty;
     QVERIFY(empty.isValid());
-    const QString relative = QStringLiteral("../lib/cpibcr/plugins/libcpibcr.so");
-    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(locateFor(empty, QStringLiteral("bin")).isEmpty());
     // A directory of that name is not a plug-in.
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("lib/cpibcr/plugins/libcpibcr.so")));
     QVERIFY(QDir(empty.path()).mkpath(QStringLiteral("plugins/libcpibcr.so")));
-    QVERIFY(hostkit::locatePlugin(empty.filePath(QStringLiteral("bin")), relative).isEmpty());
+    QVERIFY(locateFor(empty, QStringLiteral("bin")).isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolPlugin)

@@ -1,4 +1,5 @@
 #include "hostkit/serialports.h"
+#include "support/toolprocess.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -57,6 +58,11 @@ hostkit::SerialPortEntry builtInPort()
     e.name = QStringLiteral("ttyS0");
     e.location = QStringLiteral("/dev/ttyS0");
     return e;
+}
+
+testsupport::ProcessResult runTool(const QStringList& args)
+{
+    return testsupport::runProgram(QStringLiteral(CPIBCR_TOOL), args, 60000);
 }
 
 } // namespace
@@ -141,12 +147,9 @@ void TestToolPorts::inGroupButNotInSession()
 
 void TestToolPorts::ownerOnly()
 {
-    hostkit::PortAccess a;
-    a.path = QStringLiteral("/dev/ttyUSB0");
-    a.owner = QStringLiteral("root");
+    hostkit::PortAccess a = kassaOnDialoutPort();
     a.group = QStringLiteral("root");
     a.groupMayReadWrite = false;
-    a.user = QStringLiteral("kassa");
     QCOMPARE(hostkit::permissionDeniedMessage(a).toUtf8(),
              QByteArray("cannot open /dev/ttyUSB0: permission denied for the user kassa.\n"
                         "The port (owner root, group root) is not open to a group a user can join.\n"
@@ -157,20 +160,15 @@ void TestToolPorts::ownerOnly()
 
 void TestToolPorts::portsCommand()
 {
-    QProcess text;
-    text.start(QStringLiteral(CPIBCR_TOOL), {QStringLiteral("ports")});
-    QVERIFY(text.waitForFinished(60000));
-    QCOMPARE(text.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(text.exitCode(), 0);
-    const QByteArray table = text.readAllStandardOutput();
+    const testsupport::ProcessResult text = runTool({QStringLiteral("ports")});
+    QCOMPARE(text.status, 0);
+    const QByteArray table = text.out;
     QVERIFY2(table.startsWith("PORT ") || table == "no serial ports found\n", table.constData());
 
-    QProcess json;
-    json.start(QStringLiteral(CPIBCR_TOOL), {QStringLiteral("--json"), QStringLiteral("ports")});
-    QVERIFY(json.waitForFinished(60000));
-    QCOMPARE(json.exitCode(), 0);
+    const testsupport::ProcessResult json = runTool({QStringLiteral("--json"), QStringLiteral("ports")});
+    QCOMPARE(json.status, 0);
     QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(json.readAllStandardOutput(), &error);
+    const QJsonDocument doc = QJsonDocument::fromJson(json.out, &error);
     QCOMPARE(error.error, QJsonParseError::NoError);
     QCOMPARE(doc.object().value(QStringLiteral("command")).toString(), QStringLiteral("ports"));
     QVERIFY(doc.object().value(QStringLiteral("ports")).isArray());
@@ -184,26 +182,20 @@ void TestToolPorts::portsCommand()
                 ports.at(i).toObject().value(QStringLiteral("path")).toString().toUtf8() + ' '));
     }
 
-    QProcess withPort;
-    withPort.start(QStringLiteral(CPIBCR_TOOL),
-                   {QStringLiteral("ports"), QStringLiteral("--port"), QStringLiteral("/dev/ttyS0")});
-    QVERIFY(withPort.waitForFinished(60000));
-    QCOMPARE(withPort.exitCode(), 2);
+    QCOMPARE(
+        runTool({QStringLiteral("ports"), QStringLiteral("--port"), QStringLiteral("/dev/ttyS0")}).status, 2);
 }
 
 void TestToolPorts::versions()
 {
-    QProcess tool;
-    tool.start(QStringLiteral(CPIBCR_TOOL), {QStringLiteral("--version")});
-    QVERIFY(tool.waitForFinished(60000));
-    QCOMPARE(tool.exitCode(), 0);
-    QCOMPARE(tool.readAllStandardOutput(), QByteArray("cpibcr " CPIBCR_VERSION "\n"));
+    const testsupport::ProcessResult tool = runTool({QStringLiteral("--version")});
+    QCOMPARE(tool.status, 0);
+    QCOMPARE(tool.out, QByteArray("cpibcr " CPIBCR_VERSION "\n"));
 
-    QProcess sim;
-    sim.start(QStringLiteral(CPIBCR_SIM_PROGRAM), {QStringLiteral("--version")});
-    QVERIFY(sim.waitForFinished(60000));
-    QCOMPARE(sim.exitCode(), 0);
-    QCOMPARE(sim.readAllStandardOutput(), QByteArray("cpibcr-sim " CPIBCR_VERSION "\n"));
+    const testsupport::ProcessResult sim =
+        testsupport::runProgram(QStringLiteral(CPIBCR_SIM_PROGRAM), {QStringLiteral("--version")}, 60000);
+    QCOMPARE(sim.status, 0);
+    QCOMPARE(sim.out, QByteArray("cpibcr-sim " CPIBCR_VERSION "\n"));
 }
 
 void TestToolPorts::refusedPort()

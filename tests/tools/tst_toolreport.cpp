@@ -2,39 +2,14 @@
 #include "tools/report.h"
 
 #include "cashcontrol/units.h"
+#include "support/units.h"
 
 #include <QJsonDocument>
 #include <QtTest>
 
-namespace {
-
-CashControlUnit hopper(int number, unsigned int denom, long long count, int capacity, int state = 0)
-{
-    CashControlUnit u;
-    u.name = QStringLiteral("hopper%1").arg(number);
-    u.type = 1;
-    u.operations = 0x8021330;
-    u.flag = 1;
-    u.denom = denom;
-    u.count = count;
-    u.capacity = capacity;
-    u.state = state;
-    u.limit3 = 50;
-    return u;
-}
-
-CashControlUnit cashbox(long long sum, int state = 0)
-{
-    CashControlUnit u;
-    u.name = QStringLiteral("cashbox");
-    u.type = 3;
-    u.operations = 0x10;
-    u.sum = sum;
-    u.state = state;
-    return u;
-}
-
-} // namespace
+using testsupport::cashbox;
+using testsupport::hopper;
+using testsupport::sumOf;
 
 class TestToolReport : public QObject
 {
@@ -76,16 +51,10 @@ void TestToolReport::unitsTable()
 
 void TestToolReport::unitJson()
 {
-    const QJsonObject h = tool::unitJson(hopper(3, 200, 300, 1000));
-    QCOMPARE(h.value(QStringLiteral("name")).toString(), QStringLiteral("hopper3"));
-    QCOMPARE(h.value(QStringLiteral("kind")).toString(), QStringLiteral("hopper"));
-    QCOMPARE(h.value(QStringLiteral("type")).toInt(), 1);
-    QCOMPARE(h.value(QStringLiteral("denom")).toInt(), 200);
-    QCOMPARE(h.value(QStringLiteral("count")).toInt(), 300);
-    QCOMPARE(h.value(QStringLiteral("capacity")).toInt(), 1000);
-    QCOMPARE(h.value(QStringLiteral("sum")).toInt(), 60000);
-    QCOMPARE(h.value(QStringLiteral("state")).toInt(), 0);
-    QCOMPARE(h.value(QStringLiteral("operations")).toInt(), 0x8021330);
+    QCOMPARE(QJsonDocument(tool::unitJson(hopper(3, 200, 300, 1000))).toJson(QJsonDocument::Compact),
+             "{\"capacity\":1000,\"count\":300,\"denom\":200,\"kind\":\"hopper\",\"name\":\"hopper3\","
+             "\"operations\":" +
+                 QByteArray::number(0x8021330) + ",\"state\":0,\"sum\":60000,\"type\":1}");
 
     const QJsonObject c = tool::unitJson(cashbox(4294967295LL));
     QCOMPARE(c.value(QStringLiteral("kind")).toString(), QStringLiteral("cashbox"));
@@ -120,10 +89,7 @@ void TestToolReport::denoms()
 
 void TestToolReport::sumTable()
 {
-    SumDetailed s;
-    s.denoms.insert(500, 2);
-    s.denoms.insert(1000, 1);
-    s.denoms.insert(200, 0);
+    const SumDetailed s = sumOf({{500, 2}, {1000, 1}, {200, 0}});
     QCOMPARE(tool::sumTable(s), QStringLiteral("denomination  count    sum\n"
                                                "        5.00      2  10.00\n"
                                                "       10.00      1  10.00\n"
@@ -133,8 +99,7 @@ void TestToolReport::sumTable()
 
 void TestToolReport::sumTableWithRest()
 {
-    SumDetailed s;
-    s.rest = 12550;
+    const SumDetailed s = sumOf({}, 12550);
     QCOMPARE(tool::sumTable(s), QStringLiteral("denomination  count     sum\n"
                                                " not by coin         125.50\n"
                                                "       total         125.50\n"));
@@ -152,11 +117,7 @@ void TestToolReport::emptySum()
 
 void TestToolReport::sumJson()
 {
-    SumDetailed s;
-    s.denoms.insert(100, 7);
-    s.denoms.insert(1000, 1);
-    s.denoms.insert(50, 0);
-    s.extra = 99;
+    const SumDetailed s = sumOf({{100, 7}, {1000, 1}, {50, 0}}, 0, 99);
     QCOMPARE(QJsonDocument(tool::sumJson(s)).toJson(QJsonDocument::Compact),
              QByteArray("{\"denoms\":[{\"count\":7,\"denom\":100},{\"count\":1,\"denom\":1000}],\"rest\":0,"
                         "\"sum\":1700}"));

@@ -4,6 +4,7 @@
 // different command is stopped at the request where it parts from the recording; a damaged trace
 // is refused at its first bad line. The built cpibcr and cpibcr-sim run as separate processes.
 #include "sim/simulator.h"
+#include "support/toolprocess.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -20,43 +21,14 @@
 
 namespace {
 
-struct Result
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
+using Result = testsupport::ProcessResult;
+using testsupport::cLocale;
 
-QProcessEnvironment cLocale()
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("LANG"), QStringLiteral("C"));
-    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
-    return env;
-}
-
-Result run(const QString& program, const QStringList& args, int timeoutMs = 120000)
-{
-    QProcess p;
-    p.setProcessEnvironment(cLocale());
-    p.start(program, args);
-    Result r;
-    if (!p.waitForStarted(10000))
-        return r;
-    if (!p.waitForFinished(timeoutMs)) {
-        p.kill();
-        p.waitForFinished();
-        return r;
-    }
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
-}
+const int sessionTimeoutMs = 120000;
 
 Result tool(const QStringList& args)
 {
-    return run(QStringLiteral(CPIBCR_TOOL), args);
+    return testsupport::runProgram(QStringLiteral(CPIBCR_TOOL), args, sessionTimeoutMs);
 }
 
 // The console log's lines without their time of day.
@@ -330,7 +302,8 @@ void TestTraceSession::damagedTraceIsRefused()
     QVERIFY(read.out.isEmpty());
     QCOMPARE(QString::fromUtf8(read.err), QStringLiteral("cpibcr: %1: %2\n").arg(damaged, message));
 
-    const Result replay = run(QStringLiteral(CPIBCR_SIM_PROGRAM), {QStringLiteral("--replay"), damaged});
+    const Result replay = testsupport::runProgram(QStringLiteral(CPIBCR_SIM_PROGRAM),
+                                                  {QStringLiteral("--replay"), damaged}, sessionTimeoutMs);
     QCOMPARE(replay.status, 2);
     QVERIFY(replay.out.isEmpty());
     QCOMPARE(QString::fromUtf8(replay.err), QStringLiteral("cpibcr-sim: %1: %2\n").arg(damaged, message));

@@ -1,5 +1,6 @@
 // A trace read as ccTalk: what the host read after each request taken apart as the driver's
 // assembly takes it apart, the outcome of each exchange and the figures of the summary.
+#include "support/columns.h"
 #include "support/frames.h"
 #include "trace/traceanalysis.h"
 
@@ -58,6 +59,22 @@ QList<trace::Exchange> analyse(const QList<trace::Record>& records, trace::Summa
     return exchanges;
 }
 
+// Every figure of a summary in declaration order, so that one comparison checks them all.
+QString summaryFigures(const trace::Summary& s)
+{
+    QString text;
+    QTextStream(&text) << "recordings " << s.recordings << ", exchanges " << s.exchanges << ", answered "
+                       << s.answered << ", repeats " << s.repeats << ", busy " << s.busy << ", nak " << s.nak
+                       << ", lost " << s.lost << ", foreign frames " << s.foreignFrames << ", corrupt frames "
+                       << s.corruptFrames << ", garbage bytes " << s.garbageBytes << ", discarded bytes "
+                       << s.discardedBytes << ", bytes written " << s.bytesWritten << ", bytes read "
+                       << s.bytesRead << ", latency median " << s.latencyMedianUs << " p99 " << s.latencyP99Us
+                       << " max " << s.latencyMaxUs << " us, longest silence " << s.longestSilenceUs
+                       << " us from " << s.longestSilenceFromUs << " us in recording "
+                       << s.longestSilenceRecording;
+    return text;
+}
+
 } // namespace
 
 class TestTraceAnalysis : public QObject
@@ -66,8 +83,7 @@ class TestTraceAnalysis : public QObject
 private slots:
     void headerNames_data()
     {
-        QTest::addColumn<int>("header");
-        QTest::addColumn<QString>("name");
+        testsupport::columns<int, QString>("header", "name");
         QTest::newRow("answer") << 0 << "answer (0)";
         QTest::newRow("NAK") << 5 << "NAK (5)";
         QTest::newRow("BUSY") << 6 << "BUSY (6)";
@@ -84,8 +100,7 @@ private slots:
 
     void frameTexts_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("text");
+        testsupport::columns<QByteArray, QString>("bytes", "text");
         QTest::newRow("request") << request(119, QByteArray(1, '\x02'))
                                  << "1 -> 55  reqHopperBalance (119)  data 02  checksum ok";
         QTest::newRow("answer") << reply(QByteArray::fromHex("1000"))
@@ -107,9 +122,7 @@ private slots:
     void oneExchange_data()
     {
         QTest::addColumn<QList<QByteArray>>("chunks"); // read 1000 us apart, the first at 2000 us
-        QTest::addColumn<QString>("pieces");
-        QTest::addColumn<trace::Exchange::Outcome>("outcome");
-        QTest::addColumn<qint64>("latency");
+        testsupport::columns<QString, trace::Exchange::Outcome, qint64>("pieces", "outcome", "latency");
         const QByteArray poll = request(simplePoll);
         const QByteArray ack = reply();
         const QByteArray data = reply(QByteArray::fromHex("01020304"));
@@ -192,13 +205,6 @@ private slots:
         trace::Summary s;
         const QList<trace::Exchange> exchanges = analyse(records, &s);
         QCOMPARE(exchanges.size(), 6);
-        QCOMPARE(s.recordings, 2);
-        QCOMPARE(s.exchanges, 6);
-        QCOMPARE(s.answered, 4);
-        QCOMPARE(s.lost, 2);
-        QCOMPARE(s.busy, 1);
-        QCOMPARE(s.nak, 1);
-        QCOMPARE(s.repeats, 2);
         QCOMPARE(exchanges.at(1).repeat, false);
         QCOMPARE(exchanges.at(2).repeat, true);
         QCOMPARE(exchanges.at(3).repeat, true);
@@ -208,20 +214,15 @@ private slots:
         QCOMPARE(exchanges.at(5).repeat, false);
         QCOMPARE(exchanges.at(2).discarded, QByteArray());
         QCOMPARE(exchanges.at(1).discarded, QByteArray::fromHex("01"));
-        QCOMPARE(s.discardedBytes, 1);
-        QCOMPARE(s.foreignFrames, 1);
-        QCOMPARE(s.corruptFrames, 1);
         QCOMPARE(exchanges.at(4).recording, 2);
         QCOMPARE(exchanges.at(5).number, 6);
-        // Latencies 2, 3, 4 and 1 ms.
-        QCOMPARE(s.latencyMedianUs, 2000);
-        QCOMPARE(s.latencyP99Us, 4000);
-        QCOMPARE(s.latencyMaxUs, 4000);
-        // From the read at 10.1 ms to the discard at 1210 ms.
-        QCOMPARE(s.longestSilenceUs, 1199900);
-        QCOMPARE(s.longestSilenceFromUs, 10100);
-        QCOMPARE(s.longestSilenceRecording, 1);
-        QCOMPARE(s.bytesWritten, 6 * 5);
+        // Six requests of 5 bytes; latencies 2, 3, 4 and 1 ms; the longest silence from the read
+        // at 10.1 ms to the discard at 1210 ms.
+        QCOMPARE(summaryFigures(s),
+                 QStringLiteral("recordings 2, exchanges 6, answered 4, repeats 2, busy 1, nak 1, lost 2, "
+                                "foreign frames 1, corrupt frames 1, garbage bytes 0, discarded bytes 1, "
+                                "bytes written 30, bytes read 62, latency median 2000 p99 4000 max 4000 us, "
+                                "longest silence 1199900 us from 10100 us in recording 1"));
     }
 };
 

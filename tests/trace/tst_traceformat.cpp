@@ -1,5 +1,6 @@
 // The trace's text format: lines written from records and read back, and every kind of damaged
 // file refused at its first bad line.
+#include "support/columns.h"
 #include "trace/traceformat.h"
 
 #include <QtTest>
@@ -25,8 +26,7 @@ class TestTraceFormat : public QObject
 private slots:
     void chunkLines_data()
     {
-        QTest::addColumn<trace::Chunk>("chunk");
-        QTest::addColumn<QByteArray>("line");
+        testsupport::columns<trace::Chunk, QByteArray>("chunk", "line");
         QTest::newRow("written") << chunk(1532, trace::Direction::Written, "370001FECA")
                                  << QByteArray("1532 > 37 00 01 FE CA\n");
         QTest::newRow("read") << chunk(0, trace::Direction::Read, "0100370 0C8")
@@ -89,9 +89,7 @@ private slots:
 
     void damagedFiles_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<qint64>("line");
-        QTest::addColumn<QString>("message");
+        testsupport::columns<QByteArray, qint64, QString>("text", "line", "message");
         QTest::newRow("empty") << QByteArray() << qint64(1) << "line 1: empty file, not a trace";
         QTest::newRow("no header") << QByteArray("10 > 37 00 01 FE CA\n") << qint64(1)
                                    << "line 1: not a trace: the first line is not a \"cpibcr-trace\" header";
