@@ -67,20 +67,22 @@ public:
                 fail(QStringLiteral("%1: unknown key \"%2\"").arg(where, it.key()));
     }
 
+    // v as an integer from min to max; otherwise the error says `what` must be one.
+    bool integer(const QJsonValue& v, const QString& what, qint64 min, qint64 max, qint64& out)
+    {
+        const double d = v.toDouble(-1e300);
+        if (!v.isDouble() || d != double(qint64(d)) || d < double(min) || d > double(max)) {
+            fail(QStringLiteral("%1 must be an integer from %2 to %3").arg(what).arg(min).arg(max));
+            return false;
+        }
+        out = qint64(d);
+        return true;
+    }
     void integer(const QJsonObject& o, const char* key, qint64 min, qint64 max, qint64& out)
     {
         const QJsonValue v = o.value(QLatin1String(key));
-        if (v.isUndefined())
-            return;
-        const double d = v.toDouble(-1e300);
-        if (!v.isDouble() || d != double(qint64(d)) || d < double(min) || d > double(max)) {
-            fail(QStringLiteral("\"%1\" must be an integer from %2 to %3")
-                     .arg(QLatin1String(key))
-                     .arg(min)
-                     .arg(max));
-            return;
-        }
-        out = qint64(d);
+        if (!v.isUndefined())
+            integer(v, QStringLiteral("\"%1\"").arg(QLatin1String(key)), min, max, out);
     }
     template <typename T> void number(const QJsonObject& o, const char* key, qint64 min, qint64 max, T& out)
     {
@@ -173,6 +175,54 @@ const Fields<HopperConfig> hopperFields = {
     {"model", &HopperConfig::model},           {"serial", &HopperConfig::serial, 0, 0xFFFFFF},
 };
 
+// "auditCounters": {"80": {"1": 500000}}, group -> index -> value; the hoppers are read before.
+void readAuditCounters(Reader& r, const QJsonValue& v, Config& c)
+{
+    if (!v.isObject())
+        r.fail(QStringLiteral("\"auditCounters\" must map groups to counters"));
+    const QJsonObject groups = v.toObject();
+    for (auto g = groups.begin(); g != groups.end(); ++g) {
+        bool ok = false;
+        const int group = g.key().toInt(&ok);
+        if (!ok || (group != 70 && group != 80 && group != 87)) {
+            r.fail(QStringLiteral("auditCounters: group \"%1\" is not 70, 80 or 87").arg(g.key()));
+            continue;
+        }
+        if (!g.value().isObject()) {
+            r.fail(QStringLiteral("auditCounters: group %1 must map indexes to values").arg(group));
+            continue;
+        }
+        const int last = group == 70 ? 16 : int(c.hoppers.size());
+        const QJsonObject counters = g.value().toObject();
+        for (auto it = counters.begin(); it != counters.end(); ++it) {
+            const int index = it.key().toInt(&ok);
+            if (!ok || index < 1 || index > last) {
+                r.fail(QStringLiteral("auditCounters: group %1 has no index \"%2\" (1 to %3)")
+                           .arg(group)
+                           .arg(it.key())
+                           .arg(last));
+                continue;
+            }
+            qint64 value = 0;
+            const QString what = QStringLiteral("auditCounters: %1 %2").arg(group).arg(index);
+            if (r.integer(it.value(), what, 0, 0xFFFFFFFFLL, value))
+                c.auditCounters[group][index] = quint32(value);
+        }
+    }
+}
+
+QJsonObject auditCountersJson(const QMap<int, QMap<int, quint32>>& groups)
+{
+    QJsonObject out;
+    for (auto g = groups.begin(); g != groups.end(); ++g) {
+        QJsonObject counters;
+        for (auto it = g.value().begin(); it != g.value().end(); ++it)
+            counters.insert(QString::number(it.key()), double(it.value()));
+        out.insert(QString::number(g.key()), counters);
+    }
+    return out;
+}
+
 template <class S> std::vector<const char*> keys(const Fields<S>& fields)
 {
     std::vector<const char*> out;
@@ -256,7 +306,7 @@ Config Config::fromJson(const QByteArray& json, QString* error)
     Reader r(&err);
     const QJsonObject o = doc.object();
     std::vector<const char*> topKeys = keys(topFields);
-    topKeys.insert(topKeys.end(), {"coins", "hoppers"});
+    topKeys.insert(topKeys.end(), {"coins", "hoppers", "auditCounters"});
     for (const Section* section : sections)
         topKeys.push_back(section->name);
     r.allowOnly(o, QStringLiteral("configuration"), topKeys);
@@ -316,6 +366,9 @@ Config Config::fromJson(const QByteArray& json, QString* error)
         }
     }
 
+    if (o.contains(QLatin1String("auditCounters")))
+        readAuditCounters(r, o.value(QLatin1String("auditCounters")), c);
+
     read(r, o, timings, c);
 
     for (const Section* section : sections) {
@@ -348,6 +401,7 @@ QByteArray Config::toJson() const
         hopperArray.append(ho);
     }
     o.insert(QStringLiteral("hoppers"), hopperArray);
+    o.insert(QStringLiteral("auditCounters"), auditCountersJson(auditCounters));
     return QJsonDocument(o).toJson(QJsonDocument::Indented);
 }
 

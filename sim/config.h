@@ -42,6 +42,8 @@ struct Config
     QList<HopperConfig> hoppers; // hopper h is hoppers[h-1]
     quint32 cashbox = 0;         // minor units
     qint64 clockOffsetSecs = 0;  // device clock = host clock + offset
+    // Audit counters as the device's past life left them: group (70, 80, 87) -> index -> value.
+    QMap<int, QMap<int, quint32>> auditCounters;
 
     int coinAcceptMs = 400;     // a coin in flight through the acceptor, normal mode
     int coinAcceptFastMs = 200; // the same in fast mode (mod var set 255)

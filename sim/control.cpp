@@ -77,6 +77,16 @@ QString hopperOnly(Simulator& s, void (Simulator::*set)(int), const QString& err
     return kOk;
 }
 
+// GROUP INDEX of an audit counter: an error text, or an empty one.
+QString counterAt(const QStringList& a, const char* usage, qint64& group, qint64& index)
+{
+    if (!toNumber(a.at(0), 0, 255, group) || !toNumber(a.at(1), 0, 255, index))
+        return QStringLiteral("error: %1").arg(QLatin1String(usage));
+    if (group != 70 && group != 80 && group != 87)
+        return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(group);
+    return QString();
+}
+
 } // namespace
 
 struct ControlChannel::Command
@@ -165,6 +175,19 @@ const std::vector<ControlChannel::Command>& ControlChannel::commands()
              c.sim_.setCashbox(quint32(value));
              return kOk;
          }},
+        {device, "counter", 3, 3, nullptr, "counter GROUP INDEX N",
+         "set an audit counter to N, as the device's past life left it",
+         [](ControlChannel& c, Args a) {
+             qint64 group = 0, index = 0, value = 0;
+             const QString error = counterAt(a, "counter GROUP INDEX N", group, index);
+             if (!error.isEmpty())
+                 return error;
+             if (!toNumber(a.at(2), 0, 0xFFFFFFFFLL, value))
+                 return QStringLiteral("error: counter GROUP INDEX N: N is 0 to 4294967295");
+             if (!c.sim_.setAuditCounter(quint8(group), quint8(index), quint32(value)))
+                 return QStringLiteral("error: no counter %1 %2").arg(group).arg(index);
+             return kOk;
+         }},
         {device, "clear", 1, 1, "faults", "clear faults", "undo error, selfcheck, activity, jam and door",
          [](ControlChannel& c, Args) {
              c.sim_.clearFaults();
@@ -238,10 +261,9 @@ const std::vector<ControlChannel::Command>& ControlChannel::commands()
          "an audit counter (70 accepted, 80 paid out, 87 purged)",
          [](ControlChannel& c, Args a) {
              qint64 group = 0, index = 0;
-             if (!toNumber(a.at(0), 0, 255, group) || !toNumber(a.at(1), 0, 255, index))
-                 return QStringLiteral("error: counter GROUP INDEX");
-             if (group != 70 && group != 80 && group != 87)
-                 return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(group);
+             const QString error = counterAt(a, "counter GROUP INDEX", group, index);
+             if (!error.isEmpty())
+                 return error;
              return QString::number(c.sim_.auditCounter(quint8(group), quint8(index)));
          }},
         {observation, "log", 0, 1, nullptr, "log [N]", "the last N received commands (default 20)",

@@ -21,6 +21,9 @@ Device::Device(const Config& config)
         hopper.physical = hopper.count;
         hoppers_.append(hopper);
     }
+    for (auto group = config.auditCounters.begin(); group != config.auditCounters.end(); ++group)
+        for (auto it = group.value().begin(); it != group.value().end(); ++it)
+            setAuditCounter(quint8(group.key()), quint8(it.key()), it.value());
 }
 
 void Device::setWallClock(std::function<qint64()> secondsSinceEpoch)
@@ -308,6 +311,14 @@ quint32* Device::auditSlot(quint8 group, quint8 index)
     if (group == audit::Purged && validHopper(index))
         return &hoppers_[index - 1].purged;
     return nullptr;
+}
+
+bool Device::setAuditCounter(quint8 group, quint8 index, quint32 value)
+{
+    quint32* counter = auditSlot(group, index);
+    if (counter)
+        *counter = value;
+    return counter != nullptr;
 }
 
 quint32 Device::auditCounter(quint8 group, quint8 index) const

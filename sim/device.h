@@ -94,6 +94,9 @@ public:
     void openDoor(bool open = true);
     void setHopperCount(int hopper, int count);
     void setCashbox(quint32 value);
+    // Sets an audit counter as the device's past life left it; false if the device has no such
+    // counter. Counting goes on from the value set.
+    bool setAuditCounter(quint8 group, quint8 index, quint32 value);
     void clearFaults();
     // The coins-in counters start again from 0, as after a restart of the acceptor.
     void restartCoinCounters();

@@ -363,6 +363,13 @@ void Simulator::clearLineFaults()
     });
 }
 
+bool Simulator::setAuditCounter(quint8 group, quint8 index, quint32 value)
+{
+    bool set = false;
+    d->control([&] { set = d->device.setAuditCounter(group, index, value); });
+    return set;
+}
+
 int Simulator::hopperCount(int hopper) const
 {
     return d->read([&] { return d->device.hopperCount(hopper); });

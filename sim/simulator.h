@@ -45,6 +45,8 @@ public:
     void openDoor(bool open = true) { control(&Device::openDoor, open); }
     void setHopperCount(int hopper, int count) { control(&Device::setHopperCount, hopper, count); }
     void setCashbox(quint32 value) { control(&Device::setCashbox, value); }
+    // False if the device has no such counter.
+    bool setAuditCounter(quint8 group, quint8 index, quint32 value);
     void clearFaults() { control(&Device::clearFaults); }
     void restartCoinCounters() { control(&Device::restartCoinCounters); }
 

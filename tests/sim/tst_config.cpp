@@ -13,6 +13,7 @@ class TestConfig : public QObject
 private slots:
     void defaultsAreARoubleRecycler();
     void partialFileKeepsDefaults();
+    void auditCountersOfThePastLife();
     void badFilesAreRejected_data();
     void badFilesAreRejected();
     void missingFile();
@@ -74,6 +75,25 @@ void TestConfig::partialFileKeepsDefaults()
     QCOMPARE(c.productCode, sim::Config::defaults().productCode);
 }
 
+void TestConfig::auditCountersOfThePastLife()
+{
+    QString error;
+    const sim::Config c = sim::Config::fromJson(R"({
+        "hoppers": [{"coin": "RU500A"}, {"coin": "RU100A"}],
+        "auditCounters": {"70": {"1": 11, "16": 0}, "80": {"2": 2147483648}, "87": {"1": 4294967295}}
+    })",
+                                                &error);
+    QCOMPARE(error, QString());
+    const QMap<int, QMap<int, quint32>> expected = {
+        {70, {{1, 11}, {16, 0}}}, {80, {{2, 0x80000000u}}}, {87, {{1, 0xFFFFFFFFu}}}};
+    QCOMPARE(c.auditCounters, expected);
+    sim::Device dev(c);
+    QCOMPARE(dev.auditCounter(70, 1), 11u);
+    QCOMPARE(dev.auditCounter(80, 2), 0x80000000u);
+    QCOMPARE(dev.auditCounter(87, 1), 0xFFFFFFFFu);
+    QCOMPARE(dev.auditCounter(80, 1), 0u);
+}
+
 void TestConfig::badFilesAreRejected_data()
 {
     testsupport::columns<QByteArray, QString>("json", "mentions");
@@ -96,6 +116,33 @@ void TestConfig::badFilesAreRejected_data()
         << QByteArray(R"({"echo": 1})") << QStringLiteral(R"("echo" must be true or false)");
     QTest::newRow("manufacturer not a string") << QByteArray(R"({"identification": {"manufacturer": 5}})")
                                                << QStringLiteral(R"("manufacturer" must be a string)");
+    QTest::newRow("counters not an object")
+        << QByteArray(R"({"auditCounters": [1]})") << QStringLiteral(R"("auditCounters" must map groups)");
+    QTest::newRow("counter group 71") << QByteArray(R"({"auditCounters": {"71": {"1": 1}}})")
+                                      << QStringLiteral(R"(auditCounters: group "71" is not 70, 80 or 87)");
+    QTest::newRow("counter group text")
+        << QByteArray(R"({"auditCounters": {"paid": {"1": 1}}})") << QStringLiteral(R"(group "paid")");
+    QTest::newRow("counter group not an object")
+        << QByteArray(R"({"auditCounters": {"80": 5}})")
+        << QStringLiteral("auditCounters: group 80 must map indexes to values");
+    QTest::newRow("counter position 17") << QByteArray(R"({"auditCounters": {"70": {"17": 1}}})")
+                                         << QStringLiteral(R"(group 70 has no index "17" (1 to 16))");
+    QTest::newRow("counter position 0") << QByteArray(R"({"auditCounters": {"70": {"0": 1}}})")
+                                        << QStringLiteral(R"(group 70 has no index "0")");
+    QTest::newRow("counter of hopper 6 of 5") << QByteArray(R"({"auditCounters": {"80": {"6": 1}}})")
+                                              << QStringLiteral(R"(group 80 has no index "6" (1 to 5))");
+    QTest::newRow("counter of hopper 2 of 1")
+        << QByteArray(R"({"hoppers": [{"coin": "RU100A"}], "auditCounters": {"87": {"2": 1}}})")
+        << QStringLiteral(R"(group 87 has no index "2" (1 to 1))");
+    QTest::newRow("counter negative")
+        << QByteArray(R"({"auditCounters": {"80": {"1": -1}}})")
+        << QStringLiteral("auditCounters: 80 1 must be an integer from 0 to 4294967295");
+    QTest::newRow("counter past 32 bits") << QByteArray(R"({"auditCounters": {"80": {"1": 4294967296}}})")
+                                          << QStringLiteral("auditCounters: 80 1 must be an integer");
+    QTest::newRow("counter fraction") << QByteArray(R"({"auditCounters": {"70": {"3": 1.5}}})")
+                                      << QStringLiteral("auditCounters: 70 3 must be an integer");
+    QTest::newRow("counter text") << QByteArray(R"({"auditCounters": {"87": {"1": "5"}}})")
+                                  << QStringLiteral("auditCounters: 87 1 must be an integer");
 }
 
 void TestConfig::badFilesAreRejected()
@@ -127,6 +174,7 @@ void TestConfig::roundTrip()
     c.hoppers[2].model = QStringLiteral("X");
     c.resetInitMs = 9;
     c.echo = false;
+    c.auditCounters = {{70, {{1, 11}, {16, 3}}}, {80, {{1, 500000}, {5, 0xFFFFFFFFu}}}, {87, {{2, 0}}}};
     QFile file(dir.filePath(QStringLiteral("sim.json")));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(c.toJson());
@@ -141,6 +189,8 @@ void TestConfig::roundTrip()
     QCOMPARE(back.hoppers[2].model, QStringLiteral("X"));
     QCOMPARE(back.resetInitMs, 9);
     QVERIFY(!back.echo);
+    QCOMPARE(back.auditCounters, c.auditCounters);
+    QCOMPARE(sim::Config::defaults().auditCounters.size(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestConfig)

@@ -76,6 +76,7 @@ void TestControl::helpText()
         "  door open|close\n"
         "  hopper HOPPER COUNT     set a hopper's coin count\n"
         "  cashbox VALUE           set the cashbox value (minor units)\n"
+        "  counter GROUP INDEX N   set an audit counter to N, as the device's past life left it\n"
         "  clear faults            undo error, selfcheck, activity, jam and door\n"
         "  restart counters        the coins-in counters start again from 0\n"
         "Line:\n"
@@ -127,6 +128,11 @@ void TestControl::deviceCommands()
     QCOMPARE(c.execute(QStringLiteral("counter 70 4")), QStringLiteral("3"));
     QCOMPARE(c.execute(QStringLiteral("counter 99 4")),
              QStringLiteral("error: unknown counter group 99 (70, 80, 87)"));
+    QCOMPARE(c.execute(QStringLiteral("counter 80 2 4294967295")), QStringLiteral("ok"));
+    QCOMPARE(c.execute(QStringLiteral("counter 80 2")), QStringLiteral("4294967295"));
+    QCOMPARE(s.auditCounter(80, 2), 0xFFFFFFFFu);
+    QCOMPARE(c.execute(QStringLiteral("counter 70 16 0x80000000")), QStringLiteral("ok"));
+    QCOMPARE(ask(s, "37 02 01 56 46 10 1A"), QByteArray("01 04 37 00 00 00 00 80 44"));
 }
 
 // Fault commands and what the model shows afterwards, then after "clear faults".
@@ -316,6 +322,15 @@ void TestControl::replies_data()
         {"echo alone", "echo", "error: unknown command or wrong arguments: echo (try help)"},
         {"counter 71", "counter 71 1", "error: unknown counter group 71 (70, 80, 87)"},
         {"counter text", "counter x 1", "error: counter GROUP INDEX"},
+        {"counter set 71", "counter 71 1 5", "error: unknown counter group 71 (70, 80, 87)"},
+        {"counter set text", "counter 80 x 5", "error: counter GROUP INDEX N"},
+        {"counter set past 32 bits", "counter 80 1 4294967296",
+         "error: counter GROUP INDEX N: N is 0 to 4294967295"},
+        {"counter set negative", "counter 87 1 -1", "error: counter GROUP INDEX N: N is 0 to 4294967295"},
+        {"counter set hopper 9", "counter 80 9 1", "error: no counter 80 9"},
+        {"counter set position 0", "counter 70 0 1", "error: no counter 70 0"},
+        {"counter four args", "counter 80 1 2 3",
+         "error: unknown command or wrong arguments: counter 80 1 2 3 (try help)"},
         {"log 0", "log 0", "error: log [N]"},
         {"status now", "status now", "error: unknown command or wrong arguments: status now (try help)"},
         {"port now", "port now", "error: unknown command or wrong arguments: port now (try help)"},

@@ -103,6 +103,7 @@ private slots:
     void faultScenarios_data();
     void faultScenarios();
     void auditCounters();
+    void auditCountersFromThePastLife();
     void realTimeClock();
     void resetReinitialises();
     void coinValues_data();
@@ -685,6 +686,41 @@ void TestDevice::auditCounters()
     QCOMPARE(ask(*dev, "37 02 01 56 63 01 0C"), NAK);
     QCOMPARE(ask(*dev, "37 02 01 56 46 11 19"), NAK);
     QCOMPARE(dev->hopperCount(1), 197); // clearing a counter moves no coin
+}
+
+// Counters preset as a device's past life left them count on from there, wrapping as they do.
+void TestDevice::auditCountersFromThePastLife()
+{
+    sim::Config c = testConfig();
+    c.auditCounters[70][1] = 0x80000000u;
+    c.auditCounters[87][2] = 5;
+    auto dev = makeDevice(c);
+    QCOMPARE(ask(*dev, "37 02 01 56 46 01 29"), QByteArray("01 04 37 00 00 00 00 80 44"));
+    QCOMPARE(ask(*dev, "37 02 01 56 57 02 17"), QByteArray("01 04 37 00 05 00 00 00 BF"));
+    QCOMPARE(dev->auditCounter(80, 1), 0u);
+
+    QVERIFY(dev->setAuditCounter(80, 1, 0xFFFFFFFFu));
+    QCOMPARE(ask(*dev, "37 02 01 56 50 01 1F"), QByteArray("01 04 37 00 FF FF FF FF C8"));
+    QVERIFY(dev->setAuditCounter(80, 1, 0xFFFFFFFEu));
+    QCOMPARE(ask(*dev, "37 04 01 55 01 03 02 02 67"), ACK);
+    dev->advance(100);
+    QCOMPARE(ask(*dev, "37 02 01 56 50 01 1F"), QByteArray("01 04 37 00 01 00 00 00 C3"));
+
+    QVERIFY(dev->setAuditCounter(70, 1, 0xFFFFFFFFu));
+    QCOMPARE(ask(*dev, "37 02 01 E7 FF FF E1"), ACK);
+    dev->insertCoin(1);
+    dev->advance(20);
+    QCOMPARE(dev->auditCounter(70, 1), 0u);
+
+    QCOMPARE(ask(*dev, "37 02 01 57 57 02 16"), ACK);
+    QCOMPARE(dev->auditCounter(87, 2), 0u);
+
+    QVERIFY(dev->setAuditCounter(80, 5, 7));
+    QVERIFY(!dev->setAuditCounter(80, 6, 7));
+    QVERIFY(!dev->setAuditCounter(87, 0, 7));
+    QVERIFY(!dev->setAuditCounter(70, 17, 7));
+    QVERIFY(!dev->setAuditCounter(71, 1, 7));
+    QCOMPARE(ask(*dev, "37 02 01 56 50 06 1A"), NAK);
 }
 
 void TestDevice::realTimeClock()
