@@ -1,11 +1,30 @@
 #include "cctalk/exception.h"
-#include "devicemodel.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
 
 #include <QtTest>
 
 using namespace changertest;
+
+namespace {
+
+// The device sets these audit counters of one group, as its past life left them.
+void presetCounters(SimChangerRig& rig, quint8 group, const QMap<quint8, quint32>& values)
+{
+    for (auto it = values.begin(); it != values.end(); ++it)
+        QVERIFY(rig.device().setAuditCounter(group, it.key(), it.value()));
+}
+
+// The device answers the nth request with this header from now on with NAK, the others as usual.
+void refuseNth(SimChangerRig& rig, quint8 header, int nth)
+{
+    rig.beforeAnswer(header, [&rig, nth, n = 0]() mutable {
+        if (++n == nth)
+            rig.line.nakNext();
+    });
+}
+
+} // namespace
 
 class TestCounters : public QObject
 {
@@ -25,15 +44,13 @@ private slots:
 
 void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setPositions({{1, 100}, {3, 200}, {2, 200}, {4, 1000}});
-    rig.model.setActivity(0);
-    rig.model.setAudits(70, {{1, 11}, {2, 5}, {3, 7}, {4, 0}});
+    presetCounters(rig, 70, {{1, 11}, {2, 5}, {3, 7}, {4, 0}});
     testsupport::LogCapture log;
     const SumDetailed accepted = rig.changer.getAcceptedCounters();
-    QCOMPARE(rig.serial.writes, frames({req(123), req(86, bytes({70, 1})), req(86, bytes({70, 2})),
-                                        req(86, bytes({70, 3})), req(86, bytes({70, 4}))}));
+    QCOMPARE(rig.writes(), frames({req(123), req(86, bytes({70, 1})), req(86, bytes({70, 2})),
+                                   req(86, bytes({70, 3})), req(86, bytes({70, 4}))}));
     QCOMPARE(accepted.denoms, denoms({{100, 11}, {200, 12}, {1000, 0}}));
     QCOMPARE(accepted.rest, 0LL);
     QVERIFY(significant(log).isEmpty());
@@ -54,11 +71,10 @@ void TestCounters::acceptedCountersWaitForAcceptanceToEnd()
              QStringList({QStringLiteral("INFO Выполняется ожидание завершения приема монет..."),
                           QStringLiteral("ERROR Таймаут ожидания завершения приема монет")}));
 
-    // The simulator's accepted counters count only the coins it took.
-    Rig later;
+    SimChangerRig later;
     later.changer.setPositions({{1, 100}});
-    later.model.setActivitySequence({4, 4, 0});
-    later.model.setAudit(70, 1, 3);
+    later.activitySequence({4, 4, 0});
+    presetCounters(later, 70, {{1, 3}});
     QCOMPARE(later.changer.getAcceptedCounters().denoms, denoms({{100, 3}}));
     QCOMPARE(later.changer.sleeps, QList<int>{1000});
 }
@@ -73,17 +89,16 @@ void TestCounters::acceptedCountersWithoutPositions()
 
 void TestCounters::hoppersOfOneDenominationAddUp()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit(100),
                           hopperUnit(QStringLiteral("hopper2"), 1000),
                           hopperUnit(QStringLiteral("hopper4"), 500)});
-    rig.model.setAudits(80, {{1, 10}, {2, 1}, {4, 3}});
-    rig.model.setAudits(87, {{1, 5}, {2, 0}, {4, 1}});
+    presetCounters(rig, 80, {{1, 10}, {2, 1}, {4, 3}});
+    presetCounters(rig, 87, {{1, 5}, {2, 0}, {4, 1}});
     testsupport::LogCapture log;
     const QMap<unsigned int, long long> counters = rig.changer.getHoppersCounters();
     QCOMPARE(counters, denoms({{500, 19}, {1000, 1}}));
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              frames({req(86, bytes({80, 1})), req(86, bytes({87, 1})), req(86, bytes({80, 2})),
                      req(86, bytes({87, 2})), req(86, bytes({80, 4})), req(86, bytes({87, 4}))}));
     QCOMPARE(significant(log),
@@ -92,16 +107,15 @@ void TestCounters::hoppersOfOneDenominationAddUp()
 
 void TestCounters::hopperThreeOfFiveRoubles()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
-    rig.model.recycler({"RU500A"},
-                       {{"RU100A", 1, 100, false}, {"RU200A", 1, 100, false}, {"RU500A", 1, 100, true}}, 0);
+    sim::Config config = recycler(
+        {"RU500A"}, {{"RU100A", 1, 100, false}, {"RU200A", 1, 100, false}, {"RU500A", 1, 100, true}});
+    config.auditCounters[80][3] = 12;
+    config.auditCounters[87][3] = 3;
+    SimChangerRig rig(config);
     rig.discover();
-    rig.model.setAudit(80, 3, 12);
-    rig.model.setAudit(87, 3, 3);
     testsupport::LogCapture log;
     QCOMPARE(rig.changer.getHoppersCounters(), denoms({{500, 15}}));
-    QCOMPARE(rig.serial.writes, frames({req(86, bytes({80, 3})), req(86, bytes({87, 3}))}));
+    QCOMPARE(rig.writes(), frames({req(86, bytes({80, 3})), req(86, bytes({87, 3}))}));
     QCOMPARE(significant(log), QStringList{QStringLiteral("INFO Счетчики хопперов: 5.00 x 15")});
 }
 
@@ -122,12 +136,11 @@ void TestCounters::noHopperUnitsStillLogTheHeading()
 
 void TestCounters::countersAreSixtyFourBitSums()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 1), hopperUnit(QStringLiteral("hopper2"), 1)});
-    rig.model.setAudits(80, {{1, 0xFFFFFFFFu}, {2, 2}});
-    rig.model.setAudits(87, {{1, 0xFFFFFFFFu}, {2, 0}});
+    presetCounters(rig, 80, {{1, 0xFFFFFFFFu}, {2, 2}});
+    presetCounters(rig, 87, {{1, 0xFFFFFFFFu}, {2, 0}});
     testsupport::LogCapture log;
     QCOMPARE(rig.changer.getHoppersCounters(), denoms({{1, 8589934592LL}}));
     QCOMPARE(significant(log),
@@ -136,19 +149,18 @@ void TestCounters::countersAreSixtyFourBitSums()
 
 void TestCounters::dispensedCountersWaitForThePayout()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
-    rig.model.setActivitySequence({8, 0, 0});
-    rig.model.setAudits(80, {{1, 10}, {2, 1}});
-    rig.model.setAudits(87, {{1, 5}, {2, 2}});
+    rig.activitySequence({8, 0, 0});
+    presetCounters(rig, 80, {{1, 10}, {2, 1}});
+    presetCounters(rig, 87, {{1, 5}, {2, 2}});
     testsupport::LogCapture log;
     const SumDetailed dispensed = rig.changer.getDispensedCounters();
     QCOMPARE(dispensed.denoms, denoms({{500, 15}, {1000, 3}}));
     QCOMPARE(dispensed.rest, 0LL);
     QCOMPARE(dispensed.extra, 0LL);
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              frames({req(123), req(123), req(123), req(86, bytes({80, 1})), req(86, bytes({87, 1})),
                      req(86, bytes({80, 2})), req(86, bytes({87, 2}))}));
     QCOMPARE(rig.changer.sleeps, QList<int>{1000});
@@ -165,22 +177,24 @@ void TestCounters::dispensedCountersWaitForThePayout()
 
 void TestCounters::failureDiscardsThePartialResult()
 {
-    // The simulator's audit counters count only the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits(
         {hopperUnit(QStringLiteral("hopper1"), 500), hopperUnit(QStringLiteral("hopper2"), 1000)});
-    rig.model.setAudits(80, {{1, 10}, {2, 1}});
-    rig.model.setAudit(87, 1, 5);
-    rig.model.on(86, bytes({87, 2}), DeviceModel::nak());
+    presetCounters(rig, 80, {{1, 10}, {2, 1}});
+    presetCounters(rig, 87, {{1, 5}});
+    refuseNth(rig, 86, 4);
     testsupport::LogCapture log;
     QVERIFY_EXCEPTION_THROWN(rig.changer.getHoppersCounters(), CcTalk::NakException);
     QCOMPARE(significant(log), QStringList{QStringLiteral("ERROR Ошибка выполнения команды")});
+    QCOMPARE(rig.writes().last(), req(86, bytes({87, 2})));
+    QCOMPARE(rig.refusals(), 1);
 
     rig.changer.setPositions({{1, 100}, {2, 200}});
-    rig.model.setActivity(0);
-    rig.model.setAudit(70, 1, 4);
-    rig.model.on(86, bytes({70, 2}), DeviceModel::nak());
+    presetCounters(rig, 70, {{1, 4}});
+    refuseNth(rig, 86, 2);
     QVERIFY_EXCEPTION_THROWN(rig.changer.getAcceptedCounters(), CcTalk::NakException);
+    QCOMPARE(rig.writes().last(), req(86, bytes({70, 2})));
+    QCOMPARE(rig.refusals(), 2);
 }
 
 void TestCounters::balancesAreWrittenAsGiven()

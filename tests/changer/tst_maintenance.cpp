@@ -124,14 +124,13 @@ void TestMaintenance::counterAgainstTheInterval()
     QFETCH(bool, status);
     QFETCH(QString, description);
     QFETCH(QString, logged);
-    // The simulator's audit counters only count the coins it moved.
-    Rig rig;
+    SimChangerRig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100),
                           hopperUnit(QStringLiteral("hopper2"), 500), cashboxUnit()});
-    rig.model.setAudit(80, quint8(hopper), cycles);
+    QVERIFY(rig.device().setAuditCounter(80, quint8(hopper), cycles));
     testsupport::LogCapture log;
     const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(unit);
-    QCOMPARE(rig.serial.writes, QList<QByteArray>{req(86, bytes({80, hopper}))});
+    QCOMPARE(rig.writes(), QList<QByteArray>{req(86, bytes({80, hopper}))});
     QCOMPARE(info.unitName, unit);
     QCOMPARE(info.status, status);
     QCOMPARE(info.cycles, int(cycles));
@@ -142,10 +141,10 @@ void TestMaintenance::counterAgainstTheInterval()
 
 void TestMaintenance::counterAboveSignedRangeIsInOrder()
 {
-    // The simulator's audit counters only count the coins it moved.
-    Rig rig;
+    sim::Config config = sim::Config::defaults();
+    config.auditCounters[80][1] = 0x80000000u;
+    SimChangerRig rig(config);
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
-    rig.model.setAudit(80, 1, 0x80000000u);
     const hw::CcUnitMaintenanceInfo info = rig.changer.maintanenceInfo(QStringLiteral("hopper1"));
     QCOMPARE(info.cycles, int(0x80000000u));
     QCOMPARE(info.status, true);
@@ -169,7 +168,7 @@ void TestMaintenance::cashboxSendsNothingAndStillLogs()
 
 void TestMaintenance::hopperNumberFromTheName()
 {
-    // The simulator's audit counters only count the coins it moved.
+    // Names give hoppers 0 and 44, which a simulated recycler (hoppers 1 to 16) cannot have.
     LookupChanger changer;
     testsupport::FakeSerialDevice serial;
     DeviceModel model;
