@@ -31,13 +31,17 @@ void standard(Rig& rig)
     rig.model.setCoinsIn({});
 }
 
-// The same recycler simulated, its units discovered.
+// The same recycler simulated.
+sim::Config standardRecycler()
+{
+    return recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
+                    {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
+}
+
+// The simulated recycler, its units discovered.
 struct StandardSimRig : SimChangerRig
 {
-    StandardSimRig()
-        : SimChangerRig(
-              recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
-                       {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0))
+    explicit StandardSimRig(const sim::Config& config = standardRecycler()) : SimChangerRig(config)
     {
         discover();
     }
@@ -466,49 +470,46 @@ void TestAcceptance::stopWaitsForAcceptanceToEnd()
 
 void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 {
-    // The simulator takes no coins before the session enables their positions.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 1}});
+    StandardSimRig rig;
     rig.changer.cashInStart(false, {});
-    rig.model.on(82, QByteArray(), DeviceModel::nak());
+    land(rig, 1, 2);
+    rig.refuse(82);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     rig.changer.timer()->stop();
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.checkMoneyIn();
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     // every position inhibited at once
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(231, bytes({0, 0}))}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(231, bytes({0, 0}))}));
     QVERIFY(!rig.changer.timer()->isActive());
     QVERIFY(rig.changer.isAccepting());
     QCOMPARE(received.size(), 0);
 
     // stalled: the stop still reads the counters; while they cannot be read the stop
     // fails and the coins stay pending
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStop(), CcTalk::NakException);
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}));
     QVERIFY(!rig.changer.isAccepting());
 
     // the repeated stop reports what came in since the last good poll, once
-    rig.model.setCoinsIn({{1, 3}});
-    rig.serial.writes.clear();
+    rig.beforeAnswer(82, [] {});
+    rig.line.clearTransactions();
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
     QCOMPARE(received.size(), 1);
 
     // only a new start brings the polls back
-    rig.model.setCoinsIn({});
     rig.changer.cashInStart(false, {});
     QVERIFY(rig.changer.timer()->isActive());
-    rig.model.setCoinsIn({{1, 2}});
+    land(rig, 1, 2);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 2);
     QCOMPARE(errors.size(), 1);
@@ -570,10 +571,17 @@ void TestAcceptance::pollWithoutAcceptingDoesNotRearm()
 
 void TestAcceptance::timerDrivesThePolls()
 {
-    // Counts that change poll by poll under the real timer need the scripted model.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsInSequence({{}, {{1, 1}}, {{1, 1}}, {{1, 3}}});
+    sim::Config config = standardRecycler();
+    config.coinAcceptMs = 1;
+    StandardSimRig rig(config);
+    // Coins land a millisecond after they are put in, within the answer that follows: the
+    // counter reads 0 at the start, then 1, 1 and 3.
+    rig.beforeAnswer(82, [&rig, n = 0]() mutable {
+        const int coins = n == 0 ? 1 : n == 2 ? 2 : 0;
+        for (int i = 0; i < coins; ++i)
+            rig.device().insertCoin(1);
+        ++n;
+    });
     rig.changer.cashInStart(false, {});
     rig.changer.timer()->setInterval(2);
     rig.changer.timer()->start();
@@ -583,11 +591,11 @@ void TestAcceptance::timerDrivesThePolls()
         QVERIFY(received.wait(60000));
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}}));
     QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{100, 2}}));
-    QVERIFY(rig.model.received.count(QByteArray(1, char(82))) >= 4);
+    QVERIFY(rig.line.countHeader(82) >= 4);
     rig.changer.cashInStop();
-    const int polls = rig.model.received.count(QByteArray(1, char(82)));
+    const int polls = rig.line.countHeader(82);
     QTest::qWait(10);
-    QCOMPARE(rig.model.received.count(QByteArray(1, char(82))), polls);
+    QCOMPARE(rig.line.countHeader(82), polls);
 }
 
 void TestAcceptance::receivedCanBeQueued()
