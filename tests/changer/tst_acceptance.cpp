@@ -90,7 +90,7 @@ private slots:
 
 void TestAcceptance::startEnablesEachRecycledDenominationOnce()
 {
-    // The simulator takes no coins before the session enables their positions.
+    // The simulator restarts its counters at 0 when a session enables acceptance.
     Rig rig;
     rig.model.recycler({"RU1K0A", "RU1K0A"}, {{"RU1K0A", 10, 500, true}}, 0);
     rig.discover();
@@ -185,7 +185,7 @@ void TestAcceptance::baselineFailureInhibitsAgain()
 // The counters the device holds when the session starts are not the session's coins.
 void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 {
-    // The simulator takes no coins before the session enables their positions.
+    // The simulator restarts its counters at 0 when a session enables acceptance.
     Rig rig;
     standard(rig);
     rig.model.setCoinsIn({{2, 2}, {1, 1}});
@@ -385,13 +385,15 @@ void TestAcceptance::newSessionNeverReportsEarlierCoins()
 // session's coins are not reported again.
 void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 {
-    // The simulator takes no coins before the session enables their positions.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 3}, {2, 1}, {3, 2}});
+    StandardSimRig rig;
+    rig.changer.cashInStart(false, {});
+    land(rig, 1, 3);
+    land(rig, 2);
+    land(rig, 3, 2);
+    rig.changer.cashInStop();
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {100, 200, 1000});
-    QCOMPARE(rig.serial.writes.mid(rig.serial.writes.size() - 2),
+    QCOMPARE(rig.writes().mid(rig.writes().size() - 2),
              QList<QByteArray>({req(231, bytes({0, 0})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral("Доступные номиналы: "));
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
