@@ -47,6 +47,12 @@ struct StandardSimRig : SimChangerRig
     }
 };
 
+// The simulated recycler in a session that accepts every denomination, in normal mode.
+struct AcceptingRig : StandardSimRig
+{
+    AcceptingRig() { changer.cashInStart(false, {}); }
+};
+
 // Coins put into the acceptor at a position, waited for until they have landed.
 void land(SimChangerRig& rig, int position, int coins = 1)
 {
@@ -217,8 +223,7 @@ void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 
 void TestAcceptance::unchangedCountersReportNothing()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 2, 7);
     rig.changer.checkMoneyIn();
     rig.line.clearTransactions();
@@ -234,8 +239,7 @@ void TestAcceptance::unchangedCountersReportNothing()
 
 void TestAcceptance::positionsOfOneDenominationAddUp()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 3, 10);
     land(rig, 4, 20);
     rig.changer.checkMoneyIn();
@@ -385,11 +389,9 @@ void TestAcceptance::newSessionNeverReportsEarlierCoins()
 // session's coins are not reported again.
 void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
-    land(rig, 1, 3);
-    land(rig, 2);
-    land(rig, 3, 2);
+    AcceptingRig rig;
+    for (int position = 1; position <= 3; ++position)
+        land(rig, position, position);
     rig.changer.cashInStop();
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {100, 200, 1000});
@@ -404,8 +406,7 @@ void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 
 void TestAcceptance::sessionStartedAgainWithoutStop()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     land(rig, 2);
     rig.changer.checkMoneyIn();
@@ -428,8 +429,7 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
 
 void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 1);
     rig.changer.checkMoneyIn();
     land(rig, 2);
@@ -457,8 +457,7 @@ void TestAcceptance::stopWithoutPollingMakesNoFinalPoll()
 
 void TestAcceptance::stopWaitsForAcceptanceToEnd()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.activitySequence({4, 4, 4, 0, 0});
     rig.line.clearTransactions();
     testsupport::LogCapture log;
@@ -472,8 +471,7 @@ void TestAcceptance::stopWaitsForAcceptanceToEnd()
 
 void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 1, 2);
     rig.refuse(82);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
@@ -520,8 +518,7 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 // The link is gone: the inhibit fails quietly, with a warning, and polling ends.
 void TestAcceptance::inhibitAfterFailedPollMayFail()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.refuse(82);
     rig.refuse(231);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
@@ -539,8 +536,7 @@ void TestAcceptance::inhibitAfterFailedPollMayFail()
 
 void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.device().insertCoin(3);
     rig.line.advance(rig.line.config().coinAcceptMs);
     rig.device().setActivityBits(16);
@@ -602,8 +598,7 @@ void TestAcceptance::timerDrivesThePolls()
 
 void TestAcceptance::receivedCanBeQueued()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 2);
     QList<SumDetailed> delivered;
     QObject::connect(
