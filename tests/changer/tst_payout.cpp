@@ -58,7 +58,6 @@ void prepare(Rig& rig, quint32 paid1, quint32 paid2)
     rig.model.setActivity(0);
     rig.model.onAny(80, DeviceModel::data(QByteArray()));
     rig.model.onAny(85, DeviceModel::data(QByteArray()));
-    rig.model.onAny(121, DeviceModel::data(QByteArray()));
     rig.model.onAny(125, DeviceModel::data(QByteArray()));
 }
 
