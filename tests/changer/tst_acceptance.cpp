@@ -258,12 +258,15 @@ void TestAcceptance::positionsOfOneDenominationAddUp()
 // counting goes on from the new values.
 void TestAcceptance::counterGoingDownIsTakenAsNewBaseline()
 {
-    // The simulator's counters start at 0 and grow by the coins it takes.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 57}, {2, 12}, {3, 4}});
-    rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{1, 0}, {2, 0}, {3, 4}}, {{1, 1}, {2, 0}, {3, 5}}});
+    AcceptingRig rig;
+    land(rig, 1, 57);
+    land(rig, 2, 12);
+    land(rig, 3, 4);
+    rig.line.advance(60000);
+    rig.changer.checkMoneyIn();
+    // the acceptor restarts; position 3 takes as many coins again
+    rig.device().restartCoinCounters();
+    land(rig, 3, 4);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     testsupport::LogCapture log;
@@ -274,6 +277,8 @@ void TestAcceptance::counterGoingDownIsTakenAsNewBaseline()
                                    "искаженный ответ): позиция 1: 57 -> 0, позиция 2: 12 -> 0")});
     QVERIFY(rig.changer.timer()->isActive());
 
+    land(rig, 1);
+    land(rig, 3);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}, {200, 1}}));
