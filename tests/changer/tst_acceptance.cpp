@@ -31,16 +31,26 @@ void standard(Rig& rig)
     rig.model.setCoinsIn({});
 }
 
-// The same recycler simulated, its units discovered.
+// The same recycler simulated.
+sim::Config standardRecycler()
+{
+    return recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
+                    {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0);
+}
+
+// The simulated recycler, its units discovered.
 struct StandardSimRig : SimChangerRig
 {
-    StandardSimRig()
-        : SimChangerRig(
-              recycler({"RU100A", "RU1K0A", "RU200A", "RU200A"},
-                       {{"RU100A", 10, 500, true}, {"RU200A", 10, 500, true}, {"RU1K0A", 10, 500, true}}, 0))
+    explicit StandardSimRig(const sim::Config& config = standardRecycler()) : SimChangerRig(config)
     {
         discover();
     }
+};
+
+// The simulated recycler in a session that accepts every denomination, in normal mode.
+struct AcceptingRig : StandardSimRig
+{
+    AcceptingRig() { changer.cashInStart(false, {}); }
 };
 
 // Coins put into the acceptor at a position, waited for until they have landed.
@@ -86,7 +96,7 @@ private slots:
 
 void TestAcceptance::startEnablesEachRecycledDenominationOnce()
 {
-    // The simulator takes no coins before the session enables their positions.
+    // The simulator restarts its counters at 0 when a session enables acceptance.
     Rig rig;
     rig.model.recycler({"RU1K0A", "RU1K0A"}, {{"RU1K0A", 10, 500, true}}, 0);
     rig.discover();
@@ -181,7 +191,7 @@ void TestAcceptance::baselineFailureInhibitsAgain()
 // The counters the device holds when the session starts are not the session's coins.
 void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 {
-    // The simulator takes no coins before the session enables their positions.
+    // The simulator restarts its counters at 0 when a session enables acceptance.
     Rig rig;
     standard(rig);
     rig.model.setCoinsIn({{2, 2}, {1, 1}});
@@ -213,8 +223,7 @@ void TestAcceptance::firstPollCountsFromTheStartOfTheSession()
 
 void TestAcceptance::unchangedCountersReportNothing()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 2, 7);
     rig.changer.checkMoneyIn();
     rig.line.clearTransactions();
@@ -230,8 +239,7 @@ void TestAcceptance::unchangedCountersReportNothing()
 
 void TestAcceptance::positionsOfOneDenominationAddUp()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 3, 10);
     land(rig, 4, 20);
     rig.changer.checkMoneyIn();
@@ -250,12 +258,15 @@ void TestAcceptance::positionsOfOneDenominationAddUp()
 // counting goes on from the new values.
 void TestAcceptance::counterGoingDownIsTakenAsNewBaseline()
 {
-    // The simulator's counters start at 0 and grow by the coins it takes.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 57}, {2, 12}, {3, 4}});
-    rig.changer.cashInStart(false, {});
-    rig.model.setCoinsInSequence({{{1, 0}, {2, 0}, {3, 4}}, {{1, 1}, {2, 0}, {3, 5}}});
+    AcceptingRig rig;
+    land(rig, 1, 57);
+    land(rig, 2, 12);
+    land(rig, 3, 4);
+    rig.line.advance(60000);
+    rig.changer.checkMoneyIn();
+    // the acceptor restarts; position 3 takes as many coins again
+    rig.device().restartCoinCounters();
+    land(rig, 3, 4);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     testsupport::LogCapture log;
@@ -266,6 +277,8 @@ void TestAcceptance::counterGoingDownIsTakenAsNewBaseline()
                                    "искаженный ответ): позиция 1: 57 -> 0, позиция 2: 12 -> 0")});
     QVERIFY(rig.changer.timer()->isActive());
 
+    land(rig, 1);
+    land(rig, 3);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}, {200, 1}}));
@@ -381,13 +394,13 @@ void TestAcceptance::newSessionNeverReportsEarlierCoins()
 // session's coins are not reported again.
 void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 {
-    // The simulator takes no coins before the session enables their positions.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 3}, {2, 1}, {3, 2}});
+    AcceptingRig rig;
+    for (int position = 1; position <= 3; ++position)
+        land(rig, position, position);
+    rig.changer.cashInStop();
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {100, 200, 1000});
-    QCOMPARE(rig.serial.writes.mid(rig.serial.writes.size() - 2),
+    QCOMPARE(rig.writes().mid(rig.writes().size() - 2),
              QList<QByteArray>({req(231, bytes({0, 0})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral("Доступные номиналы: "));
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
@@ -398,8 +411,7 @@ void TestAcceptance::sessionWithEverythingExcludedReportsNothing()
 
 void TestAcceptance::sessionStartedAgainWithoutStop()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     land(rig, 2);
     rig.changer.checkMoneyIn();
@@ -422,8 +434,7 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
 
 void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 1);
     rig.changer.checkMoneyIn();
     land(rig, 2);
@@ -451,8 +462,7 @@ void TestAcceptance::stopWithoutPollingMakesNoFinalPoll()
 
 void TestAcceptance::stopWaitsForAcceptanceToEnd()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.activitySequence({4, 4, 4, 0, 0});
     rig.line.clearTransactions();
     testsupport::LogCapture log;
@@ -466,49 +476,45 @@ void TestAcceptance::stopWaitsForAcceptanceToEnd()
 
 void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 {
-    // The simulator takes no coins before the session enables their positions.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsIn({{1, 1}});
-    rig.changer.cashInStart(false, {});
-    rig.model.on(82, QByteArray(), DeviceModel::nak());
+    AcceptingRig rig;
+    land(rig, 1, 2);
+    rig.refuse(82);
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
     rig.changer.timer()->stop();
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.checkMoneyIn();
     QCOMPARE(errors.size(), 1);
     QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Монетоприемник: Ошибка выполнения команды"));
     // every position inhibited at once
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(82), req(231, bytes({0, 0}))}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(231, bytes({0, 0}))}));
     QVERIFY(!rig.changer.timer()->isActive());
     QVERIFY(rig.changer.isAccepting());
     QCOMPARE(received.size(), 0);
 
     // stalled: the stop still reads the counters; while they cannot be read the stop
     // fails and the coins stay pending
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStop(), CcTalk::NakException);
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}));
     QVERIFY(!rig.changer.isAccepting());
 
     // the repeated stop reports what came in since the last good poll, once
-    rig.model.setCoinsIn({{1, 3}});
-    rig.serial.writes.clear();
+    rig.beforeAnswer(82, [] {});
+    rig.line.clearTransactions();
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
-    rig.serial.writes.clear();
+    rig.line.clearTransactions();
     rig.changer.cashInStop();
-    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123)}));
     QCOMPARE(received.size(), 1);
 
     // only a new start brings the polls back
-    rig.model.setCoinsIn({});
     rig.changer.cashInStart(false, {});
     QVERIFY(rig.changer.timer()->isActive());
-    rig.model.setCoinsIn({{1, 2}});
+    land(rig, 1, 2);
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 2);
     QCOMPARE(errors.size(), 1);
@@ -517,8 +523,7 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
 // The link is gone: the inhibit fails quietly, with a warning, and polling ends.
 void TestAcceptance::inhibitAfterFailedPollMayFail()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.refuse(82);
     rig.refuse(231);
     QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
@@ -536,8 +541,7 @@ void TestAcceptance::inhibitAfterFailedPollMayFail()
 
 void TestAcceptance::faultDuringAcceptanceAfterCoinsWereReported()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     rig.device().insertCoin(3);
     rig.line.advance(rig.line.config().coinAcceptMs);
     rig.device().setActivityBits(16);
@@ -570,10 +574,17 @@ void TestAcceptance::pollWithoutAcceptingDoesNotRearm()
 
 void TestAcceptance::timerDrivesThePolls()
 {
-    // Counts that change poll by poll under the real timer need the scripted model.
-    Rig rig;
-    standard(rig);
-    rig.model.setCoinsInSequence({{}, {{1, 1}}, {{1, 1}}, {{1, 3}}});
+    sim::Config config = standardRecycler();
+    config.coinAcceptMs = 1;
+    StandardSimRig rig(config);
+    // Coins land a millisecond after they are put in, within the answer that follows: the
+    // counter reads 0 at the start, then 1, 1 and 3.
+    rig.beforeAnswer(82, [&rig, n = 0]() mutable {
+        const int coins = n == 0 ? 1 : n == 2 ? 2 : 0;
+        for (int i = 0; i < coins; ++i)
+            rig.device().insertCoin(1);
+        ++n;
+    });
     rig.changer.cashInStart(false, {});
     rig.changer.timer()->setInterval(2);
     rig.changer.timer()->start();
@@ -583,17 +594,16 @@ void TestAcceptance::timerDrivesThePolls()
         QVERIFY(received.wait(60000));
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}}));
     QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{100, 2}}));
-    QVERIFY(rig.model.received.count(QByteArray(1, char(82))) >= 4);
+    QVERIFY(rig.line.countHeader(82) >= 4);
     rig.changer.cashInStop();
-    const int polls = rig.model.received.count(QByteArray(1, char(82)));
+    const int polls = rig.line.countHeader(82);
     QTest::qWait(10);
-    QCOMPARE(rig.model.received.count(QByteArray(1, char(82))), polls);
+    QCOMPARE(rig.line.countHeader(82), polls);
 }
 
 void TestAcceptance::receivedCanBeQueued()
 {
-    StandardSimRig rig;
-    rig.changer.cashInStart(false, {});
+    AcceptingRig rig;
     land(rig, 2);
     QList<SumDetailed> delivered;
     QObject::connect(

@@ -416,9 +416,10 @@ void TestDiscovery::hopperCoinUnknownToTheAcceptorIsNotAcceptable()
 
 void TestDiscovery::hopperCoinWorthZeroIsStillAUnit()
 {
-    // The simulator pads a short coin id with dots, not with zero bytes.
-    Rig rig;
-    rig.model.recycler({"RU100A"}, {{"RU10A", 4, 300, true}}, 0);
+    sim::Config config = recycler({"RU100A"}, {{"RU10A", 4, 300, true}}, 0);
+    // a five-character id padded with a zero byte
+    config.hoppers[0].coinId = QString::fromLatin1("RU10A\0", 6);
+    SimChangerRig rig(config);
     testsupport::LogCapture log;
     rig.changer.loadCashUnits();
     const QList<CashControlUnit> units = rig.changer.cachedUnits();
@@ -497,13 +498,14 @@ void TestDiscovery::unitStatesFromTheErrorStatus()
 
 void TestDiscovery::positionsAreOverwrittenNotCleared()
 {
-    // The simulator keeps the coin ids it was made with.
-    Rig rig;
-    rig.model.recycler({"RU100A", "RU200A", "RU500A"}, {{"RU500A", 1, 100, true}}, 0);
+    SimChangerRig rig(recycler({"RU100A", "RU200A", "RU500A"}, {{"RU500A", 1, 100, true}}, 0));
     rig.changer.loadCashUnits();
     QCOMPARE(rig.changer.getAcceptableDenoms(), QSet<unsigned int>{500});
 
-    rig.model.recycler({"RU1K0A"}, {{"RU500A", 1, 100, true}}, 0);
+    // the recycler now knows one coin: the changer talks to one made so
+    SimChangerRig renewed(recycler({"RU1K0A"}, {{"RU500A", 1, 100, true}}, 0));
+    rig.changer.setSerial(&renewed.line);
+    rig.changer.runOn(renewed.line);
     rig.changer.loadCashUnits();
     QCOMPARE(rig.changer.positions(), (QMap<unsigned char, unsigned int>{{1, 1000}, {2, 200}, {3, 500}}));
     // position 3 is still remembered from the first discovery

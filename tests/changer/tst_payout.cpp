@@ -58,9 +58,40 @@ void prepare(Rig& rig, quint32 paid1, quint32 paid2)
     rig.model.setActivity(0);
     rig.model.onAny(80, DeviceModel::data(QByteArray()));
     rig.model.onAny(85, DeviceModel::data(QByteArray()));
-    rig.model.onAny(121, DeviceModel::data(QByteArray()));
     rig.model.onAny(125, DeviceModel::data(QByteArray()));
 }
+
+// The simulated recycler: hopper1 with 10.00, hopper2 with 5.00, hopper5 with 0.50 for
+// amounts in kopecks. A coin a millisecond and answers 50 ms late: a payout of a few dozen
+// coins is over before the changer next asks.
+sim::Config payoutRecycler(int count2 = 250)
+{
+    sim::Config c = sim::Config::defaults();
+    c.payoutMsPerCoin = 1;
+    c.answerDelayMs = 50;
+    c.hoppers[1].count = count2;
+    c.hoppers[4].enabled = true;
+    c.hoppers[4].count = 100;
+    return c;
+}
+
+struct PayoutRig : SimChangerRig
+{
+    explicit PayoutRig(const sim::Config& config = payoutRecycler()) : SimChangerRig(config)
+    {
+        changer.setUnits(payoutUnits());
+    }
+    // The activity register shows a payout running, whatever the device does.
+    void stuckPaying() { activitySequence({8}); }
+    // The answer to the first request with this header is lost; the device still acts on it.
+    void loseFirstAnswerTo(quint8 header)
+    {
+        beforeAnswer(header, [this, header, n = 0]() mutable {
+            if (n++ == 0)
+                line.dropAnswersTo(header, 1);
+        });
+    }
+};
 
 class SpyChanger : public RecordingChanger
 {
@@ -120,6 +151,7 @@ private slots:
     void refusesAmountsOutsideThirtyTwoBits();
 };
 
+// Scripted: the log and the snapshot show preset counters, which the simulator cannot be given.
 void TestPayout::patternOfOneDenomination()
 {
     Rig rig;
@@ -136,6 +168,7 @@ void TestPayout::patternOfOneDenomination()
     QCOMPARE(rig.changer.lastSnapshot(), denoms({{500, 50}, {1000, 104}}));
 }
 
+// Scripted: the snapshot shows preset counters, which the simulator cannot be given.
 void TestPayout::patternWaitsTwoPollsPerCoin()
 {
     Rig rig;
@@ -154,15 +187,13 @@ void TestPayout::patternWaitsTwoPollsPerCoin()
 
 void TestPayout::emptyPatternIsStillSent()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
-    rig.model.setActivity(8);
+    PayoutRig rig;
+    rig.stuckPaying();
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(SumDetailed()), CcTalk::Exception);
-    QCOMPARE(rig.serial.writes.mid(4, 1), QList<QByteArray>{req(85)});
+    QCOMPARE(rig.writes().mid(4, 1), QList<QByteArray>{req(85)});
     QCOMPARE(rig.changer.sleeps.size(), 60);
 
-    Rig quiet;
-    prepare(quiet, 0, 0);
+    PayoutRig quiet;
     const SumDetailed paid = quiet.changer.cashOut(SumDetailed());
     QCOMPARE(paid.denoms, denoms({{500, 0}, {1000, 0}}));
 }
@@ -170,13 +201,14 @@ void TestPayout::emptyPatternIsStillSent()
 void TestPayout::sameDenominationInTwoHoppersGoesToTheFirst()
 {
     // Without counts the first hopper in unit order is asked for everything.
-    Rig rig;
-    prepare(rig, 0, 4);
+    sim::Config config = payoutRecycler();
+    config.hoppers[0].coinId = QStringLiteral("RU500A");
+    PayoutRig rig(config);
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper2"), 500),
                           hopperUnit(QStringLiteral("hopper1"), 500), cashboxUnit()});
-    rig.model.setActivity(8);
+    rig.stuckPaying();
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(coins({{500, 4}})), CcTalk::Exception);
-    QCOMPARE(rig.serial.writes.mid(0, 5), counterReads({2, 1}) + frames({req(85, bytes({2, 4}))}));
+    QCOMPARE(rig.writes().mid(0, 5), counterReads({2, 1}) + frames({req(85, bytes({2, 4}))}));
     QCOMPARE(rig.changer.sleeps.size(), 68);
 }
 
@@ -184,93 +216,84 @@ void TestPayout::sameDenominationSplitByWhatEachHopperHolds()
 {
     const QList<CashControlUnit> units = {hopperUnit(QStringLiteral("hopper2"), 500, 3),
                                           hopperUnit(QStringLiteral("hopper1"), 500, 5), cashboxUnit()};
+    sim::Config config = payoutRecycler();
+    config.hoppers[0].coinId = QStringLiteral("RU500A");
     // unit order, each at most what it holds
-    Rig minimum;
-    prepare(minimum, 0, 0);
+    PayoutRig minimum(config);
     minimum.changer.setUnits(units);
     minimum.changer.cashOut(coins({{500, 6}}));
-    QCOMPARE(minimum.serial.writes.at(4), req(85, bytes({2, 3, 1, 3})));
+    QCOMPARE(minimum.writes().at(4), req(85, bytes({2, 3, 1, 3})));
     QCOMPARE(minimum.changer.sleeps.size(), 0);
-    Rig plain;
-    prepare(plain, 0, 0);
+    PayoutRig plain(config);
     plain.changer.setUnits(units);
     plain.changer.cashOut(coins({{500, 6}}), ECashControl::Minimum);
-    QCOMPARE(plain.serial.writes.at(4), req(85, bytes({2, 3, 1, 3})));
+    QCOMPARE(plain.writes().at(4), req(85, bytes({2, 3, 1, 3})));
 
     // the fuller hopper first
-    Rig optimal;
-    prepare(optimal, 0, 0);
+    PayoutRig optimal(config);
     optimal.changer.setUnits(units);
     optimal.changer.cashOut(coins({{500, 6}}), ECashControl::Optimal);
-    QCOMPARE(optimal.serial.writes.at(4), req(85, bytes({1, 5, 2, 1})));
+    QCOMPARE(optimal.writes().at(4), req(85, bytes({1, 5, 2, 1})));
 
     // more than both hold: the rest goes to the first, and the device pays what it can
-    Rig more;
-    prepare(more, 0, 0);
+    PayoutRig more(config);
     more.changer.setUnits(units);
     more.changer.cashOut(coins({{500, 10}}), ECashControl::Optimal);
-    QCOMPARE(more.serial.writes.at(4), req(85, bytes({1, 7, 2, 3})));
+    QCOMPARE(more.writes().at(4), req(85, bytes({1, 7, 2, 3})));
 }
 
 void TestPayout::denominationWithoutHopperIsIgnored()
 {
-    Rig rig;
-    prepare(rig, 1, 2);
+    PayoutRig rig;
     const SumDetailed paid = rig.changer.cashOut(coins({{200, 5}, {500, 2}, {1000, 1}}));
-    QCOMPARE(rig.serial.writes.at(4), req(85, bytes({1, 1, 2, 2})));
+    QCOMPARE(rig.writes().at(4), req(85, bytes({1, 1, 2, 2})));
     QCOMPARE(paid.denoms, denoms({{500, 2}, {1000, 1}}));
 }
 
 void TestPayout::oneHopperPatternSplitsIntoPairs()
 {
-    Rig rig;
-    prepare(rig, 0, 700);
-    rig.model.setActivity(8);
+    PayoutRig rig(payoutRecycler(750));
+    rig.stuckPaying();
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(2, 700), CcTalk::Exception);
-    QCOMPARE(rig.serial.writes.mid(0, 6),
+    QCOMPARE(rig.writes().mid(0, 6),
              counterReads({1, 2}) + frames({req(85, bytes({0x02, 0xFF, 0x02, 0xFF, 0x02, 0xBE})), req(123)}));
     QCOMPARE(rig.changer.sleeps.size(), 1460);
 
-    Rig quiet;
-    prepare(quiet, 0, 700);
+    PayoutRig quiet(payoutRecycler(750));
     QCOMPARE(quiet.changer.cashOut(2, 700).denoms, denoms({{500, 700}, {1000, 0}}));
 
     // no coins: a pattern without data
-    Rig none;
-    prepare(none, 0, 0);
+    PayoutRig none;
     none.changer.cashOut(1, 0);
-    QCOMPARE(none.serial.writes.at(4), req(85));
+    QCOMPARE(none.writes().at(4), req(85));
 }
 
 void TestPayout::amountByMinimumAndOptimalModes()
 {
-    Rig rig;
-    prepare(rig, 1, 1);
+    // 15.50: hopper5 pays the 0.50, a hopper without a unit
+    PayoutRig rig;
     const SumDetailed paid = rig.changer.cashOut(ECashControl::Minimum, 1550);
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              counterReads({1, 2}) +
                  frames({req(80, bytes({0x00})), req(125, bytes({0x0E, 0x06, 0, 0})), req(123)}) +
                  counterReads({1, 2}));
     QCOMPARE(paid.denoms, denoms({{500, 1}, {1000, 1}}));
 
-    Rig optimal;
-    prepare(optimal, 0, 0);
+    PayoutRig optimal;
     optimal.changer.cashOut(ECashControl::Optimal, 1550);
-    QCOMPARE(optimal.serial.writes.mid(4, 2),
+    QCOMPARE(optimal.writes().mid(4, 2),
              QList<QByteArray>({req(80, bytes({0x02})), req(125, bytes({0x0E, 0x06, 0, 0}))}));
 
-    Rig unknown;
-    prepare(unknown, 0, 0);
+    PayoutRig unknown;
     unknown.changer.cashOut(ECashControl::ChangeMode(7), 100);
-    QCOMPARE(unknown.serial.writes.mid(4, 2),
+    QCOMPARE(unknown.writes().mid(4, 2),
              QList<QByteArray>({req(80, bytes({0x00})), req(125, bytes({0x64, 0, 0, 0}))}));
 }
 
 void TestPayout::amountWaitsUpToThreeHundredPolls()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
-    rig.model.setActivity(8);
+    PayoutRig rig;
+    rig.stuckPaying();
     testsupport::LogCapture log;
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Optimal, 500), CcTalk::Exception);
     QCOMPARE(rig.changer.sleeps.size(), 300);
@@ -279,37 +302,33 @@ void TestPayout::amountWaitsUpToThreeHundredPolls()
 
 void TestPayout::purgeEmptiesOneHopper()
 {
-    Rig rig;
-    prepare(rig, 0, 37);
+    PayoutRig rig(payoutRecycler(37));
     const SumDetailed paid = rig.changer.purge(2);
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) + counterReads({1, 2}));
     QCOMPARE(paid.denoms, denoms({{500, 37}, {1000, 0}}));
 
-    Rig slow;
-    prepare(slow, 0, 0);
-    slow.model.setActivity(8);
+    PayoutRig slow;
+    slow.stuckPaying();
     QVERIFY_EXCEPTION_THROWN(slow.changer.purge(1), CcTalk::Exception);
     QCOMPARE(slow.changer.sleeps.size(), 2000);
-    QCOMPARE(slow.serial.writes.at(4), req(121, bytes({1, 0})));
+    QCOMPARE(slow.writes().at(4), req(121, bytes({1, 0})));
 }
 
 // The purge's answer is lost but the device shows a payout in progress: the command
 // went through, so it is not sent again; the wait and the counters tell what it did.
 void TestPayout::purgeWithLostAnswerWhileThePurgeRuns()
 {
-    Rig rig;
-    prepare(rig, 0, 37);
-    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
-    rig.model.setActivitySequence({8, 8, 0});
+    PayoutRig rig(payoutRecycler(37));
+    rig.loseFirstAnswerTo(121);
+    rig.activitySequence({8, 8, 0});
     testsupport::LogCapture log;
     const SumDetailed paid = rig.changer.purge(2);
     // The activity reads: the check after the lost answer, the wait's first read, the
     // error check after its pause, the wait's next read.
-    QCOMPARE(rig.serial.writes,
-             counterReads({1, 2}) +
-                 frames({req(121, bytes({2, 0})), req(123), req(123), req(123), req(123)}) +
-                 counterReads({1, 2}));
+    QCOMPARE(rig.writes(), counterReads({1, 2}) +
+                               frames({req(121, bytes({2, 0})), req(123), req(123), req(123), req(123)}) +
+                               counterReads({1, 2}));
     QCOMPARE(paid.denoms, denoms({{500, 37}, {1000, 0}}));
     QCOMPARE(rig.changer.sleeps, QList<int>({200, 1000}));
     QVERIFY(significant(log).contains(QStringLiteral("ERROR Нет связи")));
@@ -320,13 +339,10 @@ void TestPayout::purgeWithLostAnswerWhileThePurgeRuns()
 // A short purge may be over before the device is asked: its counters have moved.
 void TestPayout::purgeWithLostAnswerAfterThePurgeEnded()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
-    rig.model.setAuditSequence(80, 2, {50, 50, 50});
-    rig.model.setAuditSequence(87, 2, {0, 6, 6});
-    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    PayoutRig rig(payoutRecycler(6));
+    rig.loseFirstAnswerTo(121);
     const SumDetailed paid = rig.changer.purge(2);
-    QCOMPARE(rig.serial.writes.count(req(121, bytes({2, 0}))), 1);
+    QCOMPARE(rig.writes().count(req(121, bytes({2, 0}))), 1);
     QCOMPARE(paid.denoms, denoms({{500, 6}, {1000, 0}}));
 }
 
@@ -334,18 +350,20 @@ void TestPayout::purgeWithLostAnswerAfterThePurgeEnded()
 // fails without a second transmission; purging again later is safe.
 void TestPayout::purgeWithLostAnswerThatNeverArrived()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
-    rig.model.on(121, bytes({2, 0}), DeviceModel::silent());
+    PayoutRig rig;
+    // the line drops the purge before the device sees it
+    rig.beforeAnswer(121, [&rig] { rig.line.setSilent(true); });
+    rig.beforeAnswer(123, [&rig] { rig.line.setSilent(false); });
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.purge(2); }), QStringLiteral("Нет связи"));
     // the counters read once more for the log of what came out
-    QCOMPARE(rig.serial.writes, counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
-                                    counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
+    QCOMPARE(rig.writes(), counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
+                               counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>({200}));
     QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{QStringLiteral("Выдано 0.00")});
 }
 
+// Scripted: a counter going down; the simulator's counters only count up.
 void TestPayout::counterGoingDownCountsAsZero()
 {
     Rig rig;
@@ -358,8 +376,7 @@ void TestPayout::counterGoingDownCountsAsZero()
 
 void TestPayout::lastCashOutKeepsItsSnapshot()
 {
-    Rig rig;
-    prepare(rig, 2, 0);
+    PayoutRig rig;
     QCOMPARE(rig.changer.cashOut(1, 2).denoms, denoms({{500, 0}, {1000, 2}}));
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
@@ -376,17 +393,16 @@ void TestPayout::lastCashOutKeepsItsSnapshot()
 
 void TestPayout::lostPatternAnswerIsNotRepeated()
 {
-    Rig rig;
-    prepare(rig, 3, 0);
-    rig.model.on(85, bytes({1, 3}), DeviceModel::silent());
+    PayoutRig rig;
+    rig.loseFirstAnswerTo(85);
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] {
                  rig.changer.cashOut(coins({{1000, 3}}));
              }),
              QStringLiteral("Нет связи"));
-    QCOMPARE(rig.serial.writes.count(req(85, bytes({1, 3}))), 1);
+    QCOMPARE(rig.writes().count(req(85, bytes({1, 3}))), 1);
     // no payout runs any more; the counters tell what came out
-    QCOMPARE(rig.serial.writes.mid(4), frames({req(85, bytes({1, 3})), req(123)}) + counterReads({1, 2}));
+    QCOMPARE(rig.writes().mid(4), frames({req(85, bytes({1, 3})), req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
     QCOMPARE(significant(log).count(QStringLiteral("ERROR Нет связи")), 1);
     QCOMPARE(log.texts(QStringLiteral("WARN")),
@@ -397,11 +413,10 @@ void TestPayout::lostPatternAnswerIsNotRepeated()
 
 void TestPayout::lostAmountAnswerIsNotRepeated()
 {
-    Rig rig;
-    prepare(rig, 1, 0);
-    rig.model.on(125, bytes({0xE8, 0x03, 0, 0}), DeviceModel::silent());
+    PayoutRig rig;
+    rig.loseFirstAnswerTo(125);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 1000), CcTalk::Exception);
-    QCOMPARE(rig.serial.writes.mid(4),
+    QCOMPARE(rig.writes().mid(4),
              frames({req(80, bytes({0})), req(125, bytes({0xE8, 0x03, 0, 0})), req(123)}) +
                  counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
@@ -409,17 +424,17 @@ void TestPayout::lostAmountAnswerIsNotRepeated()
 
 void TestPayout::faultDuringThePayoutWait()
 {
-    Rig rig;
-    prepare(rig, 1, 0);
-    // The jam ends the payout.
-    rig.model.setActivitySequence({8, 8 | 16, 16});
-    rig.model.setErrorStatus(1, 2);
-    rig.model.setSelfcheck(0, 0);
+    sim::Config config = payoutRecycler();
+    config.payoutMsPerCoin = 10;
+    PayoutRig rig(config);
+    // The jam after the first coin ends the payout.
+    rig.beforeAnswer(85, [&rig] { rig.line.at(rig.line.now() + 15, [&rig] { rig.device().jamHopper(1); }); });
+    rig.activitySequence({8, 8 | 16, 16});
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 5); }),
              QStringLiteral("Хоппер 1, заклинивание"));
     QVERIFY(RecordingChanger::resetPending());
-    QCOMPARE(rig.serial.writes.mid(4),
+    QCOMPARE(rig.writes().mid(4),
              frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232), req(123)}) +
                  counterReads({1, 2}));
     QCOMPARE(log.texts(QStringLiteral("WARN")),
@@ -483,8 +498,10 @@ void TestPayout::refusesPatternsLongerThanOneFrame()
 
 void TestPayout::longestPatternStillGoes()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
+    sim::Config config = payoutRecycler();
+    for (sim::HopperConfig& hopper : config.hoppers)
+        hopper.count = hopper.capacity = 16000;
+    PayoutRig rig(config);
     QList<QPair<int, int>> pairs;
     for (int i = 0; i < 30; ++i)
         pairs << qMakePair(1, 255);
@@ -492,13 +509,12 @@ void TestPayout::longestPatternStillGoes()
         pairs << qMakePair(2, 255);
     pairs << qMakePair(2, 1);
     rig.changer.cashOut(coins({{1000, 30 * 255}, {500, 30 * 255 + 1}}));
-    QCOMPARE(rig.serial.writes.at(4), req(85, pattern(pairs)));
+    QCOMPARE(rig.writes().at(4), req(85, pattern(pairs)));
     QCOMPARE(pattern(pairs).size(), 122);
 
-    Rig single;
-    prepare(single, 0, 0);
+    PayoutRig single(config);
     single.changer.cashOut(1, 61 * 255);
-    QCOMPARE(single.serial.writes.at(4).size(), 5 + 122);
+    QCOMPARE(single.writes().at(4).size(), 5 + 122);
 }
 
 void TestPayout::refusesLongSingleHopperPayout()
@@ -514,6 +530,7 @@ void TestPayout::refusesLongSingleHopperPayout()
                                             QStringLiteral("ERROR Некорректная сумма")}));
 }
 
+// Scripted: the device takes 0xFFFFFFFF, an amount the simulator refuses as unpayable.
 void TestPayout::refusesAmountsOutsideThirtyTwoBits()
 {
     Rig rig;
