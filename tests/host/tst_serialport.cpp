@@ -8,6 +8,28 @@
 
 using Pty = testsupport::PtyPair;
 
+namespace {
+
+// One line setting by the table's setting column: baud rate, data bits, parity, stop bits,
+// flow control.
+bool apply(hw::SerialPort& port, int setting, const QString& text)
+{
+    switch (setting) {
+    case 0:
+        return port.setBaudRate(text);
+    case 1:
+        return port.setDataBits(text);
+    case 2:
+        return port.setParity(text);
+    case 3:
+        return port.setStopBits(text);
+    default:
+        return port.setFlowControl(text);
+    }
+}
+
+} // namespace
+
 class TestSerialPort : public QObject
 {
     Q_OBJECT
@@ -56,13 +78,7 @@ private slots:
         QFETCH(QString, message);
         hw::SerialPort port;
         const QSerialPort::Parity parityBefore = port.port().parity();
-        // By the setting column: baud rate, data bits, parity, stop bits, flow control.
-        using Setter = bool (hw::SerialPort::*)(const QString&);
-        const Setter setters[] = {&hw::SerialPort::setBaudRate, &hw::SerialPort::setDataBits,
-                                  &hw::SerialPort::setParity, &hw::SerialPort::setStopBits,
-                                  &hw::SerialPort::setFlowControl};
-        const bool ok = (port.*setters[setting])(text);
-        QVERIFY(!ok);
+        QVERIFY(!apply(port, setting, text));
         QCOMPARE(port.errorString(), message);
         QCOMPARE(port.port().parity(), parityBefore);
     }
