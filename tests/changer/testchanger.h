@@ -63,7 +63,7 @@ template <class C> struct SimRigOf
         line.setRequestHook([this](const QByteArray& frame) {
             const auto it = hooks.constFind(quint8(frame.at(3)));
             if (it != hooks.constEnd())
-                it.value()();
+                it.value()(frame);
         });
     }
     ~SimRigOf() { RecordingChanger::setResetPending(false); }
@@ -76,8 +76,18 @@ template <class C> struct SimRigOf
         line.clearTransactions();
     }
 
-    // Runs the action on every request with this header, before the device answers it.
-    void beforeAnswer(quint8 header, std::function<void()> action) { hooks[header] = std::move(action); }
+    // Runs the action on every request with this header, before the device answers it;
+    // the action may take the request frame.
+    void beforeAnswer(quint8 header, std::function<void(const QByteArray& request)> action)
+    {
+        hooks[header] = std::move(action);
+    }
+    void beforeAnswer(quint8 header, std::function<void()> action)
+    {
+        beforeAnswer(header, [action](const QByteArray&) { action(); });
+    }
+    // Requests with this header go to the device untouched again.
+    void removeHook(quint8 header) { hooks.remove(header); }
     // The activity register reads these bits in turn, the last ones repeating.
     void activitySequence(const QList<quint16>& bits)
     {
@@ -115,7 +125,7 @@ template <class C> struct SimRigOf
     C changer;
 
 private:
-    QMap<quint8, std::function<void()>> hooks;
+    QMap<quint8, std::function<void(const QByteArray&)>> hooks;
 };
 
 using SimChangerRig = SimRigOf<RecordingChanger>;

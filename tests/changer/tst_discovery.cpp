@@ -526,9 +526,8 @@ void TestDiscovery::failureKeepsWhatWasFound()
 {
     SimChangerRig rig(
         recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0));
-    // the balance of hopper 2 is the second one asked for
-    rig.beforeAnswer(119, [&rig, asked = 0]() mutable {
-        if (++asked == 2)
+    rig.beforeAnswer(119, [&rig](const QByteArray& request) {
+        if (request == req(119, bytes({2})))
             rig.line.nakNext();
     });
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.loadCashUnits(); }),

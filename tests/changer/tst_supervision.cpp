@@ -211,7 +211,7 @@ void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
     QVERIFY(!RecordingChanger::resetPending());
 
     rig.device().setErrorStatus(1, 104);
-    rig.beforeAnswer(122, [] {});
+    rig.removeHook(122);
     rig.beforeAnswer(232, [&rig] { rig.line.dropAnswersTo(232, 1); });
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
     QVERIFY(!RecordingChanger::resetPending());
