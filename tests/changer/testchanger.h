@@ -1,7 +1,6 @@
 #pragma once
 
-#include "devicemodel.h"
-#include "support/fakeserialdevice.h"
+#include "requests.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/recordingchanger.h"
@@ -21,34 +20,6 @@ using testsupport::RecordingChanger;
 using testsupport::significant;
 using testsupport::thrown;
 using testsupport::thrownText;
-
-// A changer (of the test's class) at address 55 on the fake serial line, answered by
-// the device model.
-template <class C> struct RigOf
-{
-    RigOf()
-    {
-        changer.setAddress(55);
-        changer.setSerial(&serial);
-        serial.setResponder(model.responder());
-        RecordingChanger::setResetPending(false);
-    }
-    ~RigOf() { RecordingChanger::setResetPending(false); }
-
-    // Runs a discovery of the model's recycler and forgets its traffic.
-    void discover()
-    {
-        changer.loadCashUnits();
-        serial.writes.clear();
-        model.received.clear();
-    }
-
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    C changer;
-};
-
-using Rig = RigOf<RecordingChanger>;
 
 // A changer (of the test's class) at address 55 on the simulated recycler: its pauses
 // and its waits for answers move the line's virtual clock.
@@ -132,7 +103,7 @@ using SimChangerRig = SimRigOf<RecordingChanger>;
 
 // The simulated recycler with the coins, hoppers and identification texts of
 // DeviceModel::recycler.
-inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<DeviceModel::Hopper>& hoppers,
+inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<Hopper>& hoppers,
                             quint32 cashbox = 0)
 {
     sim::Config c = sim::Config::defaults();
@@ -144,7 +115,7 @@ inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<Device
         c.coinIds[p] = QString::fromLatin1(coinIds.at(p - 1));
     c.hoppers.clear();
     for (int h = 1; h <= hoppers.size(); ++h) {
-        const DeviceModel::Hopper& hopper = hoppers.at(h - 1);
+        const Hopper& hopper = hoppers.at(h - 1);
         sim::HopperConfig hc;
         hc.coinId = QString::fromLatin1(hopper.coinId);
         hc.count = hopper.count;

@@ -8,7 +8,6 @@
 #include <QtTest>
 
 using namespace changertest;
-using Hopper = DeviceModel::Hopper;
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "cctalk/exception.h"
-#include "devicemodel.h"
+#include "support/fakeserialdevice.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/metamethod.h"
@@ -12,7 +12,6 @@
 
 using namespace changertest;
 using testsupport::vtableSlot;
-using Hopper = DeviceModel::Hopper;
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include "cctalk/exception.h"
-#include "devicemodel.h"
 #include "support/columns.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
