@@ -11,14 +11,6 @@ QByteArray key(quint8 header, const QByteArray& request)
     return QByteArray(1, char(header)) + request;
 }
 
-QByteArray pair(int a, int b)
-{
-    QByteArray bytes;
-    bytes.append(char(a));
-    bytes.append(char(b));
-    return bytes;
-}
-
 } // namespace
 
 QByteArray DeviceModel::le(quint32 value, int bytes)
@@ -76,17 +68,17 @@ void DeviceModel::setActivitySequence(const QList<quint16>& bits)
 
 void DeviceModel::setErrorStatus(quint8 module, quint8 code)
 {
-    on(122, QByteArray(), pair(module, code));
+    on(122, QByteArray(), bytes({module, code}));
 }
 
 void DeviceModel::setSelfcheck(quint8 fault, quint8 extra)
 {
-    on(232, QByteArray(), pair(fault, extra));
+    on(232, QByteArray(), bytes({fault, extra}));
 }
 
 void DeviceModel::setAudit(quint8 group, quint8 index, quint32 value)
 {
-    on(86, pair(group, index), le(value, 4));
+    on(86, bytes({group, index}), le(value, 4));
 }
 
 void DeviceModel::setAudits(quint8 group, const QMap<quint8, quint32>& values)
@@ -100,7 +92,7 @@ void DeviceModel::setAuditSequence(quint8 group, quint8 index, const QList<quint
     QList<QByteArray> replies;
     for (quint32 v : values)
         replies << le(v, 4);
-    onSequence(86, pair(group, index), replies);
+    onSequence(86, bytes({group, index}), replies);
 }
 
 void DeviceModel::setCoinsIn(const QMap<int, quint16>& counts)
@@ -125,22 +117,22 @@ void DeviceModel::setCoinsInSequence(const QList<QMap<int, quint16>>& polls)
 void DeviceModel::recycler(const QList<QByteArray>& coinIds, const QList<Hopper>& hoppers, quint32 cashbox)
 {
     setErrorStatus(0, 0);
-    on(247, QByteArray(), pair(coinIds.size(), hoppers.size()));
-    on(84, pair(2, 5), le(734112, 3));
-    on(84, pair(2, 1), QByteArray("5.31"));
-    on(84, pair(2, 4), QByteArray("C2-RU"));
+    on(247, QByteArray(), bytes({coinIds.size(), hoppers.size()}));
+    on(84, bytes({2, 5}), le(734112, 3));
+    on(84, bytes({2, 1}), QByteArray("5.31"));
+    on(84, bytes({2, 4}), QByteArray("C2-RU"));
     for (int p = 1; p <= coinIds.size(); ++p)
         on(184, QByteArray(1, char(p)), coinIds.at(p - 1));
     for (int h = 1; h <= hoppers.size(); ++h) {
         const Hopper& hopper = hoppers.at(h - 1);
-        on(84, pair(h + 2, 0), QByteArray(1, char(hopper.enabled ? 1 : 0)));
-        on(84, pair(h + 2, 5), le(1000 + h, 3));
-        on(84, pair(h + 2, 1), QByteArray("2.0") + QByteArray::number(h));
-        on(84, pair(h + 2, 4), QByteArray("MH") + QByteArray::number(h));
+        on(84, bytes({h + 2, 0}), QByteArray(1, char(hopper.enabled ? 1 : 0)));
+        on(84, bytes({h + 2, 5}), le(1000 + h, 3));
+        on(84, bytes({h + 2, 1}), QByteArray("2.0") + QByteArray::number(h));
+        on(84, bytes({h + 2, 4}), QByteArray("MH") + QByteArray::number(h));
         QByteArray balance = hopper.coinId.left(6);
         balance.append(QByteArray(6 - balance.size(), '\0'));
         on(119, QByteArray(1, char(h)), balance + le(hopper.count, 2));
-        on(84, pair(h + 2, 8), le(hopper.capacity, 2));
+        on(84, bytes({h + 2, 8}), le(hopper.capacity, 2));
     }
     on(117, QByteArray(), le(cashbox, 4));
 }
@@ -184,46 +176,6 @@ QList<QByteArray> DeviceModel::answer(const QByteArray& written)
 testsupport::FakeSerialDevice::Responder DeviceModel::responder()
 {
     return [this](const QByteArray& written) { return answer(written); };
-}
-
-QByteArray req(quint8 header, const QByteArray& data)
-{
-    return testsupport::request(header, data);
-}
-
-QByteArray bytes(std::initializer_list<int> values)
-{
-    QByteArray out;
-    for (int v : values)
-        out.append(char(v));
-    return out;
-}
-
-QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items)
-{
-    return QMap<unsigned int, long long>(items);
-}
-
-QList<QByteArray> frames(const QList<QByteArray>& list)
-{
-    return list;
-}
-
-QList<QByteArray> discoveryRequests(int positions, const QList<DeviceModel::Hopper>& hoppers)
-{
-    QList<QByteArray> frames;
-    frames << req(122) << req(247) << req(84, pair(2, 5)) << req(84, pair(2, 1)) << req(84, pair(2, 4));
-    for (int p = 1; p <= positions; ++p)
-        frames << req(184, QByteArray(1, char(p)));
-    for (int h = 1; h <= hoppers.size(); ++h) {
-        frames << req(84, pair(h + 2, 0));
-        if (!hoppers.at(h - 1).enabled)
-            continue;
-        frames << req(84, pair(h + 2, 5)) << req(84, pair(h + 2, 1)) << req(84, pair(h + 2, 4))
-               << req(119, QByteArray(1, char(h))) << req(84, pair(h + 2, 8));
-    }
-    frames << req(117);
-    return frames;
 }
 
 } // namespace changertest

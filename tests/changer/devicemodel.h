@@ -1,12 +1,16 @@
 #pragma once
 
+#include "requests.h"
 #include "support/fakeserialdevice.h"
+#include "support/recordingchanger.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QMap>
 
 namespace changertest {
+
+using testsupport::RecordingChanger;
 
 // A scripted recycler at address 55: answers each request by its header and data
 // bytes. A request without a script is answered with NAK and listed in
@@ -46,13 +50,6 @@ public:
     void setCoinsIn(const QMap<int, quint16>& counts);
     void setCoinsInSequence(const QList<QMap<int, quint16>>& polls);
 
-    struct Hopper
-    {
-        QByteArray coinId;
-        quint16 count = 0;
-        quint16 capacity = 1000;
-        bool enabled = true;
-    };
     // Every answer of a discovery: coin ids by position 1..N, hoppers 1..H, the
     // cashbox value; no fault reported, identification texts fixed.
     void recycler(const QList<QByteArray>& coinIds, const QList<Hopper>& hoppers, quint32 cashbox = 0);
@@ -77,16 +74,32 @@ private:
     QMap<quint8, Entry> anyData;
 };
 
-// The frame of a request from the host to the changer: header and data given.
-QByteArray req(quint8 header, const QByteArray& data = QByteArray());
+// A changer (of the test's class) at address 55 on the fake serial line, answered by
+// the device model.
+template <class C> struct RigOf
+{
+    RigOf()
+    {
+        changer.setAddress(55);
+        changer.setSerial(&serial);
+        serial.setResponder(model.responder());
+        RecordingChanger::setResetPending(false);
+    }
+    ~RigOf() { RecordingChanger::setResetPending(false); }
 
-QByteArray bytes(std::initializer_list<int> values);
-QMap<unsigned int, long long> denoms(std::initializer_list<std::pair<const unsigned int, long long>> items);
-// A list of expected frames, for comparison with the frames written.
-QList<QByteArray> frames(const QList<QByteArray>& list);
+    // Runs a discovery of the model's recycler and forgets its traffic.
+    void discover()
+    {
+        changer.loadCashUnits();
+        serial.writes.clear();
+        model.received.clear();
+    }
 
-// Frames of the discovery of DeviceModel::recycler with that many positions and
-// those hoppers (enabled or not), in the order the changer sends them.
-QList<QByteArray> discoveryRequests(int positions, const QList<DeviceModel::Hopper>& hoppers);
+    testsupport::FakeSerialDevice serial;
+    DeviceModel model;
+    C changer;
+};
+
+using Rig = RigOf<RecordingChanger>;
 
 } // namespace changertest

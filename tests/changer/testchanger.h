@@ -1,7 +1,6 @@
 #pragma once
 
-#include "devicemodel.h"
-#include "support/fakeserialdevice.h"
+#include "requests.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/recordingchanger.h"
@@ -22,34 +21,6 @@ using testsupport::significant;
 using testsupport::thrown;
 using testsupport::thrownText;
 
-// A changer (of the test's class) at address 55 on the fake serial line, answered by
-// the device model.
-template <class C> struct RigOf
-{
-    RigOf()
-    {
-        changer.setAddress(55);
-        changer.setSerial(&serial);
-        serial.setResponder(model.responder());
-        RecordingChanger::setResetPending(false);
-    }
-    ~RigOf() { RecordingChanger::setResetPending(false); }
-
-    // Runs a discovery of the model's recycler and forgets its traffic.
-    void discover()
-    {
-        changer.loadCashUnits();
-        serial.writes.clear();
-        model.received.clear();
-    }
-
-    testsupport::FakeSerialDevice serial;
-    DeviceModel model;
-    C changer;
-};
-
-using Rig = RigOf<RecordingChanger>;
-
 // A changer (of the test's class) at address 55 on the simulated recycler: its pauses
 // and its waits for answers move the line's virtual clock.
 template <class C> struct SimRigOf
@@ -63,7 +34,7 @@ template <class C> struct SimRigOf
         line.setRequestHook([this](const QByteArray& frame) {
             const auto it = hooks.constFind(quint8(frame.at(3)));
             if (it != hooks.constEnd())
-                it.value()();
+                it.value()(frame);
         });
     }
     ~SimRigOf() { RecordingChanger::setResetPending(false); }
@@ -76,8 +47,18 @@ template <class C> struct SimRigOf
         line.clearTransactions();
     }
 
-    // Runs the action on every request with this header, before the device answers it.
-    void beforeAnswer(quint8 header, std::function<void()> action) { hooks[header] = std::move(action); }
+    // Runs the action on every request with this header, before the device answers it;
+    // the action may take the request frame.
+    void beforeAnswer(quint8 header, std::function<void(const QByteArray& request)> action)
+    {
+        hooks[header] = std::move(action);
+    }
+    void beforeAnswer(quint8 header, std::function<void()> action)
+    {
+        beforeAnswer(header, [action](const QByteArray&) { action(); });
+    }
+    // Requests with this header go to the device untouched again.
+    void removeHook(quint8 header) { hooks.remove(header); }
     // The activity register reads these bits in turn, the last ones repeating.
     void activitySequence(const QList<quint16>& bits)
     {
@@ -115,14 +96,14 @@ template <class C> struct SimRigOf
     C changer;
 
 private:
-    QMap<quint8, std::function<void()>> hooks;
+    QMap<quint8, std::function<void(const QByteArray&)>> hooks;
 };
 
 using SimChangerRig = SimRigOf<RecordingChanger>;
 
 // The simulated recycler with the coins, hoppers and identification texts of
 // DeviceModel::recycler.
-inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<DeviceModel::Hopper>& hoppers,
+inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<Hopper>& hoppers,
                             quint32 cashbox = 0)
 {
     sim::Config c = sim::Config::defaults();
@@ -134,7 +115,7 @@ inline sim::Config recycler(const QList<QByteArray>& coinIds, const QList<Device
         c.coinIds[p] = QString::fromLatin1(coinIds.at(p - 1));
     c.hoppers.clear();
     for (int h = 1; h <= hoppers.size(); ++h) {
-        const DeviceModel::Hopper& hopper = hoppers.at(h - 1);
+        const Hopper& hopper = hoppers.at(h - 1);
         sim::HopperConfig hc;
         hc.coinId = QString::fromLatin1(hopper.coinId);
         hc.count = hopper.count;

@@ -8,7 +8,6 @@
 #include <QtTest>
 
 using namespace changertest;
-using Hopper = DeviceModel::Hopper;
 
 namespace {
 
@@ -500,7 +499,7 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
     QVERIFY(!rig.changer.isAccepting());
 
     // the repeated stop reports what came in since the last good poll, once
-    rig.beforeAnswer(82, [] {});
+    rig.removeHook(82);
     rig.line.clearTransactions();
     rig.changer.cashInStop();
     QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));

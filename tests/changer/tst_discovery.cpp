@@ -1,5 +1,5 @@
 #include "cctalk/exception.h"
-#include "devicemodel.h"
+#include "support/fakeserialdevice.h"
 #include "support/frames.h"
 #include "support/logcapture.h"
 #include "support/metamethod.h"
@@ -12,7 +12,6 @@
 
 using namespace changertest;
 using testsupport::vtableSlot;
-using Hopper = DeviceModel::Hopper;
 
 namespace {
 
@@ -526,9 +525,8 @@ void TestDiscovery::failureKeepsWhatWasFound()
 {
     SimChangerRig rig(
         recycler({"RU100A", "RU500A"}, {{"RU100A", 1, 100, true}, {"RU200A", 1, 100, true}}, 0));
-    // the balance of hopper 2 is the second one asked for
-    rig.beforeAnswer(119, [&rig, asked = 0]() mutable {
-        if (++asked == 2)
+    rig.beforeAnswer(119, [&rig](const QByteArray& request) {
+        if (request == req(119, bytes({2})))
             rig.line.nakNext();
     });
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.loadCashUnits(); }),

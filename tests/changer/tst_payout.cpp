@@ -45,16 +45,12 @@ QList<CashControlUnit> payoutUnits()
             cashboxUnit()};
 }
 
-// Before a payout hopper1 has counted 100 + 4 coins out and hopper2 50 + 0; after it,
-// what `paid1` and `paid2` add. Scripted: the simulator's counters count only the coins
-// it moved.
-void prepare(Rig& rig, quint32 paid1, quint32 paid2)
+// Hopper1 has counted 100 + 4 coins out and hopper2 50 + 0, before and after a payout.
+void prepare(Rig& rig)
 {
     rig.changer.setUnits(payoutUnits());
-    rig.model.setAuditSequence(80, 1, {100, 100 + paid1});
-    rig.model.setAudit(87, 1, 4);
-    rig.model.setAuditSequence(80, 2, {50, 50 + paid2});
-    rig.model.setAudit(87, 2, 0);
+    rig.model.setAudits(80, {{1, 100}, {2, 50}});
+    rig.model.setAudits(87, {{1, 4}, {2, 0}});
     rig.model.setActivity(0);
     rig.model.onAny(80, DeviceModel::data(QByteArray()));
     rig.model.onAny(85, DeviceModel::data(QByteArray()));
@@ -72,6 +68,15 @@ sim::Config payoutRecycler(int count2 = 250)
     c.hoppers[1].count = count2;
     c.hoppers[4].enabled = true;
     c.hoppers[4].count = 100;
+    return c;
+}
+
+// Before a payout hopper1 has counted 100 coins paid out and 4 purged, hopper2 50 and 0.
+sim::Config countedRecycler()
+{
+    sim::Config c = payoutRecycler();
+    c.auditCounters[80] = {{1, 100}, {2, 50}};
+    c.auditCounters[87] = {{1, 4}, {2, 0}};
     return c;
 }
 
@@ -151,14 +156,12 @@ private slots:
     void refusesAmountsOutsideThirtyTwoBits();
 };
 
-// Scripted: the log and the snapshot show preset counters, which the simulator cannot be given.
 void TestPayout::patternOfOneDenomination()
 {
-    Rig rig;
-    prepare(rig, 3, 0);
+    PayoutRig rig(countedRecycler());
     testsupport::LogCapture log;
     const SumDetailed paid = rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
-    QCOMPARE(rig.serial.writes,
+    QCOMPARE(rig.writes(),
              counterReads({1, 2}) + frames({req(85, bytes({0x01, 0x03})), req(123)}) + counterReads({1, 2}));
     QCOMPARE(paid.denoms, denoms({{500, 0}, {1000, 3}}));
     QCOMPARE(paid.rest, 0LL);
@@ -168,18 +171,16 @@ void TestPayout::patternOfOneDenomination()
     QCOMPARE(rig.changer.lastSnapshot(), denoms({{500, 50}, {1000, 104}}));
 }
 
-// Scripted: the snapshot shows preset counters, which the simulator cannot be given.
 void TestPayout::patternWaitsTwoPollsPerCoin()
 {
-    Rig rig;
-    prepare(rig, 3, 0);
-    rig.model.setActivity(8);
+    PayoutRig rig(countedRecycler());
+    rig.stuckPaying();
     QCOMPARE(thrownText<CcTalk::Exception>([&] {
                  rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
              }),
              QStringLiteral("Таймаут ожидания завершения выдачи монет"));
     QCOMPARE(rig.changer.sleeps.size(), 66);
-    QVERIFY(rig.serial.writes.contains(req(85, bytes({0x01, 0x03}))));
+    QVERIFY(rig.writes().contains(req(85, bytes({0x01, 0x03}))));
     // the snapshot stays for a later look at what came out
     QCOMPARE(rig.changer.lastSnapshot(), denoms({{500, 50}, {1000, 104}}));
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 3}}));
@@ -363,13 +364,11 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{QStringLiteral("Выдано 0.00")});
 }
 
-// Scripted: a counter going down; the simulator's counters only count up.
 void TestPayout::counterGoingDownCountsAsZero()
 {
-    Rig rig;
-    prepare(rig, 0, 0);
-    rig.model.setAuditSequence(80, 1, {100, 90});
-    rig.model.setAuditSequence(80, 2, {50, 52});
+    PayoutRig rig(countedRecycler());
+    // hopper1's counter reads 100 before the payout and 90 after it
+    rig.beforeAnswer(85, [&rig] { rig.device().setAuditCounter(80, 1, 90); });
     const SumDetailed paid = rig.changer.cashOut(coins({{500, 2}}));
     QCOMPARE(paid.denoms, denoms({{500, 2}, {1000, 0}}));
 }
@@ -382,13 +381,13 @@ void TestPayout::lastCashOutKeepsItsSnapshot()
     QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 2}}));
 
     // a denomination missing from the snapshot counts from zero
-    // (scripted: the simulator's counters count only the coins it moved)
-    Rig fresh;
+    sim::Config config = payoutRecycler();
+    config.auditCounters[80][1] = 6;
+    config.auditCounters[87][1] = 1;
+    PayoutRig fresh(config);
     fresh.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 1000)});
-    fresh.model.setAudit(80, 1, 6);
-    fresh.model.setAudit(87, 1, 1);
     QCOMPARE(fresh.changer.getLastCashOut().denoms, denoms({{1000, 7}}));
-    QCOMPARE(fresh.serial.writes, counterReads({1}));
+    QCOMPARE(fresh.writes(), counterReads({1}));
 }
 
 void TestPayout::lostPatternAnswerIsNotRepeated()
@@ -534,7 +533,7 @@ void TestPayout::refusesLongSingleHopperPayout()
 void TestPayout::refusesAmountsOutsideThirtyTwoBits()
 {
     Rig rig;
-    prepare(rig, 0, 0);
+    prepare(rig);
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(ECashControl::Optimal, -500); }),
              QStringLiteral("Некорректная сумма"));

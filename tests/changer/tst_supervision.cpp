@@ -1,5 +1,4 @@
 #include "cctalk/exception.h"
-#include "devicemodel.h"
 #include "support/columns.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
@@ -211,7 +210,7 @@ void TestSupervision::linkFailureDuringCheckLeavesTheResetFlag()
     QVERIFY(!RecordingChanger::resetPending());
 
     rig.device().setErrorStatus(1, 104);
-    rig.beforeAnswer(122, [] {});
+    rig.removeHook(122);
     rig.beforeAnswer(232, [&rig] { rig.line.dropAnswersTo(232, 1); });
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.checkError(); }), QStringLiteral("Нет связи"));
     QVERIFY(!RecordingChanger::resetPending());
