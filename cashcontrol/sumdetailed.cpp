@@ -43,4 +43,19 @@ QString formatAmount(long long amount)
     return negative ? QLatin1Char('-') + text : text;
 }
 
+QString paidSuffix(long long amount)
+{
+    return QStringLiteral("; выдано ") + formatAmount(amount);
+}
+
+QString paidAtLeastSuffix(long long amount)
+{
+    return QStringLiteral("; выдано не менее ") + formatAmount(amount);
+}
+
+QString paidUnknownSuffix()
+{
+    return QStringLiteral("; выдано: неизвестно");
+}
+
 } // namespace cashcontrol

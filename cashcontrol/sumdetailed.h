@@ -27,4 +27,11 @@ namespace cashcontrol {
 // "-5.00"), exact for every 64-bit value.
 QString formatAmount(long long amount);
 
+// The end of the message of a payout that failed after its command went out, telling
+// what came out: "; выдано 11.00", "; выдано не менее 4.00" when the device was still
+// paying, "; выдано: неизвестно" when its counters could not tell.
+QString paidSuffix(long long amount);
+QString paidAtLeastSuffix(long long amount);
+QString paidUnknownSuffix();
+
 } // namespace cashcontrol

@@ -208,13 +208,55 @@ void Changer::loadCashUnits()
 
 void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
 {
-    // The new session's baseline would swallow the coins an open session has not read yet.
-    if (coinsPending)
+    // The new session's baseline would swallow the coins an open session has not read yet;
+    // a host that starts again from its received() slot opens one more.
+    while (coinsPending)
         cashInStop();
     logInfo(QStringLiteral("Режим приема монет: ") +
             (fast ? QStringLiteral("ускоренный") : QStringLiteral("нормальный")));
     exec(ModVarSet(fast ? 255 : 0));
+    const unsigned short mask = enableMask(excluded);
 
+    // The baseline is read while every position is still inhibited, so no coin can enter
+    // between it and the enable, however often either exchange is repeated.
+    lastCoinCounts.clear();
+    lastCoinCounts.update(readCoinCounts(), msecsNow());
+    ++session;
+    coinsPending = true;
+    SumDetailed coins;
+    try {
+        enableCoins(mask);
+        // A device that restarts its counters on enable shows it here; what they counted
+        // from 0 came in after the enable.
+        coins = readNewCoins(CoinCounts::FromZero);
+    } catch (const Exception&) {
+        // The enable may have reached the device: the session stays open, without polls,
+        // for the closing that reads what it took.
+        if (coinsPending)
+            inhibitAfterFailedPoll();
+        throw;
+    }
+    accepting = true;
+    pollTimer->start();
+    reportCoins(coins);
+}
+
+void Changer::enableCoins(unsigned short mask)
+{
+    try {
+        exec(ModInhibitStatus(mask));
+    } catch (const NakException&) {
+        // Refused, not carried out: nothing was enabled.
+        coinsPending = false;
+        throw;
+    } catch (const BusyException&) {
+        coinsPending = false;
+        throw;
+    }
+}
+
+unsigned short Changer::enableMask(const QSet<unsigned int>& excluded)
+{
     QSet<unsigned int> allowed = acceptableDenoms;
     allowed.subtract(excluded);
     unsigned short mask = 0;
@@ -230,26 +272,7 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
             names << text;
     }
     logInfo(QStringLiteral("Доступные номиналы: ") + names.join(QStringLiteral(", ")));
-
-    lastCoinCounts.clear();
-    exec(ModInhibitStatus(mask));
-    // The counters as the session starts: only coins counted after this are the
-    // session's. Some devices restart their counters when positions are enabled,
-    // others keep them, so they are read once enabling is done; a coin takes far
-    // longer to pass the coin path than this one exchange.
-    try {
-        lastCoinCounts.update(readCoinCounts(), msecsNow());
-    } catch (const Exception&) {
-        // No baseline, no session: the acceptor must not take coins nobody counts.
-        try {
-            exec(ModInhibitStatus(0));
-        } catch (const Exception&) {
-        }
-        throw;
-    }
-    accepting = true;
-    coinsPending = true;
-    pollTimer->start();
+    return mask;
 }
 
 CoinCounts::Counters Changer::readCoinCounts()
@@ -260,16 +283,27 @@ CoinCounts::Counters Changer::readCoinCounts()
 
 void Changer::cashInStop()
 {
+    closeSession(true);
+}
+
+void Changer::closeSession(bool checkErrors)
+{
     accepting = false;
     pollTimer->stop();
     exec(ModInhibitStatus(0));
-    waitNotState(ReqActivityRegResp::CoinAcceptance, 300, QStringLiteral("завершения приема монет"), true);
+    waitNotState(ReqActivityRegResp::CoinAcceptance, 300, QStringLiteral("завершения приема монет"),
+                 checkErrors);
     if (!coinsPending)
         return;
     // The last read also follows a failed poll: the counters kept are those of the last
     // good one. If it fails the coins stay pending and a repeated stop reads them.
-    reportNewCoins();
+    const SumDetailed coins = readNewCoins();
+    // Closed before the host hears of its coins: its slot may start the next session.
     coinsPending = false;
+    const quint64 closed = session;
+    reportCoins(coins);
+    if (session != closed || !checkErrors)
+        return;
     try {
         checkError();
     } catch (const std::exception& e) {
@@ -277,39 +311,65 @@ void Changer::cashInStop()
     }
 }
 
-void Changer::reportNewCoins()
+SumDetailed Changer::readNewCoins(CoinCounts::Restart restart)
 {
-    const CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow());
-    if (!step.rebased.isEmpty()) {
-        QStringList changes;
-        for (auto it = step.rebased.constBegin(); it != step.rebased.constEnd(); ++it)
-            changes << QStringLiteral("позиция %1: %2 -> %3")
-                           .arg(unsigned(it.key()))
-                           .arg(it.value().first)
-                           .arg(it.value().second);
-        logWarn(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
-                               "(сброс устройства или искаженный ответ): ") +
-                changes.join(QStringLiteral(", ")));
+    CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow(), restart);
+    // A jump is believed only when a second reading right after it agrees.
+    for (int again = 0; again < 2 && !step.unconfirmed.isEmpty(); ++again) {
+        const CoinCounts::Step next = lastCoinCounts.update(readCoinCounts(), msecsNow(), restart);
+        logJumps(QStringLiteral("Показание счетчиков монет не подтверждено, отброшено: "), next.discarded);
+        step = next;
+    }
+    if (restart == CoinCounts::FromZero && !step.rebased.isEmpty()) {
+        logInfo(QStringLiteral("Счетчики монет начаты устройством заново при разрешении приема"));
+    } else {
+        logJumps(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
+                                "(сброс устройства или искаженный ответ): "),
+                 step.rebased);
     }
     SumDetailed sum;
     for (auto it = step.added.constBegin(); it != step.added.constEnd(); ++it)
         sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
-    if (!sum.denoms.isEmpty() || sum.rest != 0 || sum.extra != 0) {
-        logInfo(QStringLiteral("Принято: ") + sum.toString());
-        emit received(sum);
-    }
+    return sum;
+}
+
+void Changer::logJumps(const QString& heading, const CoinCounts::Jumps& jumps)
+{
+    if (jumps.isEmpty())
+        return;
+    QStringList changes;
+    for (auto it = jumps.constBegin(); it != jumps.constEnd(); ++it)
+        changes << QStringLiteral("позиция %1: %2 -> %3")
+                       .arg(unsigned(it.key()))
+                       .arg(it.value().first)
+                       .arg(it.value().second);
+    logWarn(heading + changes.join(QStringLiteral(", ")));
+}
+
+void Changer::reportCoins(const SumDetailed& coins)
+{
+    if (coins.denoms.isEmpty() && coins.rest == 0 && coins.extra == 0)
+        return;
+    logInfo(QStringLiteral("Принято: ") + coins.toString());
+    emit received(coins);
 }
 
 void Changer::checkMoneyIn()
 {
+    const quint64 polled = session;
+    const bool open = coinsPending;
     try {
-        reportNewCoins();
+        const SumDetailed coins = readNewCoins();
+        reportCoins(coins);
+        // The host's slot stopped or started acceptance: that is its session now.
+        if (session != polled || open != coinsPending)
+            return;
         checkError();
         if (accepting)
             pollTimer->start();
     } catch (const std::exception& e) {
         emit error(QStringLiteral("Монетоприемник: ") + QString::fromUtf8(e.what()));
-        if (accepting)
+        if (accepting && session == polled)
             inhibitAfterFailedPoll();
     }
 }
@@ -347,6 +407,7 @@ void Changer::checkState()
     if (activity.checkFlag(ReqActivityRegResp::CoinAcceptance))
         cashInStop();
     waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выдачи монет"), true);
+    reportFinishedPayout();
     checkError();
 }
 
@@ -409,6 +470,10 @@ void Changer::resetIfNeeded()
 {
     if (!needReset)
         return;
+    // A reset restarts the coins-in counters: an open session is closed first. The fault
+    // that asked for the reset is still flagged, so the closing does not check for it.
+    if (coinsPending)
+        closeSession(false);
     logInfo(QStringLiteral("Выполняется сброс"));
     exec(Reset());
     // Only after the reset went through: a failed one is tried again next time.
@@ -467,10 +532,12 @@ SumDetailed Changer::cashOut(ECashControl::ChangeMode mode, long long sum)
     // The payout command carries the amount in 32 bits.
     if (sum < 0 || sum > 0xFFFFFFFFLL)
         refuseAmount();
-    snapshot = getHoppersCounters();
+    takeSnapshot();
     exec(SetChangeAlgorithm(mode == ECashControl::Optimal ? SetChangeAlgorithm::Balanced
                                                           : SetChangeAlgorithm::LargestFirst));
-    return payOut(PayMoneyOut(static_cast<unsigned int>(sum)), 300);
+    PayoutPlan plan;
+    plan.amount = sum;
+    return payOut(PayMoneyOut(static_cast<unsigned int>(sum)), 300, plan);
 }
 
 SumDetailed Changer::cashOut(SumDetailed coins)
@@ -510,7 +577,8 @@ SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
     }
     // The pattern is planned before anything is sent, so that a request too long for
     // one frame never reaches the device.
-    QList<QPair<unsigned char, long long>> plan;
+    QList<QPair<unsigned char, long long>> pairs;
+    PayoutPlan plan;
     long long bytes = 0;
     for (const unsigned int denom : order) {
         QList<CashControlUnit> hoppers = byDenom.value(denom);
@@ -518,6 +586,7 @@ SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
             std::stable_sort(hoppers.begin(), hoppers.end(), fuller);
         QList<long long> counts;
         long long left = coins.denoms.value(denom);
+        plan.coins.denoms[denom] = left;
         for (const CashControlUnit& hopper : hoppers) {
             const long long n = std::min(left, std::max(hopper.count, 0LL));
             counts.append(n);
@@ -530,97 +599,158 @@ SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
             bytes += patternBytes(counts.at(i));
             if (bytes > maxFrameData)
                 refuseAmount();
-            plan.append(qMakePair(hopperNumber(hoppers.at(i).name), counts.at(i)));
+            pairs.append(qMakePair(hopperNumber(hoppers.at(i).name), counts.at(i)));
         }
     }
 
-    snapshot = getHoppersCounters();
+    takeSnapshot();
     DispenseHopperPattern pattern;
     int polls = 60;
-    for (const auto& entry : plan) {
+    for (const auto& entry : pairs) {
         pattern.addCount(entry.first, entry.second);
         polls += static_cast<int>(2 * entry.second);
     }
-    return payOut(pattern, polls);
+    return payOut(pattern, polls, plan);
 }
 
 SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
 {
     if (patternBytes(count) > maxFrameData)
         refuseAmount();
-    snapshot = getHoppersCounters();
+    takeSnapshot();
     DispenseHopperPattern pattern;
     pattern.addCount(hopper, count);
-    return payOut(pattern, static_cast<int>(60 + 2 * count));
+    PayoutPlan plan;
+    const QList<CashControlUnit> known = units;
+    for (const CashControlUnit& unit : known) {
+        if (unit.type == cashunits::hopperType && hopperNumber(unit.name) == hopper)
+            plan.coins.denoms[unit.denom] = count;
+    }
+    return payOut(pattern, static_cast<int>(60 + 2 * count), plan);
 }
 
-SumDetailed Changer::payOut(const Request& command, int polls)
+bool Changer::PayoutPlan::matches(const SumDetailed& paid) const
 {
-    try {
-        exec(command);
-    } catch (const Exception&) {
-        // After a lost answer the device may be paying still.
-        reportFailedPayout(polls);
-        throw;
+    if (amount >= 0)
+        return paid.sum() == amount;
+    if (coins.denoms.isEmpty())
+        return false;
+    QMap<unsigned int, long long> all = paid.denoms;
+    for (auto it = coins.denoms.constBegin(); it != coins.denoms.constEnd(); ++it)
+        all[it.key()];
+    for (auto it = all.constBegin(); it != all.constEnd(); ++it) {
+        if (it.value() != coins.denoms.value(it.key(), 0))
+            return false;
     }
+    return true;
+}
+
+void Changer::takeSnapshot()
+{
+    reportFinishedPayout();
+    snapshot = readDispenseCounters();
+}
+
+SumDetailed Changer::payOut(const Request& command, int polls, const PayoutPlan& plan)
+{
+    QString failure;
+    bool paying = false;
     try {
+        sendPayout(command);
         waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), true);
         return getLastCashOut();
     } catch (const Exception& e) {
-        reportFailedPayout(timedOut(e) ? 0 : polls);
-        throw;
+        failure = e.message();
+        // A wait that ran out its polls is not repeated.
+        paying = timedOut(e);
     }
+    return afterFailedPayout(failure, paying, polls, plan);
 }
 
-void Changer::reportFailedPayout(int polls)
+void Changer::sendPayout(const Request& command)
 {
-    // Measured from the counters once the device has stopped paying, so that the till
-    // can be reconciled from the log. A wait that ran out its polls is not repeated.
-    if (polls > 0) {
-        try {
-            waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), false);
-        } catch (const Exception&) {
-        }
-    }
     try {
-        logWarn(QStringLiteral("Выдано ") + getLastCashOut().toString());
-    } catch (const Exception&) {
-        logWarn(QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны"));
-    }
-}
-
-SumDetailed Changer::purge(unsigned char hopper)
-{
-    snapshot = getHoppersCounters();
-    try {
-        exec(PurgeHopper(hopper, 0));
+        exec(command);
     } catch (const NakException&) {
-        reportFailedPayout(2000);
         throw;
     } catch (const BusyException&) {
-        reportFailedPayout(2000);
         throw;
     } catch (const Exception&) {
-        // The answer was lost, not necessarily the command, and the command is never
-        // sent twice: the device tells whether it is purging or has purged.
+        // The answer was lost, not necessarily the command, and the command is never sent
+        // twice. A purge's end is not known in advance: the device tells whether it is
+        // purging or has purged.
+        if (command.getHeader() != Header::purgeHopper)
+            throw;
         bool purging = false;
         try {
             purging = payoutSeen();
         } catch (const Exception&) {
         }
-        if (!purging) {
-            reportFailedPayout(2000);
+        if (!purging)
             throw;
-        }
         logWarn(QStringLiteral("Ответ на команду потерян, устройство ее выполняет"));
     }
+}
+
+SumDetailed Changer::afterFailedPayout(const QString& failure, bool paying, int polls, const PayoutPlan& plan)
+{
+    // Measured from the counters once the device has stopped paying.
+    if (!paying)
+        paying = !waitPayoutEnd(polls);
+    DispenseCounters::Difference paid;
+    bool read = true;
     try {
-        waitNotState(ReqActivityRegResp::Payout, 2000, payoutWaitText(), true);
-        return getLastCashOut();
-    } catch (const Exception& e) {
-        reportFailedPayout(timedOut(e) ? 0 : 2000);
-        throw;
+        paid = readDispenseCounters().since(snapshot);
+    } catch (const Exception&) {
+        read = false;
     }
+    if (!read || !paid.known) {
+        logWarn(read ? QStringLiteral("Выдано: неизвестно, счетчики хопперов сброшены")
+                     : QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны"));
+        throw Exception(failure + cashcontrol::paidUnknownSuffix(), getName());
+    }
+    if (paying) {
+        payoutUnfinished = true;
+        logWarn(QStringLiteral("Выдано не менее ") + paid.coins.toString());
+        throw Exception(failure + cashcontrol::paidAtLeastSuffix(paid.coins.sum()), getName());
+    }
+    if (plan.matches(paid.coins)) {
+        logWarn(QStringLiteral("Выдача выполнена полностью, несмотря на ошибку: ") + failure);
+        return paid.coins;
+    }
+    logWarn(QStringLiteral("Выдано ") + paid.coins.toString());
+    throw Exception(failure + cashcontrol::paidSuffix(paid.coins.sum()), getName());
+}
+
+bool Changer::waitPayoutEnd(int polls)
+{
+    try {
+        waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), false);
+        return true;
+    } catch (const Exception&) {
+        return false;
+    }
+}
+
+void Changer::reportFinishedPayout()
+{
+    if (!payoutUnfinished)
+        return;
+    const ReqActivityRegResp activity(exec(ReqActivityReg()));
+    if (activity.checkFlag(ReqActivityRegResp::Payout))
+        return;
+    const DispenseCounters::Difference paid = readDispenseCounters().since(snapshot);
+    payoutUnfinished = false;
+    if (paid.known)
+        logWarn(QStringLiteral("Выдача завершена, выдано ") + paid.coins.toString());
+    else
+        logWarn(QStringLiteral("Выдача завершена, выдано: неизвестно, счетчики хопперов сброшены"));
+}
+
+SumDetailed Changer::purge(unsigned char hopper)
+{
+    takeSnapshot();
+    return payOut(PurgeHopper(hopper, 0), 2000, PayoutPlan());
 }
 
 bool Changer::payoutSeen()
@@ -628,23 +758,16 @@ bool Changer::payoutSeen()
     const ReqActivityRegResp activity(exec(ReqActivityReg()));
     if (activity.checkFlag(ReqActivityRegResp::Payout))
         return true;
-    const SumDetailed paid = getLastCashOut();
-    for (auto it = paid.denoms.constBegin(); it != paid.denoms.constEnd(); ++it) {
-        if (it.value() > 0)
-            return true;
-    }
-    return false;
+    const DispenseCounters::Difference paid = readDispenseCounters().since(snapshot);
+    return !paid.known || paid.coins.sum() != 0;
 }
 
 SumDetailed Changer::getLastCashOut()
 {
-    const QMap<unsigned int, long long> now = getHoppersCounters();
-    SumDetailed paid;
-    for (auto it = now.constBegin(); it != now.constEnd(); ++it) {
-        const long long difference = it.value() - snapshot.value(it.key(), 0);
-        paid.denoms[it.key()] = difference < 0 ? 0 : difference;
-    }
-    return paid;
+    const DispenseCounters::Difference paid = readDispenseCounters().since(snapshot);
+    if (!paid.known)
+        throwError<Exception>(QStringLiteral("Счетчики выдачи сброшены устройством"));
+    return paid.coins;
 }
 
 SumDetailed Changer::getAcceptedCounters()
@@ -660,18 +783,24 @@ SumDetailed Changer::getAcceptedCounters()
 
 QMap<unsigned int, long long> Changer::getHoppersCounters()
 {
-    QMap<unsigned int, long long> counters;
+    return readDispenseCounters().totals();
+}
+
+DispenseCounters Changer::readDispenseCounters()
+{
+    DispenseCounters counters;
     QStringList entries;
     const QList<CashControlUnit> known = units;
     for (const CashControlUnit& unit : known) {
         if (unit.type != cashunits::hopperType)
             continue;
-        const unsigned char hopper = hopperNumber(unit.name);
-        const ReqAuditCounterResp paidOut(exec(ReqAuditCounter(paidOutGroup, hopper)));
-        counters[unit.denom] += paidOut.value();
-        const ReqAuditCounterResp purged(exec(ReqAuditCounter(purgedGroup, hopper)));
-        counters[unit.denom] += purged.value();
-        const long long total = static_cast<long long>(paidOut.value()) + purged.value();
+        DispenseCounters::Hopper hopper;
+        hopper.number = hopperNumber(unit.name);
+        hopper.denom = unit.denom;
+        hopper.paidOut = ReqAuditCounterResp(exec(ReqAuditCounter(paidOutGroup, hopper.number))).value();
+        hopper.purged = ReqAuditCounterResp(exec(ReqAuditCounter(purgedGroup, hopper.number))).value();
+        counters.add(hopper);
+        const long long total = static_cast<long long>(hopper.paidOut) + hopper.purged;
         entries << QStringLiteral("%1 x %2").arg(amountText(unit.denom), QString::number(total));
     }
     logInfo(QStringLiteral("Счетчики хопперов: ") + entries.join(QStringLiteral(", ")));

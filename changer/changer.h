@@ -6,6 +6,7 @@
 #include "cashcontrol/sumdetailed.h"
 #include "cctalk/device.h"
 #include "changer/coincounts.h"
+#include "changer/dispensecounters.h"
 
 #include <QList>
 #include <QMap>
@@ -94,31 +95,60 @@ protected:
     Timer* pollTimer;
     QMap<unsigned char, unsigned int> coinDenoms;
     int reserved;
-    QMap<unsigned int, long long> snapshot;
+    // The hoppers' dispense counters just before the last payout command.
+    DispenseCounters snapshot;
     bool accepting;
     QString delayedError;
-    // From the start of an acceptance session until a stop has read its last coins,
-    // whether polling goes on, has failed, or a stop failed before its last read.
+    // From the moment a session may have enabled the acceptor until a stop has read its
+    // last coins, whether polling goes on, has failed, or a stop failed before its last read.
     bool coinsPending = false;
+    // Counts the sessions started: a poll or a stop whose host slot started another one
+    // leaves that one alone.
+    quint64 session = 0;
+    // A payout the driver stopped waiting for while the device still paid; the next
+    // operation that finds it finished logs what it paid in the end.
+    bool payoutUnfinished = false;
 
     // Set by a fault raised as an exception; the next init() or checkState() resets
     // the device first.
     static bool needReset;
 
 private:
+    // What a payout asks for: coins by denomination, or an amount the device splits.
+    struct PayoutPlan
+    {
+        SumDetailed coins;
+        long long amount = -1;
+        bool matches(const SumDetailed& paid) const;
+    };
+
     QString describeUnit(unsigned char unit);
     void refuseAmount() const;
+    unsigned short enableMask(const QSet<unsigned int>& excluded);
+    void enableCoins(unsigned short mask);
     CoinCounts::Counters readCoinCounts();
-    // Reads the coins-in counters and reports the coins added since the last read.
-    void reportNewCoins();
+    // Reads the coins-in counters into the session's baseline and returns the coins
+    // added since the last read; an odd reading is read once more at once.
+    SumDetailed readNewCoins(CoinCounts::Restart restart = CoinCounts::FromReading);
+    void logJumps(const QString& heading, const CoinCounts::Jumps& jumps);
+    void reportCoins(const SumDetailed& coins);
     void inhibitAfterFailedPoll();
     // Ends a session whose polling has stopped, with the last read of its coins.
     void closeStalledSession();
+    // Inhibits the acceptor, waits for the coin path and reads the session's last coins.
+    void closeSession(bool checkErrors);
     bool payoutSeen();
-    // Sends the payout command and waits for the payout to end. A failure after the
-    // command went out logs what came out before it passes on.
-    SumDetailed payOut(const Request& command, int polls);
-    void reportFailedPayout(int polls);
+    DispenseCounters readDispenseCounters();
+    // Logs once what an unfinished payout paid, when the device no longer pays.
+    void reportFinishedPayout();
+    void takeSnapshot();
+    // Sends the payout command, waits for the payout to end and measures it. After a
+    // failure on the way, a payout that came out as planned is still a payout; otherwise
+    // the failure is thrown with what came out.
+    SumDetailed payOut(const Request& command, int polls, const PayoutPlan& plan);
+    void sendPayout(const Request& command);
+    SumDetailed afterFailedPayout(const QString& failure, bool paying, int polls, const PayoutPlan& plan);
+    bool waitPayoutEnd(int polls);
 };
 
 } // namespace CcTalk

@@ -26,30 +26,58 @@ void CoinCounts::clear()
 {
     baseline.clear();
     lastAt = 0;
+    candidate.clear();
+    candidateJumps.clear();
 }
 
-CoinCounts::Step CoinCounts::update(const Counters& counts, qint64 atMsecs)
+void CoinCounts::accept(const Counters& counts, qint64 atMsecs)
+{
+    for (auto it = counts.constBegin(); it != counts.constEnd(); ++it)
+        baseline[it.key()] = it.value() % counterRange;
+    lastAt = atMsecs;
+    candidate.clear();
+    candidateJumps.clear();
+}
+
+CoinCounts::Step CoinCounts::update(const Counters& counts, qint64 atMsecs, Restart restart)
 {
     Step step;
-    const bool first = baseline.isEmpty();
+    if (baseline.isEmpty()) {
+        accept(counts, atMsecs);
+        return step;
+    }
     const unsigned int limit = maxCoins(atMsecs - lastAt);
+    Jumps jumps;
     for (auto it = counts.constBegin(); it != counts.constEnd(); ++it) {
-        const unsigned int now = it.value() % counterRange;
-        if (first || !baseline.contains(it.key())) {
-            baseline[it.key()] = now;
+        if (!baseline.contains(it.key()))
             continue;
-        }
+        const unsigned int now = it.value() % counterRange;
         const unsigned int before = baseline.value(it.key());
         const unsigned int added = (now + counterRange - before) % counterRange;
-        baseline[it.key()] = now;
-        if (added == 0)
-            continue;
         if (added > limit)
-            step.rebased[it.key()] = qMakePair(before, now);
-        else
+            jumps[it.key()] = qMakePair(before, now);
+        else if (added != 0)
             step.added[it.key()] = added;
     }
-    lastAt = atMsecs;
+    if (!jumps.isEmpty() && counts != candidate) {
+        // Held back until the next reading says the same.
+        step.discarded = candidateJumps;
+        step.added.clear();
+        step.unconfirmed = jumps;
+        candidate = counts;
+        candidateJumps = jumps;
+        return step;
+    }
+    if (counts != candidate)
+        step.discarded = candidateJumps;
+    step.rebased = jumps;
+    if (restart == FromZero) {
+        for (auto it = jumps.constBegin(); it != jumps.constEnd(); ++it) {
+            if (it.value().second < it.value().first && it.value().second > 0 && it.value().second <= limit)
+                step.added[it.key()] = it.value().second;
+        }
+    }
+    accept(counts, atMsecs);
     return step;
 }
 

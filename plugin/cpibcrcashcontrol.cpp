@@ -247,10 +247,10 @@ SumDetailed CpiBcrCashControl::pickup(const QString& unitName, ECashControl::Uni
             result = changer->purge(number);
             try {
                 changer->setHopperCount(number, 0);
-            } catch (const CcTalk::Exception&) {
+            } catch (const CcTalk::Exception& e) {
                 // The coins are out although the call fails.
                 logging::warn(logger, QStringLiteral("Выдано ") + result.toString());
-                throw;
+                throw CcTalk::Exception(e.message() + cashcontrol::paidSuffix(result.sum()), e.deviceName());
             }
             break;
         case ECashControl::DispensePickupSum:
@@ -398,10 +398,11 @@ void CpiBcrCashControl::reportPaid(const SumDetailed& paid, long long amount) co
 void CpiBcrCashControl::checkPaid(const SumDetailed& paid, long long amount) const
 {
     if (paid.sum() > amount) {
-        throwError(QStringLiteral("Выдано больше монет"), true);
+        throwError(QStringLiteral("Выдано больше монет") + cashcontrol::paidSuffix(paid.sum()), true);
     }
     if (paid.sum() < amount) {
-        throwError(QStringLiteral("Недостаточно монет для выдачи"), true);
+        throwError(QStringLiteral("Недостаточно монет для выдачи") + cashcontrol::paidSuffix(paid.sum()),
+                   true);
     }
 }
 

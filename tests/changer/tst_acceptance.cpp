@@ -70,7 +70,7 @@ private slots:
     void startFastWithAnExcludedDenomination();
     void positionsBeyondTheRegisterAreNotEnabled();
     void startFailureLeavesAcceptanceNotStarted();
-    void baselineFailureInhibitsAgain();
+    void baselineFailureEnablesNothing();
     void firstPollCountsFromTheStartOfTheSession();
     void unchangedCountersReportNothing();
     void positionsOfOneDenominationAddUp();
@@ -91,6 +91,15 @@ private slots:
     void pollWithoutAcceptingDoesNotRearm();
     void timerDrivesThePolls();
     void receivedCanBeQueued();
+    void baselineIsReadBeforeTheEnable();
+    void coinDuringARepeatedEnableIsCounted();
+    void coinOfferedDuringARepeatedBaselineReadIsRefused();
+    void failedEnableLeavesASessionToClose();
+    void oddReadingCountsOnlyWhenConfirmed();
+    void singleOddReadingIsNeitherCountedNorABaseline();
+    void resetClosesAnArmedSessionFirst();
+    void hostStartingAgainFromItsSlotKeepsItsSession();
+    void hostRestartingFromAPollSlotKeepsItsSession();
 };
 
 void TestAcceptance::startEnablesEachRecycledDenominationOnce()
@@ -105,7 +114,7 @@ void TestAcceptance::startEnablesEachRecycledDenominationOnce()
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {});
     QCOMPARE(rig.serial.writes,
-             QList<QByteArray>({req(165, bytes({0})), req(231, bytes({0x03, 0x00})), req(82)}));
+             QList<QByteArray>({req(165, bytes({0})), req(82), req(231, bytes({0x03, 0x00})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")), QStringList({QStringLiteral("Режим приема монет: нормальный"),
                                                              QStringLiteral("Доступные номиналы: 10.00")}));
     QVERIFY(rig.changer.isAccepting());
@@ -126,7 +135,7 @@ void TestAcceptance::startFastWithAnExcludedDenomination()
     testsupport::LogCapture log;
     rig.changer.cashInStart(true, {500});
     QCOMPARE(rig.writes(),
-             QList<QByteArray>({req(165, bytes({0xFF})), req(231, bytes({0x09, 0x00})), req(82)}));
+             QList<QByteArray>({req(165, bytes({0xFF})), req(82), req(231, bytes({0x09, 0x00})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList({QStringLiteral("Режим приема монет: ускоренный"),
                           QStringLiteral("Доступные номиналы: 1.00, 10.00")}));
@@ -174,17 +183,17 @@ void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
     QVERIFY(!rig.changer.timer()->isActive());
 }
 
-// Without a baseline the session would count coins nobody can account for: the
-// acceptor is inhibited again and the start fails.
-void TestAcceptance::baselineFailureInhibitsAgain()
+// Without a baseline the session would count coins nobody can account for: it is read
+// before anything is enabled, and when it fails nothing is.
+void TestAcceptance::baselineFailureEnablesNothing()
 {
     StandardSimRig rig;
     rig.refuse(82);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStart(false, {}), CcTalk::NakException);
-    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(231, bytes({0x0F, 0x00})), req(82),
-                                              req(231, bytes({0, 0}))}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(82)}));
     QVERIFY(!rig.changer.isAccepting());
     QVERIFY(!rig.changer.timer()->isActive());
+    QVERIFY(!rig.changer.sessionOpen());
 }
 
 // The counters the device holds when the session starts are not the session's coins.
@@ -295,10 +304,12 @@ void TestAcceptance::corruptedCounterIsNeverReported()
     rig.model.setCoinsInSequence({{{1, 40000}}, {{1, 10}}, {{1, 11}}});
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
-    rig.changer.checkMoneyIn();
+    // the odd reading is read again at once, and the second reading does not confirm it
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 0);
-    QCOMPARE(log.texts(QStringLiteral("WARN")).size(), 2);
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral(
+                 "Показание счетчиков монет не подтверждено, отброшено: позиция 1: 10 -> 40000")});
     rig.changer.checkMoneyIn();
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}}));
@@ -577,9 +588,9 @@ void TestAcceptance::timerDrivesThePolls()
     config.coinAcceptMs = 1;
     StandardSimRig rig(config);
     // Coins land a millisecond after they are put in, within the answer that follows: the
-    // counter reads 0 at the start, then 1, 1 and 3.
+    // counter reads 0 before and after the enable, then 1, 1 and 3.
     rig.beforeAnswer(82, [&rig, n = 0]() mutable {
-        const int coins = n == 0 ? 1 : n == 2 ? 2 : 0;
+        const int coins = n == 1 ? 1 : n == 3 ? 2 : 0;
         for (int i = 0; i < coins; ++i)
             rig.device().insertCoin(1);
         ++n;
@@ -614,6 +625,226 @@ void TestAcceptance::receivedCanBeQueued()
     QCoreApplication::processEvents();
     QCOMPARE(delivered.size(), 1);
     QCOMPARE(delivered.at(0).denoms, denoms({{1000, 1}}));
+}
+
+// Every position is still inhibited when the baseline is read; the reading after the
+// enable shows a device that restarts its counters on enable.
+void TestAcceptance::baselineIsReadBeforeTheEnable()
+{
+    AcceptingRig rig;
+    land(rig, 1, 3);
+    rig.changer.cashInStop();
+    rig.line.clearTransactions();
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    testsupport::LogCapture log;
+    rig.changer.cashInStart(false, {});
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(82), req(231, bytes({0x0F, 0})),
+                                              req(82), req(82)}));
+    // the simulator restarted its counters on the enable: the second reading confirms it
+    QCOMPARE(rig.changer.lastCounts().value(1), 0u);
+    QCOMPARE(received.size(), 0);
+    QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
+    QCOMPARE(log.texts(QStringLiteral("INFO")).last(),
+             QStringLiteral("Счетчики монет начаты устройством заново при разрешении приема"));
+    land(rig, 1);
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}}));
+}
+
+// The enable's answer is lost and a coin lands while the driver waits to repeat it: the
+// coin is the session's, counted from the restarted counter.
+void TestAcceptance::coinDuringARepeatedEnableIsCounted()
+{
+    AcceptingRig rig;
+    land(rig, 1, 3);
+    rig.changer.cashInStop();
+    rig.beforeAnswer(231, [&rig, n = 0]() mutable {
+        if (n++ != 0)
+            return;
+        rig.line.dropAnswersTo(231, 1);
+        rig.line.at(rig.line.now() + 10, [&rig] { rig.device().insertCoin(2); });
+    });
+    const quint32 before = rig.device().auditCounter(70, 2);
+    rig.line.clearTransactions();
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    rig.changer.cashInStart(false, {});
+    QCOMPARE(rig.line.countHeader(231), 2);
+    QCOMPARE(rig.device().auditCounter(70, 2) - before, 1u);
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 1}}));
+    QVERIFY(rig.changer.timer()->isActive());
+    rig.changer.cashInStop();
+    QCOMPARE(received.size(), 1);
+}
+
+// While the baseline read is repeated every position is still inhibited: a coin offered
+// then is refused by the device, and nothing is reported.
+void TestAcceptance::coinOfferedDuringARepeatedBaselineReadIsRefused()
+{
+    StandardSimRig rig;
+    rig.beforeAnswer(82, [&rig, n = 0]() mutable {
+        if (n++ != 0)
+            return;
+        rig.line.dropAnswersTo(82, 1);
+        rig.line.at(rig.line.now() + 10, [&rig] { rig.device().insertCoin(2); });
+    });
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    rig.changer.cashInStart(false, {});
+    rig.line.advance(1000);
+    rig.changer.checkMoneyIn();
+    rig.changer.cashInStop();
+    QCOMPARE(rig.device().auditCounter(70, 2), 0u);
+    QCOMPARE(received.size(), 0);
+}
+
+// The enable may have reached the device although its answer never came: the start fails,
+// every position is inhibited again, and the session stays open until the usual closing
+// reads what it took.
+void TestAcceptance::failedEnableLeavesASessionToClose()
+{
+    StandardSimRig rig;
+    rig.beforeAnswer(231, [&rig, n = 0]() mutable {
+        if (n == 0) {
+            rig.line.dropAnswersTo(231, 1);
+            rig.line.at(rig.line.now() + 10, [&rig] { rig.device().insertCoin(2); });
+        } else if (n == 1) {
+            rig.line.setSilent(true);
+        }
+        ++n;
+    });
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashInStart(false, {}); }),
+             QStringLiteral("Нет связи"));
+    QVERIFY(rig.changer.sessionOpen());
+    QVERIFY(!rig.changer.timer()->isActive());
+    rig.line.setSilent(false);
+    rig.removeHook(231);
+    rig.changer.checkState();
+    QVERIFY(!rig.changer.sessionOpen());
+    QCOMPARE(rig.device().auditCounter(70, 2), 1u);
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 1}}));
+    QCOMPARE(rig.device().inhibitMask(), quint16(0));
+}
+
+// A restart of the counters in the middle of a session is believed only once a second
+// reading right after it agrees.
+void TestAcceptance::oddReadingCountsOnlyWhenConfirmed()
+{
+    AcceptingRig rig;
+    land(rig, 1, 5);
+    rig.changer.checkMoneyIn();
+    rig.device().restartCoinCounters();
+    rig.line.clearTransactions();
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    testsupport::LogCapture log;
+    rig.changer.timer()->stop();
+    rig.changer.checkMoneyIn();
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(82), req(82), req(123)}));
+    QCOMPARE(received.size(), 0);
+    QCOMPARE(significant(log),
+             QStringList{QStringLiteral("WARN Счетчики монет взяты за новую точку отсчета "
+                                        "(сброс устройства или искаженный ответ): позиция 1: 5 -> 0")});
+    QCOMPARE(rig.changer.lastCounts().value(1), 0u);
+}
+
+// A stale answer (counts lower than the last ones) between two true ones: the coins are
+// counted once, and the stale reading is dropped with a warning.
+void TestAcceptance::singleOddReadingIsNeitherCountedNorABaseline()
+{
+    Rig rig;
+    standard(rig);
+    rig.model.setCoinsIn({{1, 10}});
+    rig.changer.cashInStart(false, {});
+    rig.model.setCoinsInSequence({{{1, 12}}, {{1, 9}}, {{1, 13}}, {{1, 13}}});
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    testsupport::LogCapture log;
+    rig.changer.checkMoneyIn();
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 2);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
+    QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{100, 1}}));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{
+                 QStringLiteral("Показание счетчиков монет не подтверждено, отброшено: позиция 1: 12 -> 9")});
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 2);
+    QCOMPARE(rig.changer.lastCounts().value(1), 13u);
+}
+
+// A fault found outside the polls asks for a reset while a session is armed: the session
+// is closed, its last coins read and reported, before the reset restarts the counters.
+void TestAcceptance::resetClosesAnArmedSessionFirst()
+{
+    AcceptingRig rig;
+    land(rig, 2, 2);
+    QVERIFY(rig.changer.timer()->isActive());
+    RecordingChanger::setResetPending(true);
+    rig.line.clearTransactions();
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    rig.changer.checkState();
+    const QList<QByteArray> writes = rig.writes();
+    QCOMPARE(writes.mid(0, 4), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(1)}));
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 2}}));
+    QVERIFY(!rig.changer.sessionOpen());
+    QVERIFY(!rig.changer.timer()->isActive());
+    QVERIFY(!RecordingChanger::resetPending());
+}
+
+// The host starts acceptance again from its received() slot during a stop: the stop leaves
+// the new session as the slot made it, and its coins are read.
+void TestAcceptance::hostStartingAgainFromItsSlotKeepsItsSession()
+{
+    AcceptingRig rig;
+    land(rig, 2);
+    QList<SumDetailed> reports;
+    bool restarted = false;
+    QObject::connect(&rig.changer, &CcTalk::Changer::received, &rig.changer, [&](SumDetailed sum) {
+        reports << sum;
+        if (!restarted) {
+            restarted = true;
+            rig.changer.cashInStart(false, {});
+        }
+    });
+    rig.changer.cashInStop();
+    QCOMPARE(reports.size(), 1);
+    QVERIFY(rig.changer.sessionOpen());
+    QVERIFY(rig.changer.isAccepting());
+    QVERIFY(rig.changer.timer()->isActive());
+    QCOMPARE(rig.device().inhibitMask(), quint16(0x0F));
+    land(rig, 1);
+    rig.changer.cashInStop();
+    QCOMPARE(reports.size(), 2);
+    QCOMPARE(reports.at(1).denoms, denoms({{100, 1}}));
+    QVERIFY(!rig.changer.sessionOpen());
+}
+
+// The same from a poll: the poll that emitted leaves the session its slot started alone,
+// even when a fault it would have found is flagged.
+void TestAcceptance::hostRestartingFromAPollSlotKeepsItsSession()
+{
+    AcceptingRig rig;
+    land(rig, 2);
+    QList<SumDetailed> reports;
+    QObject::connect(&rig.changer, &CcTalk::Changer::received, &rig.changer, [&](SumDetailed sum) {
+        reports << sum;
+        if (reports.size() == 1) {
+            rig.changer.cashInStop();
+            rig.changer.cashInStart(false, {});
+            rig.device().setActivityBits(16);
+            rig.device().setErrorStatus(3, 2);
+        }
+    });
+    QSignalSpy errors(&rig.changer, &CcTalk::Changer::error);
+    rig.changer.timer()->stop();
+    rig.changer.checkMoneyIn();
+    QCOMPARE(reports.size(), 1);
+    QCOMPARE(errors.size(), 0);
+    QVERIFY(rig.changer.sessionOpen());
+    QVERIFY(rig.changer.timer()->isActive());
+    QCOMPARE(rig.device().inhibitMask(), quint16(0x0F));
 }
 
 QTEST_GUILESS_MAIN(TestAcceptance)

@@ -44,10 +44,11 @@ private slots:
         QCOMPARE(CoinCounts::maxCoins(elapsed), coins);
     }
 
-    // Two readings 200 ms apart: what the second adds to the first.
+    // Two readings 200 ms apart: what the second adds to the first. A reading that jumps
+    // is held back until a third one, 50 ms later, says the same.
     void step_data()
     {
-        testsupport::columns<Counters, Counters, Counters, Rebased>("before", "after", "added", "rebased");
+        testsupport::columns<Counters, Counters, Counters, Rebased>("before", "after", "added", "jumps");
         QTest::newRow("unchanged") << at(5, 7) << at(5, 7) << Counters() << Rebased();
         QTest::newRow("one coin") << at(5, 7) << at(6, 7) << Counters{{1, 1}} << Rebased();
         QTest::newRow("both positions") << at(5, 7) << at(8, 9) << Counters{{1, 3}, {2, 2}} << Rebased();
@@ -69,30 +70,96 @@ private slots:
         QFETCH(Counters, before);
         QFETCH(Counters, after);
         QFETCH(Counters, added);
-        QFETCH(Rebased, rebased);
+        QFETCH(Rebased, jumps);
         CoinCounts counts;
         QVERIFY(!counts.hasBaseline());
         const CoinCounts::Step first = counts.update(before, 1000);
         QVERIFY(first.added.isEmpty());
         QVERIFY(first.rebased.isEmpty());
+        QVERIFY(first.unconfirmed.isEmpty());
         QVERIFY(counts.hasBaseline());
         const CoinCounts::Step second = counts.update(after, 1200);
-        QCOMPARE(second.added, added);
-        QCOMPARE(second.rebased, rebased);
+        QVERIFY(second.discarded.isEmpty());
+        if (jumps.isEmpty()) {
+            QCOMPARE(second.added, added);
+            QVERIFY(second.rebased.isEmpty());
+            QVERIFY(second.unconfirmed.isEmpty());
+            QVERIFY(!counts.pending());
+        } else {
+            // Nothing of an odd reading counts, and the baseline stays.
+            QVERIFY(second.added.isEmpty());
+            QVERIFY(second.rebased.isEmpty());
+            QCOMPARE(second.unconfirmed, jumps);
+            QVERIFY(counts.pending());
+            for (auto it = before.cbegin(); it != before.cend(); ++it)
+                QCOMPARE(counts.values().value(it.key()), it.value() % 65536);
+            const CoinCounts::Step third = counts.update(after, 1250);
+            QCOMPARE(third.added, added);
+            QCOMPARE(third.rebased, jumps);
+            QVERIFY(third.unconfirmed.isEmpty());
+            QVERIFY(third.discarded.isEmpty());
+            QVERIFY(!counts.pending());
+        }
         // Either way counting goes on from the new reading.
         for (auto it = after.cbegin(); it != after.cend(); ++it)
             QCOMPARE(counts.values().value(it.key()), it.value() % 65536);
     }
 
-    // After a re-baseline the next coins count normally.
+    // After a confirmed re-baseline the next coins count normally.
     void countingGoesOnAfterARestart()
     {
         CoinCounts counts;
         counts.update(at(300), 0);
-        QCOMPARE(counts.update(at(0), 200).rebased, (Rebased{{1, {300, 0}}}));
-        const CoinCounts::Step next = counts.update(at(2), 400);
+        QCOMPARE(counts.update(at(0), 200).unconfirmed, (Rebased{{1, {300, 0}}}));
+        QCOMPARE(counts.update(at(0), 220).rebased, (Rebased{{1, {300, 0}}}));
+        const CoinCounts::Step next = counts.update(at(2), 420);
         QCOMPARE(next.added, (Counters{{1, 2}}));
         QVERIFY(next.rebased.isEmpty());
+    }
+
+    // A stale answer (older, lower counts) or a garbled one, followed by the true reading:
+    // the odd one is dropped, the coins are counted once against the baseline.
+    void singleOddReadingIsDiscarded_data()
+    {
+        testsupport::columns<Counters, Counters, Counters>("odd", "next", "added");
+        QTest::newRow("stale") << at(95, 12) << at(101, 12) << Counters{{1, 1}};
+        QTest::newRow("zeros") << at(0, 0) << at(100, 13) << Counters{{2, 1}};
+        QTest::newRow("garbled") << at(40000, 12) << at(100, 12) << Counters();
+    }
+
+    void singleOddReadingIsDiscarded()
+    {
+        QFETCH(Counters, odd);
+        QFETCH(Counters, next);
+        QFETCH(Counters, added);
+        CoinCounts counts;
+        counts.update(at(100, 12), 0);
+        const CoinCounts::Step held = counts.update(odd, 200);
+        QVERIFY(held.added.isEmpty());
+        QVERIFY(!held.unconfirmed.isEmpty());
+        const CoinCounts::Step step = counts.update(next, 250);
+        QCOMPARE(step.added, added);
+        QCOMPARE(step.discarded, held.unconfirmed);
+        QVERIFY(step.rebased.isEmpty());
+        QVERIFY(!counts.pending());
+        QCOMPARE(counts.values(), next);
+    }
+
+    // Two odd readings that differ: the second waits for its own confirmation.
+    void oddReadingsMustAgree()
+    {
+        CoinCounts counts;
+        counts.update(at(57), 0);
+        QCOMPARE(counts.update(at(0), 200).unconfirmed, (Rebased{{1, {57, 0}}}));
+        const CoinCounts::Step second = counts.update(at(1), 250);
+        QCOMPARE(second.discarded, (Rebased{{1, {57, 0}}}));
+        QCOMPARE(second.unconfirmed, (Rebased{{1, {57, 1}}}));
+        QVERIFY(second.added.isEmpty());
+        QCOMPARE(counts.values().value(1), 57u);
+        const CoinCounts::Step third = counts.update(at(1), 300);
+        QCOMPARE(third.rebased, (Rebased{{1, {57, 1}}}));
+        QVERIFY(third.added.isEmpty());
+        QCOMPARE(counts.values().value(1), 1u);
     }
 
     // The bound is taken over the time since the previous reading.
@@ -101,7 +168,7 @@ private slots:
         CoinCounts counts;
         counts.update(at(100), 0);
         QCOMPARE(counts.update(at(400), 12000).added, (Counters{{1, 300}}));
-        QCOMPARE(counts.update(at(700), 12200).rebased, (Rebased{{1, {400, 700}}}));
+        QCOMPARE(counts.update(at(700), 12200).unconfirmed, (Rebased{{1, {400, 700}}}));
     }
 
     void positionWithoutBaselineOnlySetsIt()

@@ -142,7 +142,7 @@ private slots:
     void purgeWithLostAnswerWhileThePurgeRuns();
     void purgeWithLostAnswerAfterThePurgeEnded();
     void purgeWithLostAnswerThatNeverArrived();
-    void counterGoingDownCountsAsZero();
+    void counterGoingDownIsUnknown();
     void lastCashOutKeepsItsSnapshot();
     void lostPatternAnswerIsNotRepeated();
     void lostAmountAnswerIsNotRepeated();
@@ -154,6 +154,12 @@ private slots:
     void longestPatternStillGoes();
     void refusesLongSingleHopperPayout();
     void refusesAmountsOutsideThirtyTwoBits();
+    void unrelatedFaultDuringAFullPayout();
+    void counterAcrossItsWrap();
+    void countersOfOneDenominationDifferPerHopper();
+    void refusedPayoutCommandPaidNothing();
+    void countersUnreadableAfterThePayout();
+    void waitGaveUpWhileTheDevicePaid();
 };
 
 void TestPayout::patternOfOneDenomination()
@@ -178,7 +184,7 @@ void TestPayout::patternWaitsTwoPollsPerCoin()
     QCOMPARE(thrownText<CcTalk::Exception>([&] {
                  rig.changer.cashOut(coins({{1000, 3}, {500, 0}}));
              }),
-             QStringLiteral("Таймаут ожидания завершения выдачи монет"));
+             QStringLiteral("Таймаут ожидания завершения выдачи монет; выдано не менее 30.00"));
     QCOMPARE(rig.changer.sleeps.size(), 66);
     QVERIFY(rig.writes().contains(req(85, bytes({0x01, 0x03}))));
     // the snapshot stays for a later look at what came out
@@ -356,7 +362,8 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     rig.beforeAnswer(121, [&rig] { rig.line.setSilent(true); });
     rig.beforeAnswer(123, [&rig] { rig.line.setSilent(false); });
     testsupport::LogCapture log;
-    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.purge(2); }), QStringLiteral("Нет связи"));
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.purge(2); }),
+             QStringLiteral("Нет связи; выдано 0.00"));
     // the counters read once more for the log of what came out
     QCOMPARE(rig.writes(), counterReads({1, 2}) + frames({req(121, bytes({2, 0})), req(123)}) +
                                counterReads({1, 2}) + frames({req(123)}) + counterReads({1, 2}));
@@ -364,13 +371,21 @@ void TestPayout::purgeWithLostAnswerThatNeverArrived()
     QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{QStringLiteral("Выдано 0.00")});
 }
 
-void TestPayout::counterGoingDownCountsAsZero()
+void TestPayout::counterGoingDownIsUnknown()
 {
     PayoutRig rig(countedRecycler());
-    // hopper1's counter reads 100 before the payout and 90 after it
+    // hopper1's counter reads 100 before the payout and 90 after it: the device lost its
+    // counters, and nothing tells how many of hopper1's coins went
     rig.beforeAnswer(85, [&rig] { rig.device().setAuditCounter(80, 1, 90); });
-    const SumDetailed paid = rig.changer.cashOut(coins({{500, 2}}));
-    QCOMPARE(paid.denoms, denoms({{500, 2}, {1000, 0}}));
+    testsupport::LogCapture log;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{500, 2}}));
+             }),
+             QStringLiteral("Счетчики выдачи сброшены устройством; выдано: неизвестно"));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдано: неизвестно, счетчики хопперов сброшены")});
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.getLastCashOut(); }),
+             QStringLiteral("Счетчики выдачи сброшены устройством"));
 }
 
 void TestPayout::lastCashOutKeepsItsSnapshot()
@@ -390,35 +405,41 @@ void TestPayout::lastCashOutKeepsItsSnapshot()
     QCOMPARE(fresh.writes(), counterReads({1}));
 }
 
+// The payout's answer is lost: the command is not sent again, the device pays anyway, and
+// what came out is the plan, so the payout succeeds with a warning.
 void TestPayout::lostPatternAnswerIsNotRepeated()
 {
     PayoutRig rig;
     rig.loseFirstAnswerTo(85);
     testsupport::LogCapture log;
-    QCOMPARE(thrownText<CcTalk::Exception>([&] {
-                 rig.changer.cashOut(coins({{1000, 3}}));
-             }),
-             QStringLiteral("Нет связи"));
+    QCOMPARE(rig.changer.cashOut(coins({{1000, 3}})).denoms, denoms({{500, 0}, {1000, 3}}));
     QCOMPARE(rig.writes().count(req(85, bytes({1, 3}))), 1);
     // no payout runs any more; the counters tell what came out
     QCOMPARE(rig.writes().mid(4), frames({req(85, bytes({1, 3})), req(123)}) + counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
     QCOMPARE(significant(log).count(QStringLiteral("ERROR Нет связи")), 1);
     QCOMPARE(log.texts(QStringLiteral("WARN")),
-             QStringList{QStringLiteral("Выдано 30.00. номиналы: 10.00 x 3")});
-    // the coins did go out; the snapshot still tells how many
-    QCOMPARE(rig.changer.getLastCashOut().denoms, denoms({{500, 0}, {1000, 3}}));
+             QStringList{QStringLiteral("Выдача выполнена полностью, несмотря на ошибку: Нет связи")});
 }
 
+// The same for the amount left to the device's own split: the amount came out.
 void TestPayout::lostAmountAnswerIsNotRepeated()
 {
     PayoutRig rig;
     rig.loseFirstAnswerTo(125);
-    QVERIFY_EXCEPTION_THROWN(rig.changer.cashOut(ECashControl::Minimum, 1000), CcTalk::Exception);
+    QCOMPARE(rig.changer.cashOut(ECashControl::Minimum, 1000).sum(), 1000LL);
     QCOMPARE(rig.writes().mid(4),
              frames({req(80, bytes({0})), req(125, bytes({0xE8, 0x03, 0, 0})), req(123)}) +
                  counterReads({1, 2}));
     QCOMPARE(rig.changer.sleeps, QList<int>{200});
+
+    // a payout that came out short is still a failure, with what came out
+    PayoutRig shortRig(payoutRecycler(0));
+    shortRig.loseFirstAnswerTo(85);
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 shortRig.changer.cashOut(coins({{500, 2}}));
+             }),
+             QStringLiteral("Нет связи; выдано 0.00"));
 }
 
 void TestPayout::faultDuringThePayoutWait()
@@ -431,7 +452,7 @@ void TestPayout::faultDuringThePayoutWait()
     rig.activitySequence({8, 8 | 16, 16});
     testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.cashOut(1, 5); }),
-             QStringLiteral("Хоппер 1, заклинивание"));
+             QStringLiteral("Хоппер 1, заклинивание; выдано 10.00"));
     QVERIFY(RecordingChanger::resetPending());
     QCOMPARE(rig.writes().mid(4),
              frames({req(85, bytes({1, 5})), req(123), req(123), req(122), req(232), req(123)}) +
@@ -447,15 +468,13 @@ void TestPayout::payoutsCallTheirStepsVirtually()
     rig.changer.cashOut(1, 3);
     rig.changer.cashOut(ECashControl::Optimal, 100);
     rig.changer.purge(4);
+    // The snapshot keeps each hopper's own counters; the sums per denomination would lose a
+    // counter's wrap.
     const QString wait = QStringLiteral("waitNotState(8, %1, завершения выдачи монет, true)");
     QCOMPARE(rig.changer.calls,
-             QStringList(
-                 {QStringLiteral("getHoppersCounters"), wait.arg(60), QStringLiteral("getLastCashOut"),
-                  QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(66),
-                  QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters"),
-                  QStringLiteral("getHoppersCounters"), wait.arg(300), QStringLiteral("getLastCashOut"),
-                  QStringLiteral("getHoppersCounters"), QStringLiteral("getHoppersCounters"), wait.arg(2000),
-                  QStringLiteral("getLastCashOut"), QStringLiteral("getHoppersCounters")}));
+             QStringList({wait.arg(60), QStringLiteral("getLastCashOut"), wait.arg(66),
+                          QStringLiteral("getLastCashOut"), wait.arg(300), QStringLiteral("getLastCashOut"),
+                          wait.arg(2000), QStringLiteral("getLastCashOut")}));
     // no hopper units: the coins were for nobody and the pattern went out empty
     QCOMPARE(rig.writes().first(), req(85));
     QCOMPARE(rig.refusals(), 0);
@@ -549,6 +568,111 @@ void TestPayout::refusesAmountsOutsideThirtyTwoBits()
     rig.serial.writes.clear();
     rig.changer.cashOut(ECashControl::Minimum, 0);
     QCOMPARE(rig.serial.writes.at(5), req(125, bytes({0, 0, 0, 0})));
+}
+
+// An open door flagged while the coins go out: the payout came out as planned, so it is a
+// payout; the fault is a warning.
+void TestPayout::unrelatedFaultDuringAFullPayout()
+{
+    sim::Config config = payoutRecycler();
+    config.payoutMsPerCoin = 400;
+    PayoutRig rig(config);
+    rig.beforeAnswer(85, [&rig] { rig.line.at(rig.line.now() + 100, [&rig] { rig.device().openDoor(); }); });
+    testsupport::LogCapture log;
+    const SumDetailed paid = rig.changer.cashOut(coins({{1000, 3}}));
+    QCOMPARE(paid.denoms, denoms({{500, 0}, {1000, 3}}));
+    QCOMPARE(rig.line.countHeader(85), 1);
+    const QStringList warnings = log.texts(QStringLiteral("WARN"));
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY2(warnings.at(0).startsWith(QStringLiteral("Выдача выполнена полностью, несмотря на ошибку: ")),
+             qPrintable(warnings.at(0)));
+}
+
+// Each dispense counter is taken on its own, modulo 2^32: two coins across the wrap are
+// two coins.
+void TestPayout::counterAcrossItsWrap()
+{
+    sim::Config config = payoutRecycler();
+    config.auditCounters[80] = {{1, 0xFFFFFFFFu}, {2, 3}};
+    config.auditCounters[87] = {{1, 0xFFFFFFFEu}};
+    PayoutRig rig(config);
+    QCOMPARE(rig.changer.cashOut(coins({{1000, 2}})).denoms, denoms({{500, 0}, {1000, 2}}));
+    QCOMPARE(rig.device().auditCounter(80, 1), 1u);
+    // the purge counter wraps during the purge
+    const long long held = rig.device().hopperCount(1);
+    QVERIFY(held > 2);
+    QCOMPARE(rig.changer.purge(1).denoms, denoms({{500, 0}, {1000, held}}));
+    QCOMPARE(rig.device().auditCounter(87, 1), quint32(held - 2));
+}
+
+// Two hoppers of one denomination: one counter near its wrap, the other far from it. A sum
+// over the hoppers taken before subtracting would lose the carry.
+void TestPayout::countersOfOneDenominationDifferPerHopper()
+{
+    sim::Config config = payoutRecycler();
+    config.hoppers[1].coinId = config.hoppers[0].coinId;
+    config.auditCounters[80] = {{1, 0xFFFFFFFFu}, {2, 0x7FFFFFFFu}};
+    PayoutRig rig(config);
+    rig.changer.setUnits(
+        {hopperUnit(QStringLiteral("hopper1"), 1000, 10), hopperUnit(QStringLiteral("hopper2"), 1000, 10)});
+    QCOMPARE(rig.changer.cashOut(coins({{1000, 14}})).denoms, denoms({{1000, 14}}));
+}
+
+void TestPayout::refusedPayoutCommandPaidNothing()
+{
+    PayoutRig rig;
+    rig.refuse(85);
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 2}}));
+             }),
+             QStringLiteral("Ошибка выполнения команды; выдано 0.00"));
+    QCOMPARE(rig.line.countHeader(85), 1);
+    QCOMPARE(rig.device().hopperCount(1), rig.line.config().hoppers.at(0).count);
+}
+
+// The coins went out, but the counters that tell how many cannot be read.
+void TestPayout::countersUnreadableAfterThePayout()
+{
+    PayoutRig rig;
+    bool sent = false;
+    rig.beforeAnswer(85, [&sent] { sent = true; });
+    rig.beforeAnswer(86, [&rig, &sent] {
+        if (sent)
+            rig.line.nakNext();
+    });
+    testsupport::LogCapture log;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 2}}));
+             }),
+             QStringLiteral("Ошибка выполнения команды; выдано: неизвестно"));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны")});
+    QCOMPARE(rig.line.countHeader(85), 1);
+}
+
+// The wait ran out of polls while the device still paid: the message says what came out
+// so far as a lower bound, and the next operation that finds the payout over logs the
+// final figure once.
+void TestPayout::waitGaveUpWhileTheDevicePaid()
+{
+    sim::Config config = payoutRecycler();
+    config.payoutMsPerCoin = 30000;
+    PayoutRig rig(config);
+    testsupport::LogCapture log;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] {
+                 rig.changer.cashOut(coins({{1000, 3}}));
+             }),
+             QStringLiteral("Таймаут ожидания завершения выдачи монет; выдано не менее 20.00"));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдано не менее 20.00. номиналы: 10.00 x 2")});
+    QVERIFY(rig.changer.payoutOpen());
+    rig.line.advance(60000);
+    testsupport::LogCapture later;
+    rig.changer.checkState();
+    rig.changer.checkState();
+    QCOMPARE(later.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Выдача завершена, выдано 30.00. номиналы: 10.00 x 3")});
+    QVERIFY(!rig.changer.payoutOpen());
 }
 
 QTEST_GUILESS_MAIN(TestPayout)

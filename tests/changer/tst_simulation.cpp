@@ -370,26 +370,20 @@ void TestSimulation::payoutWithItsAnswerLost()
     SumDetailed coins;
     coins.denoms = {{1000, 3}};
     changer.armed = true;
-    QCOMPARE(thrownText<CcTalk::Exception>([&] { changer.cashOut(coins); }), QStringLiteral("Нет связи"));
-    QCOMPARE(rig.headers(85), 1);
-    QCOMPARE(changer.sleeps, QList<int>{200});
-    // the coins went out all the same, and the snapshot tells how many
-    changer.waitNotState(8, 100, QStringLiteral("завершения выдачи монет"), false);
+    // the coins went out all the same, as planned: the payout is a payout
     const QMap<unsigned int, long long> three{{100, 0}, {1000, 3}, {2000, 0}};
-    QCOMPARE(changer.getLastCashOut().denoms, three);
-    QCOMPARE(rig.paidSince(before), three);
+    QCOMPARE(changer.cashOut(coins).denoms, three);
     QCOMPARE(rig.headers(85), 1);
+    QCOMPARE(changer.sleeps.first(), 200);
+    QCOMPARE(rig.paidSince(before), three);
 
     // nor is the amount payout repeated
     rig.line.clearTransactions();
     changer.armed = true;
-    QCOMPARE(thrownText<CcTalk::Exception>([&] { changer.cashOut(ECashControl::Minimum, 1000); }),
-             QStringLiteral("Нет связи"));
-    changer.waitNotState(8, 100, QStringLiteral("завершения выдачи монет"), false);
+    QCOMPARE(changer.cashOut(ECashControl::Minimum, 1000).denoms,
+             (QMap<unsigned int, long long>{{100, 0}, {1000, 1}, {2000, 0}}));
     QCOMPARE(rig.headers(80), 1);
     QCOMPARE(rig.headers(125), 1);
-    QCOMPARE(changer.getLastCashOut().denoms,
-             (QMap<unsigned int, long long>{{100, 0}, {1000, 1}, {2000, 0}}));
 }
 
 void TestSimulation::delayedErrorThenReset()

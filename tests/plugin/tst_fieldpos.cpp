@@ -303,7 +303,7 @@ private slots:
         const quint32 ten = paidOutOf(1), five = paidOutOf(2);
         testsupport::LogCapture log;
         QCOMPARE(thrownText([&] { driver->cashOut(ECashControl::Minimum, 3500); }),
-                 QStringLiteral("Монетоприемник: Хоппер 2, заклинивание"));
+                 QStringLiteral("Монетоприемник: Хоппер 2, заклинивание; выдано 30.00"));
         QCOMPARE(patterns(), QList<QByteArray>{QByteArray::fromHex("01030201")});
         SumDetailed measured;
         measured.denoms[1000] = paidOutOf(1) - ten;

@@ -201,33 +201,42 @@ void TestMovements::cashOutImpossibleSumPaysNothing()
 }
 
 // A payout the device carried out wrongly or whose command it refused: the host gets
-// the error, the log what the counters show came out. On the modelled recycler: the
-// simulator never pays more coins than asked, and fewer only with a fault of its own.
+// the error with what came out, the log what the counters show came out. On the modelled
+// recycler: the simulator never pays more coins than asked, and fewer only with a fault of
+// its own.
 void TestMovements::paymentCountedWrong_data()
 {
-    testsupport::columns<bool, int, bool, QString, QStringList, QByteArray>("pickup", "payoutError", "nak",
-                                                                            "error", "paid", "command");
+    testsupport::columns<bool, int, bool, QString, QString, QStringList, QByteArray>(
+        "pickup", "payoutError", "nak", "error", "logged", "paid", "command");
 
     // The error line of a payout over the sum says "Выдано" too.
-    const QString over = QStringLiteral("ERROR Выдано больше монет");
     QTest::newRow("cashOutPaidMore")
-        << false << 1 << false << QStringLiteral("Выдано больше монет")
-        << QStringList({QStringLiteral("WARN Выдано 25.00. номиналы: 5.00 x 1, 10.00 x 2"), over})
+        << false << 1 << false << QStringLiteral("Выдано больше монет; выдано 25.00")
+        << QStringLiteral("Выдано больше монет; выдано 25.00")
+        << QStringList({QStringLiteral("WARN Выдано 25.00. номиналы: 5.00 x 1, 10.00 x 2"),
+                        QStringLiteral("ERROR Выдано больше монет; выдано 25.00")})
         << hex("01010201");
     QTest::newRow("cashOutPaidLess") << false << -1 << false
-                                     << QStringLiteral("Недостаточно монет для выдачи")
+                                     << QStringLiteral("Недостаточно монет для выдачи; выдано 5.00")
+                                     << QStringLiteral("Недостаточно монет для выдачи; выдано 5.00")
                                      << QStringList{QStringLiteral("WARN Выдано 5.00. номиналы: 5.00 x 1")}
                                      << hex("01010201");
-    // The command went out: the counters show that nothing came out.
+    // The command went out: the counters show that nothing came out. The link logged its
+    // failure where it happened.
     QTest::newRow("cashOutLinkFailureLoggedOnce")
-        << false << 0 << true << QStringLiteral("Ошибка выполнения команды")
-        << QStringList{QStringLiteral("WARN Выдано 0.00")} << hex("01010201");
+        << false << 0 << true << QStringLiteral("Ошибка выполнения команды; выдано 0.00")
+        << QStringLiteral("Ошибка выполнения команды") << QStringList{QStringLiteral("WARN Выдано 0.00")}
+        << hex("01010201");
     QTest::newRow("pickupSumThroughDispenserShort")
-        << true << -1 << false << QStringLiteral("Недостаточно монет для выдачи")
+        << true << -1 << false << QStringLiteral("Недостаточно монет для выдачи; выдано 10.00")
+        << QStringLiteral("Недостаточно монет для выдачи; выдано 10.00")
         << QStringList{QStringLiteral("WARN Выдано 10.00. номиналы: 5.00 x 2")} << hex("0203");
     QTest::newRow("pickupSumThroughDispenserOver")
-        << true << 1 << false << QStringLiteral("Выдано больше монет")
-        << QStringList({QStringLiteral("WARN Выдано 20.00. номиналы: 5.00 x 4"), over}) << hex("0203");
+        << true << 1 << false << QStringLiteral("Выдано больше монет; выдано 20.00")
+        << QStringLiteral("Выдано больше монет; выдано 20.00")
+        << QStringList({QStringLiteral("WARN Выдано 20.00. номиналы: 5.00 x 4"),
+                        QStringLiteral("ERROR Выдано больше монет; выдано 20.00")})
+        << hex("0203");
 }
 
 void TestMovements::paymentCountedWrong()
@@ -236,6 +245,7 @@ void TestMovements::paymentCountedWrong()
     QFETCH(int, payoutError);
     QFETCH(bool, nak);
     QFETCH(QString, error);
+    QFETCH(QString, logged);
     QFETCH(QStringList, paid);
     QFETCH(QByteArray, command);
     Rig rig;
@@ -251,7 +261,7 @@ void TestMovements::paymentCountedWrong()
                      rig.driver.cashOut(ECashControl::Minimum, 1500);
              }),
              QStringLiteral("Монетоприемник: ") + error);
-    QCOMPARE(errorsLogged(log), error);
+    QCOMPARE(errorsLogged(log), logged);
     QCOMPARE(significant(log).filter(QStringLiteral("Выдано")), paid);
     QCOMPARE(rig.model.dataOf(85), QList<QByteArray>{command});
 }

@@ -551,9 +551,10 @@ QString Figures::toText() const
     out << QStringLiteral("purge commands sent again after a lost answer: %1").arg(purgeRepeats);
     out << QStringLiteral(
                "dispense patterns drawing on both hoppers of 10.00: %1; failed payouts whose warning "
-               "of what came out matched the hoppers: %2")
+               "of what came out matched the hoppers: %2, whose message named it: %3")
                .arg(twinPayouts)
-               .arg(paidLinesChecked);
+               .arg(paidLinesChecked)
+               .arg(namedAmountsChecked);
     out << QStringLiteral(
                "acceptance: %1 sessions (%2 started, %3 clean, %4 stalled by a poll failure), %5 coins "
                "inserted; accepted %6 (%7 of it in sessions with forged answers, not compared), "
@@ -1015,6 +1016,30 @@ void Soak::checkPaid(const Call& call, const SumDetailed& reported, const Audit&
     fig.valuePaidOut += value;
 }
 
+// "12.50. номиналы: ..." or "12.50" -> 1250.
+long long Soak::amountIn(const QString& text)
+{
+    const QString number = text.section(QStringLiteral(". "), 0, 0);
+    return qRound64(number.toDouble() * 100);
+}
+
+// The host's message of a call that failed after its payout command names what came out:
+// exactly, as a lower bound when the driver stopped waiting, or as unknown.
+void Soak::checkNamedAmount(const Call& call, long long paid)
+{
+    const QString exact = QStringLiteral("; выдано ");
+    const QString atLeast = QStringLiteral("; выдано не менее ");
+    const int at = call.error.lastIndexOf(QStringLiteral("; выдано"));
+    const QString named = at < 0 ? QString() : call.error.mid(at);
+    bool ok = named == exact + cashcontrol::formatAmount(paid) || named == cashcontrol::paidUnknownSuffix();
+    if (named.startsWith(atLeast))
+        ok = amountIn(named.mid(atLeast.size())) <= paid;
+    checkValue(ok, QStringLiteral("%1 failed after its payout command with \"%2\"; the hoppers paid %3")
+                       .arg(call.op, call.error, cashcontrol::formatAmount(paid)));
+    if (ok)
+        ++fig.namedAmountsChecked;
+}
+
 void Soak::reconcileFailedPayout(const Call& call, const Audit& before)
 {
     const Audit after = audit();
@@ -1036,10 +1061,19 @@ void Soak::reconcileFailedPayout(const Call& call, const Audit& before)
               .arg(call.paidLines.join(QStringLiteral(" | "))));
     SumDetailed left;
     left.denoms = moved;
-    if (call.paidLines.value(0) != QStringLiteral("Выдано: неизвестно, счетчики хопперов не прочитаны")) {
-        checkValue(call.paidLines.value(0) == QStringLiteral("Выдано ") + left.toString(),
+    checkNamedAmount(call, left.sum());
+    const QString paidLine = call.paidLines.value(0);
+    const QString atLeast = QStringLiteral("Выдано не менее ");
+    if (paidLine.startsWith(atLeast)) {
+        // The driver stopped waiting while the device may have gone on paying: a lower bound.
+        checkValue(amountIn(paidLine.mid(atLeast.size())) <= left.sum(),
+                   QStringLiteral("%1 failed (%2) and logged \"%3\"; the hoppers paid only %4")
+                       .arg(call.op, call.error, paidLine, sumText(moved)));
+        ++fig.paidLinesChecked;
+    } else if (!paidLine.startsWith(QStringLiteral("Выдано: неизвестно"))) {
+        checkValue(paidLine == QStringLiteral("Выдано ") + left.toString(),
                    QStringLiteral("%1 failed (%2) and logged \"%3\"; the hoppers paid %4")
-                       .arg(call.op, call.error, call.paidLines.value(0), sumText(moved)));
+                       .arg(call.op, call.error, paidLine, sumText(moved)));
         ++fig.paidLinesChecked;
     }
     // What the payout paid before it failed: the driver measures it against the

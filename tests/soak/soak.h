@@ -144,6 +144,7 @@ struct Figures
     int reportedAfterPollError = 0;
     int twinPayouts = 0;
     int paidLinesChecked = 0;
+    int namedAmountsChecked = 0;
     int coinsInserted = 0;
     quint64 valueAccepted = 0;
     quint64 valueReported = 0;
@@ -246,6 +247,8 @@ private:
     QMap<unsigned int, long long> dispensedSince(const Audit& before, const Audit& after) const;
     void checkPaid(const Call& call, const SumDetailed& reported, const Audit& before);
     void reconcileFailedPayout(const Call& call, const Audit& before);
+    void checkNamedAmount(const Call& call, long long paid);
+    static long long amountIn(const QString& text);
     // Every hopper count the call wrote is the device's count just before the write
     // changed by `coins` (loaded: positive, taken: negative); a write repeated after a
     // lost answer finds the first one done and writes the same count.

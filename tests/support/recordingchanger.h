@@ -57,7 +57,9 @@ public:
     QMap<unsigned char, unsigned int> positions() const { return coinDenoms; }
     void setPositions(const QMap<unsigned char, unsigned int>& value) { coinDenoms = value; }
     QMap<unsigned char, unsigned int> lastCounts() const { return lastCoinCounts.values(); }
-    QMap<unsigned int, long long> lastSnapshot() const { return snapshot; }
+    QMap<unsigned int, long long> lastSnapshot() const { return snapshot.totals(); }
+    bool sessionOpen() const { return coinsPending; }
+    bool payoutOpen() const { return payoutUnfinished; }
     int reservedValue() const { return reserved; }
 
     // The reset request is class-wide; each test starts without one.

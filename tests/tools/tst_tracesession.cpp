@@ -138,7 +138,8 @@ void TestTraceSession::initTestCase()
     recordedPay = tool(QStringList{QStringLiteral("--port"), link(), QStringLiteral("--trace"), tracePath()} +
                        payCommand);
     QCOMPARE(recordedPay.status, 1);
-    QVERIFY2(recordedPay.err.endsWith(QStringLiteral("Монетоприемник: Хоппер 3, заклинивание\n").toUtf8()),
+    QVERIFY2(recordedPay.err.endsWith(
+                 QStringLiteral("Монетоприемник: Хоппер 3, заклинивание; выдано 15.00\n").toUtf8()),
              recordedPay.err.right(300).constData());
     QCOMPARE(site.hopperCount(1), 199);
     QCOMPARE(site.hopperCount(2), 249);
