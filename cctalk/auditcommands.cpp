@@ -17,7 +17,10 @@ QByteArray counterAddress(unsigned char group, unsigned char index)
 
 } // namespace
 
-ReqRealTimeClock::ReqRealTimeClock() : Request(Header::reqRealTimeClock, QByteArray()) {}
+ReqRealTimeClock::ReqRealTimeClock()
+    : Request(Header::reqRealTimeClock, QByteArray(), AnswerLength::exactly(4))
+{
+}
 
 ReqRealTimeClockResp::ReqRealTimeClockResp(const Response& response) : Response(response) {}
 
@@ -27,13 +30,14 @@ QDateTime ReqRealTimeClockResp::getTime() const
     return qtcompat::fromSecsSinceEpoch(qint64(getUint(0, 4)));
 }
 
-ModRealTimeClock::ModRealTimeClock(const QDateTime& time) : Request(Header::modRealTimeClock, QByteArray())
+ModRealTimeClock::ModRealTimeClock(const QDateTime& time)
+    : Request(Header::modRealTimeClock, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(unsigned(quint64(qtcompat::toSecsSinceEpoch(time)) & 0xFFFFFFFFu), 0, 4);
 }
 
 ReqAuditCounter::ReqAuditCounter(unsigned char group, unsigned char index)
-    : Request(Header::reqAuditCounter, counterAddress(group, index))
+    : Request(Header::reqAuditCounter, counterAddress(group, index), AnswerLength::exactly(4))
 {
 }
 
@@ -45,7 +49,7 @@ unsigned int ReqAuditCounterResp::value() const
 }
 
 ClearAuditCounter::ClearAuditCounter(unsigned char group, unsigned char index)
-    : Request(Header::clearAuditCounter, counterAddress(group, index))
+    : Request(Header::clearAuditCounter, counterAddress(group, index), AnswerLength::exactly(0))
 {
 }
 

@@ -13,7 +13,8 @@ CoinId coinIdFromData(const Response& response)
     return CoinId(qtcompat::fromUtf8(text));
 }
 
-ReqCoinId::ReqCoinId(unsigned char position) : Request(Header::reqCoinId, QByteArray())
+ReqCoinId::ReqCoinId(unsigned char position)
+    : Request(Header::reqCoinId, QByteArray(), AnswerLength::exactly(6))
 {
     setUint(position, 0, 1);
 }
@@ -25,19 +26,23 @@ CoinId ReqCoinIdResp::getDenom() const
     return coinIdFromData(*this);
 }
 
-ReqCoinsInByType::ReqCoinsInByType() : Request(Header::reqCoinsInByType, QByteArray()) {}
+ReqCoinsInByType::ReqCoinsInByType()
+    : Request(Header::reqCoinsInByType, QByteArray(), AnswerLength::exactly(2 * coinPositions))
+{
+}
 
 ReqCoinsInByTypeResp::ReqCoinsInByTypeResp(const Response& response) : Response(response) {}
 
 QMap<unsigned char, unsigned int> ReqCoinsInByTypeResp::getCounts() const
 {
     QMap<unsigned char, unsigned int> counts;
-    for (int position = 1; position <= 16; ++position)
+    for (int position = 1; position <= coinPositions; ++position)
         counts.insert((unsigned char)position, getUint(2 * (position - 1), 2));
     return counts;
 }
 
-ModInhibitStatus::ModInhibitStatus(unsigned short mask) : Request(Header::modInhibitStatus, QByteArray())
+ModInhibitStatus::ModInhibitStatus(unsigned short mask)
+    : Request(Header::modInhibitStatus, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(mask, 0, 2);
 }

@@ -9,6 +9,9 @@ namespace CcTalk {
 
 // Coin acceptor: coin identifiers, accepted coins, inhibits.
 
+// Coin positions of the acceptor; the coins-in answer has a 16-bit count for each.
+const int coinPositions = 16;
+
 class ReqCoinId : public Request
 {
 public:
@@ -32,7 +35,8 @@ class ReqCoinsInByTypeResp : public Response
 {
 public:
     ReqCoinsInByTypeResp(const Response& response = Response());
-    // Positions 1 to 16, each with its 16-bit count; missing bytes count as 0.
+    // Positions 1 to 16, each with its 16-bit count. The bus device takes only answers
+    // with all 16 counts, so none is ever made up of missing bytes.
     QMap<unsigned char, unsigned int> getCounts() const;
 };
 

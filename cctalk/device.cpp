@@ -170,6 +170,17 @@ Response Device::receive(const Request& request)
         throwError<NakException>(QStringLiteral("Ошибка выполнения команды"));
     if (response.isBUSY())
         throwError<BusyException>(QStringLiteral("Устройство занято"));
+    // A checksum-correct answer of the wrong length is stale or mangled; read as it is, its
+    // missing bytes would count as zeros.
+    const AnswerLength expected = request.answerLength();
+    const int size = response.getData().size();
+    if (!expected.fits(size)) {
+        logWarn(QStringLiteral("Ответ неверной длины на команду %1: байт данных: %2, ожидалось: %3")
+                    .arg(request.getName())
+                    .arg(size)
+                    .arg(expected.toLog()));
+        throwError<Exception>(QStringLiteral("Нет связи"));
+    }
     return response;
 }
 

@@ -34,7 +34,8 @@ public:
     // Sends the request and returns the device's answer. Lost answers are retried up
     // to 5 attempts (once for a request that may not be repeated), up to 60 BUSY
     // answers are waited out in each exchange, NAK is never repeated. Only a frame
-    // from this device to the host is taken as the answer.
+    // from this device to the host is taken as the answer, and only with the data
+    // length the request expects; another length counts as a lost answer.
     virtual Response exec(const Request& request);
     virtual void sleep(int msecs) const;
 

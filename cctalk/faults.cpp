@@ -67,7 +67,8 @@ const FaultText selfcheckTexts[] = {
 
 namespace CcTalk {
 
-ReqErrorStatus::ReqErrorStatus() : Request(Header::reqErrorStatus, QByteArray()) {}
+// Module number, error code.
+ReqErrorStatus::ReqErrorStatus() : Request(Header::reqErrorStatus, QByteArray(), AnswerLength::exactly(2)) {}
 
 ReqErrorStatusResp::ReqErrorStatusResp(const Response& response) : Response(response) {}
 
@@ -131,7 +132,8 @@ bool ReqErrorStatusResp::isDeviceHasError(DeviceType type, int number) const
     }
 }
 
-Selfcheck::Selfcheck() : Request(Header::performSelfcheck, QByteArray()) {}
+// Fault code, extra information.
+Selfcheck::Selfcheck() : Request(Header::performSelfcheck, QByteArray(), AnswerLength::exactly(2)) {}
 
 SelfcheckResp::SelfcheckResp(const Response& response) : Response(response) {}
 

@@ -4,7 +4,9 @@
 
 namespace CcTalk {
 
-ReqHopperBalance::ReqHopperBalance(int hopper) : Request(Header::reqHopperBalance, QByteArray())
+// Six characters of coin identifier, then the 16-bit count.
+ReqHopperBalance::ReqHopperBalance(int hopper)
+    : Request(Header::reqHopperBalance, QByteArray(), AnswerLength::exactly(8))
 {
     setUint(unsigned(hopper) & 0xFF, 0, 1);
 }
@@ -22,13 +24,15 @@ unsigned int ReqHopperBalanceResp::getCount() const
 }
 
 ModHopperBalance::ModHopperBalance(unsigned char hopper, unsigned short count)
-    : Request(Header::modHopperBalance, QByteArray())
+    : Request(Header::modHopperBalance, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(hopper, 0, 1);
     setUint(count, 1, 2);
 }
 
-ReqCashboxValue::ReqCashboxValue() : Request(Header::reqCashboxValue, QByteArray()) {}
+ReqCashboxValue::ReqCashboxValue() : Request(Header::reqCashboxValue, QByteArray(), AnswerLength::exactly(4))
+{
+}
 
 ReqCashboxValueResp::ReqCashboxValueResp(const Response& response) : Response(response) {}
 
@@ -37,13 +41,14 @@ unsigned int ReqCashboxValueResp::getSum() const
     return getUint(0, 4);
 }
 
-ModifyCashboxValue::ModifyCashboxValue(unsigned int sum) : Request(Header::modCashboxValue, QByteArray())
+ModifyCashboxValue::ModifyCashboxValue(unsigned int sum)
+    : Request(Header::modCashboxValue, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(sum, 0, 4);
 }
 
 PurgeHopper::PurgeHopper(unsigned char hopper, unsigned char count)
-    : Request(Header::purgeHopper, QByteArray())
+    : Request(Header::purgeHopper, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(hopper, 0, 1);
     setUint(count, 1, 1);

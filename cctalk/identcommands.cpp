@@ -2,23 +2,35 @@
 
 namespace CcTalk {
 
-Reset::Reset() : Request(Header::reset, QByteArray()) {}
+namespace {
 
-SimplePoll::SimplePoll() : Request(Header::simplePoll, QByteArray()) {}
+// A name is at least one character; an empty answer is a bare ACK.
+constexpr AnswerLength text = AnswerLength::atLeast(1);
 
-ReqManufacturerId::ReqManufacturerId() : Request(Header::reqManufacturerId, QByteArray()) {}
+} // namespace
 
-ReqEquipmentCategoryId::ReqEquipmentCategoryId() : Request(Header::reqEquipmentCategoryId, QByteArray()) {}
+Reset::Reset() : Request(Header::reset, QByteArray(), AnswerLength::exactly(0)) {}
 
-ReqProductCode::ReqProductCode() : Request(Header::reqProductCode, QByteArray()) {}
+SimplePoll::SimplePoll() : Request(Header::simplePoll, QByteArray(), AnswerLength::exactly(0)) {}
 
-ReqSerialNumber::ReqSerialNumber() : Request(Header::reqSerialNumber, QByteArray()) {}
+ReqManufacturerId::ReqManufacturerId() : Request(Header::reqManufacturerId, QByteArray(), text) {}
 
-ReqSoftwareRevision::ReqSoftwareRevision() : Request(Header::reqSoftwareRevision, QByteArray()) {}
+ReqEquipmentCategoryId::ReqEquipmentCategoryId() : Request(Header::reqEquipmentCategoryId, QByteArray(), text)
+{
+}
 
-ReqBuildCode::ReqBuildCode() : Request(Header::reqBuildCode, QByteArray()) {}
+ReqProductCode::ReqProductCode() : Request(Header::reqProductCode, QByteArray(), text) {}
 
-ReqVarSet::ReqVarSet() : Request(Header::reqVarSet, QByteArray()) {}
+ReqSerialNumber::ReqSerialNumber() : Request(Header::reqSerialNumber, QByteArray(), AnswerLength::exactly(3))
+{
+}
+
+ReqSoftwareRevision::ReqSoftwareRevision() : Request(Header::reqSoftwareRevision, QByteArray(), text) {}
+
+ReqBuildCode::ReqBuildCode() : Request(Header::reqBuildCode, QByteArray(), text) {}
+
+// Coin positions and hoppers; later firmware may report more variables behind them.
+ReqVarSet::ReqVarSet() : Request(Header::reqVarSet, QByteArray(), AnswerLength::atLeast(2)) {}
 
 ReqVarSetResp::ReqVarSetResp(const Response& response) : Response(response) {}
 
@@ -27,7 +39,7 @@ unsigned char ReqVarSetResp::getVar(int index) const
     return getByte(index);
 }
 
-ModVarSet::ModVarSet(unsigned char value) : Request(Header::modVarSet, QByteArray())
+ModVarSet::ModVarSet(unsigned char value) : Request(Header::modVarSet, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(value, 0, 1);
 }

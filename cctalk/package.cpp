@@ -106,9 +106,16 @@ QString Package::toLog() const
         .arg(unsigned(dest));
 }
 
+QString AnswerLength::toLog() const
+{
+    if (most == least)
+        return QString::number(least);
+    return QStringLiteral("не менее %1").arg(least);
+}
+
 Request::Request() = default;
 
-Request::Request(Header::Type type, const QByteArray& bytes)
+Request::Request(Header::Type type, const QByteArray& bytes, AnswerLength answerLength) : answer(answerLength)
 {
     header = type;
     data = bytes;

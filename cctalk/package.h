@@ -55,13 +55,42 @@ protected:
     QByteArray data;
 };
 
+// How many data bytes an answer may carry: exactly n, at least n (texts, answers a
+// device may extend), or any number.
+class AnswerLength
+{
+public:
+    static constexpr AnswerLength any() { return AnswerLength(0, -1); }
+    static constexpr AnswerLength exactly(int n) { return AnswerLength(n, n); }
+    static constexpr AnswerLength atLeast(int n) { return AnswerLength(n, -1); }
+
+    int minimum() const { return least; }
+    // -1 when there is no upper bound.
+    int maximum() const { return most; }
+    bool fits(int size) const { return size >= least && (most < 0 || size <= most); }
+    bool operator==(const AnswerLength& other) const { return least == other.least && most == other.most; }
+    bool operator!=(const AnswerLength& other) const { return !(*this == other); }
+    // "8" or "не менее 2", for the log.
+    QString toLog() const;
+
+private:
+    constexpr AnswerLength(int minimum, int maximum) : least(minimum), most(maximum) {}
+
+    int least;
+    int most;
+};
+
 // A frame the host sends.
 class Request : public Package
 {
 public:
     Request();
-    Request(Header::Type type, const QByteArray& bytes);
+    Request(Header::Type type, const QByteArray& bytes, AnswerLength answer = AnswerLength::any());
     ~Request() override;
+
+    // The data length a well-formed answer to this request has; the bus device treats
+    // any other as a spoilt answer.
+    AnswerLength answerLength() const { return answer; }
 
     void setAddress(unsigned char address) const;
 
@@ -70,6 +99,9 @@ public:
 
     // False for commands whose repetition could pay out twice.
     virtual bool canBeSentAgain() const;
+
+private:
+    AnswerLength answer = AnswerLength::any();
 };
 
 // A frame the host receives, assembled from whatever pieces the line delivers.

@@ -2,12 +2,14 @@
 
 namespace CcTalk {
 
-SetChangeAlgorithm::SetChangeAlgorithm(Algorithm a) : Request(Header::setChangeAlgorithm, QByteArray())
+SetChangeAlgorithm::SetChangeAlgorithm(Algorithm a)
+    : Request(Header::setChangeAlgorithm, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(unsigned(a) & 0xFF, 0, 1);
 }
 
-PayMoneyOut::PayMoneyOut(unsigned int amount) : Request(Header::payMoneyOut, QByteArray())
+PayMoneyOut::PayMoneyOut(unsigned int amount)
+    : Request(Header::payMoneyOut, QByteArray(), AnswerLength::exactly(0))
 {
     setUint(amount, 0, 4);
 }
@@ -17,7 +19,10 @@ bool PayMoneyOut::canBeSentAgain() const
     return false;
 }
 
-DispenseHopperPattern::DispenseHopperPattern() : Request(Header::dispenseHopperPattern, QByteArray()) {}
+DispenseHopperPattern::DispenseHopperPattern()
+    : Request(Header::dispenseHopperPattern, QByteArray(), AnswerLength::exactly(0))
+{
+}
 
 void DispenseHopperPattern::addCount(unsigned char hopper, long long count)
 {

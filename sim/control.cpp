@@ -219,6 +219,9 @@ const std::vector<ControlChannel::Command>& ControlChannel::commands()
          [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::nakNext, a); }},
         {line, "corrupt", 0, 1, nullptr, "corrupt [N]", "spoil the checksum of the next N answers",
          [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::corruptChecksumNext, a); }},
+        {line, "short", 0, 1, nullptr, "short [N]",
+         "cut the last data byte of the next N answers, checksum right",
+         [](ControlChannel& c, Args a) { return countNext(c.sim_, &Simulator::shortenNext, a); }},
         {line, "garbage", 1, -1, nullptr, "garbage HEX...", "put these bytes before the next answer",
          [](ControlChannel& c, Args a) {
              const QByteArray hex = a.join(QString()).toLatin1();

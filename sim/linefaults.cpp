@@ -26,6 +26,13 @@ QList<LineFaults::Piece> LineFaults::respond(const QByteArray& request, quint8 a
     QList<Piece> pieces;
     if (answer.isEmpty())
         return pieces;
+    if (shorten > 0) {
+        --shorten;
+        const QByteArray data = frame::data(answer);
+        if (!data.isEmpty())
+            answer = frame::make(frame::dest(answer), frame::source(answer), frame::header(answer),
+                                 data.left(data.size() - 1));
+    }
     if (corrupt > 0) {
         --corrupt;
         answer[answer.size() - 1] = char(answer.at(answer.size() - 1) ^ 0x5A);

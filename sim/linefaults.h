@@ -8,8 +8,8 @@
 namespace sim {
 
 // Faults of the line between the recycler and the host: which request is answered BUSY or
-// NAK instead of being carried out, which answer is lost, spoilt, split or has something in
-// front of it. Pure: the server that owns the line decides when the pieces go out.
+// NAK instead of being carried out, which answer is lost, spoilt, cut short, split or has
+// something in front of it. Pure: the server that owns the line decides when the pieces go out.
 struct LineFaults
 {
     // Bytes for the line, `pauseMs` after the previous piece (the first piece: once the
@@ -25,6 +25,11 @@ struct LineFaults
     int busy = 0;        // BUSY instead of carrying out
     int nak = 0;         // NAK instead of carrying out
     int corrupt = 0;     // spoil the answer's checksum
+    // Cut the next answer's last data byte, length byte and checksum kept right. An answer
+    // without data (ACK, BUSY, NAK) has nothing to cut: it goes out whole and uses the
+    // fault up all the same, so the fault never moves on to a later exchange. A lost
+    // answer does not use it.
+    int shorten = 0;
     int foreign = 0;     // a frame between stations 3 and 2 in front of the answer
     int badFrame = 0;    // a 130-byte frame to the host with a wrong checksum in front of it
     QByteArray garbage;  // bytes in front of the next answer

@@ -313,6 +313,10 @@ void Simulator::corruptChecksumNext(int n)
 {
     d->countNext(&LineFaults::corrupt, n);
 }
+void Simulator::shortenNext(int n)
+{
+    d->countNext(&LineFaults::shorten, n);
+}
 void Simulator::dropAnswersTo(quint8 header, int n)
 {
     d->dropNext(n, header);

@@ -57,6 +57,9 @@ public:
     void answerBusy(int n);  // BUSY instead of carrying the command out
     void nakNext(int n = 1); // NAK instead of carrying the command out
     void corruptChecksumNext(int n = 1);
+    // Each of the next n answers loses its last data byte; length byte and checksum stay
+    // right. An answer without data goes out whole and uses one up.
+    void shortenNext(int n = 1);
     void garbageBeforeNext(const QByteArray& bytes);
     // Before each of the next n answers, a frame that carries the answer's data with every
     // byte one higher: from station 3 to station 2 with a correct checksum (traffic between

@@ -26,63 +26,79 @@ struct RequestRow
     int header;
     const char* data;
     bool repeatable;
+    // The data length of a well-formed answer.
+    CcTalk::AnswerLength answer;
 };
+
+CcTalk::AnswerLength exact(int n)
+{
+    return CcTalk::AnswerLength::exactly(n);
+}
+
+CcTalk::AnswerLength least(int n)
+{
+    return CcTalk::AnswerLength::atLeast(n);
+}
 
 const QList<RequestRow>& requestRows()
 {
     using namespace CcTalk;
     static const QList<RequestRow> rows = {
-        {"Reset", make<Reset>(), 1, "", true},
-        {"SimplePoll", make<SimplePoll>(), 254, "", true},
-        {"ReqManufacturerId", make<ReqManufacturerId>(), 246, "", true},
-        {"ReqEquipmentCategoryId", make<ReqEquipmentCategoryId>(), 245, "", true},
-        {"ReqProductCode", make<ReqProductCode>(), 244, "", true},
-        {"ReqSerialNumber", make<ReqSerialNumber>(), 242, "", true},
-        {"ReqSoftwareRevision", make<ReqSoftwareRevision>(), 241, "", true},
-        {"ReqBuildCode", make<ReqBuildCode>(), 192, "", true},
-        {"ReqVarSet", make<ReqVarSet>(), 247, "", true},
-        {"ModVarSet", make<ModVarSet>((unsigned char)0x2a), 165, "2a", true},
-        {"ReqActivityReg", make<ReqActivityReg>(), 123, "", true},
-        {"ReqErrorStatus", make<ReqErrorStatus>(), 122, "", true},
-        {"Selfcheck", make<Selfcheck>(), 232, "", true},
+        {"Reset", make<Reset>(), 1, "", true, exact(0)},
+        {"SimplePoll", make<SimplePoll>(), 254, "", true, exact(0)},
+        {"ReqManufacturerId", make<ReqManufacturerId>(), 246, "", true, least(1)},
+        {"ReqEquipmentCategoryId", make<ReqEquipmentCategoryId>(), 245, "", true, least(1)},
+        {"ReqProductCode", make<ReqProductCode>(), 244, "", true, least(1)},
+        {"ReqSerialNumber", make<ReqSerialNumber>(), 242, "", true, exact(3)},
+        {"ReqSoftwareRevision", make<ReqSoftwareRevision>(), 241, "", true, least(1)},
+        {"ReqBuildCode", make<ReqBuildCode>(), 192, "", true, least(1)},
+        {"ReqVarSet", make<ReqVarSet>(), 247, "", true, least(2)},
+        {"ModVarSet", make<ModVarSet>((unsigned char)0x2a), 165, "2a", true, exact(0)},
+        {"ReqActivityReg", make<ReqActivityReg>(), 123, "", true, exact(2)},
+        {"ReqErrorStatus", make<ReqErrorStatus>(), 122, "", true, exact(2)},
+        {"Selfcheck", make<Selfcheck>(), 232, "", true, exact(2)},
         {"ReqUnitInfo acceptor serial",
-         make<ReqUnitInfo>(ReqUnitInfo::CoinAcceptor, ReqUnitInfo::SerialNumber), 84, "0205", true},
+         make<ReqUnitInfo>(ReqUnitInfo::CoinAcceptor, ReqUnitInfo::SerialNumber), 84, "0205", true, exact(3)},
         {"ReqUnitInfo acceptor firmware", make<ReqUnitInfo>(ReqUnitInfo::CoinAcceptor, ReqUnitInfo::Firmware),
-         84, "0201", true},
+         84, "0201", true, least(1)},
         {"ReqUnitInfo hopper 1 enabled", make<ReqUnitInfo>(ReqUnitInfo::Unit(1 + 2), ReqUnitInfo::Enabled),
-         84, "0300", true},
+         84, "0300", true, least(1)},
         {"ReqUnitInfo hopper 3 model", make<ReqUnitInfo>(ReqUnitInfo::Unit(3 + 2), ReqUnitInfo::Model), 84,
-         "0504", true},
+         "0504", true, least(1)},
         {"ReqUnitInfo hopper 6 capacity", make<ReqUnitInfo>(ReqUnitInfo::Unit(6 + 2), ReqUnitInfo::Capacity),
-         84, "0808", true},
-        {"ReqCoinId", make<ReqCoinId>((unsigned char)5), 184, "05", true},
-        {"ReqCoinId 16", make<ReqCoinId>((unsigned char)16), 184, "10", true},
-        {"ReqHopperBalance", make<ReqHopperBalance>(3), 119, "03", true},
-        {"ReqHopperBalance low 8 bits", make<ReqHopperBalance>(0x104), 119, "04", true},
+         84, "0808", true, exact(2)},
+        {"ReqUnitInfo other info type", make<ReqUnitInfo>(ReqUnitInfo::Unit(1 + 2), ReqUnitInfo::InfoType(7)),
+         84, "0307", true, AnswerLength::any()},
+        {"ReqCoinId", make<ReqCoinId>((unsigned char)5), 184, "05", true, exact(6)},
+        {"ReqCoinId 16", make<ReqCoinId>((unsigned char)16), 184, "10", true, exact(6)},
+        {"ReqHopperBalance", make<ReqHopperBalance>(3), 119, "03", true, exact(8)},
+        {"ReqHopperBalance low 8 bits", make<ReqHopperBalance>(0x104), 119, "04", true, exact(8)},
         {"ModHopperBalance", make<ModHopperBalance>((unsigned char)3, (unsigned short)1000), 120, "03e803",
-         true},
+         true, exact(0)},
         {"ModHopperBalance max", make<ModHopperBalance>((unsigned char)8, (unsigned short)0xffff), 120,
-         "08ffff", true},
-        {"ReqCashboxValue", make<ReqCashboxValue>(), 117, "", true},
-        {"ModifyCashboxValue", make<ModifyCashboxValue>(123456u), 118, "40e20100", true},
-        {"ReqCoinsInByType", make<ReqCoinsInByType>(), 82, "", true},
-        {"ModInhibitStatus", make<ModInhibitStatus>((unsigned short)0x0005), 231, "0500", true},
-        {"ModInhibitStatus all", make<ModInhibitStatus>((unsigned short)0xffff), 231, "ffff", true},
+         "08ffff", true, exact(0)},
+        {"ReqCashboxValue", make<ReqCashboxValue>(), 117, "", true, exact(4)},
+        {"ModifyCashboxValue", make<ModifyCashboxValue>(123456u), 118, "40e20100", true, exact(0)},
+        {"ReqCoinsInByType", make<ReqCoinsInByType>(), 82, "", true, exact(32)},
+        {"ModInhibitStatus", make<ModInhibitStatus>((unsigned short)0x0005), 231, "0500", true, exact(0)},
+        {"ModInhibitStatus all", make<ModInhibitStatus>((unsigned short)0xffff), 231, "ffff", true, exact(0)},
         {"SetChangeAlgorithm balanced", make<SetChangeAlgorithm>(SetChangeAlgorithm::Balanced), 80, "02",
-         true},
+         true, exact(0)},
         {"SetChangeAlgorithm largest first", make<SetChangeAlgorithm>(SetChangeAlgorithm::LargestFirst), 80,
-         "00", true},
-        {"PayMoneyOut", make<PayMoneyOut>(1500u), 125, "dc050000", false},
-        {"DispenseHopperPattern", make<DispenseHopperPattern>(), 85, "", false},
-        {"ReqRealTimeClock", make<ReqRealTimeClock>(), 115, "", true},
+         "00", true, exact(0)},
+        {"PayMoneyOut", make<PayMoneyOut>(1500u), 125, "dc050000", false, exact(0)},
+        {"DispenseHopperPattern", make<DispenseHopperPattern>(), 85, "", false, exact(0)},
+        {"ReqRealTimeClock", make<ReqRealTimeClock>(), 115, "", true, exact(4)},
         {"ModRealTimeClock", make<ModRealTimeClock>(QDateTime(QDate(2024, 3, 1), QTime(12, 0), Qt::UTC)), 116,
-         "40c3e165", true},
+         "40c3e165", true, exact(0)},
         {"ModRealTimeClock local time",
          make<ModRealTimeClock>(QDateTime(QDate(2024, 3, 1), QTime(15, 0), Qt::OffsetFromUTC, 3 * 3600)), 116,
-         "40c3e165", true},
-        {"ReqAuditCounter", make<ReqAuditCounter>((unsigned char)70, (unsigned char)3), 86, "4603", true},
-        {"ClearAuditCounter", make<ClearAuditCounter>((unsigned char)80, (unsigned char)2), 87, "5002", true},
-        {"PurgeHopper", make<PurgeHopper>((unsigned char)2, (unsigned char)0), 121, "0200", false},
+         "40c3e165", true, exact(0)},
+        {"ReqAuditCounter", make<ReqAuditCounter>((unsigned char)70, (unsigned char)3), 86, "4603", true,
+         exact(4)},
+        {"ClearAuditCounter", make<ClearAuditCounter>((unsigned char)80, (unsigned char)2), 87, "5002", true,
+         exact(0)},
+        {"PurgeHopper", make<PurgeHopper>((unsigned char)2, (unsigned char)0), 121, "0200", false, exact(0)},
     };
     return rows;
 }
@@ -115,9 +131,60 @@ private slots:
         QCOMPARE(int(request->getHeader()), expected.header);
         QCOMPARE(request->getData().toHex(), QByteArray(expected.data));
         QCOMPARE(request->canBeSentAgain(), expected.repeatable);
+        QCOMPARE(request->answerLength().minimum(), expected.answer.minimum());
+        QCOMPARE(request->answerLength().maximum(), expected.answer.maximum());
         QCOMPARE(int(request->getSource()), 1);
         request->setAddress(55);
         QCOMPARE(QByteArray(*request), testsupport::request(quint8(expected.header), hex(expected.data)));
+    }
+
+    // kind: 0 exactly n, 1 at least n, 2 any.
+    void answerLength_data()
+    {
+        testsupport::columns<int, int, int, bool>("kind", "n", "size", "fits");
+        QTest::newRow("exactly 8, 7") << 0 << 8 << 7 << false;
+        QTest::newRow("exactly 8, 8") << 0 << 8 << 8 << true;
+        QTest::newRow("exactly 8, 9") << 0 << 8 << 9 << false;
+        QTest::newRow("exactly 0, 0") << 0 << 0 << 0 << true;
+        QTest::newRow("exactly 0, 1") << 0 << 0 << 1 << false;
+        QTest::newRow("at least 2, 1") << 1 << 2 << 1 << false;
+        QTest::newRow("at least 2, 2") << 1 << 2 << 2 << true;
+        QTest::newRow("at least 2, 255") << 1 << 2 << 255 << true;
+        QTest::newRow("any, 0") << 2 << 0 << 0 << true;
+        QTest::newRow("any, 255") << 2 << 0 << 255 << true;
+    }
+
+    void answerLength()
+    {
+        QFETCH(int, kind);
+        QFETCH(int, n);
+        QFETCH(int, size);
+        QFETCH(bool, fits);
+        const CcTalk::AnswerLength length = kind == 0   ? CcTalk::AnswerLength::exactly(n)
+                                            : kind == 1 ? CcTalk::AnswerLength::atLeast(n)
+                                                        : CcTalk::AnswerLength::any();
+        QCOMPARE(length.fits(size), fits);
+    }
+
+    void answerLengthForTheLog()
+    {
+        QCOMPARE(CcTalk::AnswerLength::exactly(8).toLog(), QStringLiteral("8"));
+        QCOMPARE(CcTalk::AnswerLength::exactly(0).toLog(), QStringLiteral("0"));
+        QCOMPARE(CcTalk::AnswerLength::atLeast(2).toLog(), QStringLiteral("не менее 2"));
+    }
+
+    // The expectation is plain data of the frame: copies carry it, a bare request has none.
+    void expectationTravelsWithTheRequest()
+    {
+        const CcTalk::Request copy = CcTalk::ReqHopperBalance(3);
+        QVERIFY(copy.answerLength() == CcTalk::AnswerLength::exactly(8));
+        CcTalk::Request assigned;
+        QVERIFY(assigned.answerLength() == CcTalk::AnswerLength::any());
+        assigned = CcTalk::ReqVarSet();
+        QVERIFY(assigned.answerLength() == CcTalk::AnswerLength::atLeast(2));
+        const CcTalk::Request bare(CcTalk::Header::reqHopperBalance, hex("03"));
+        QVERIFY(bare.answerLength() == CcTalk::AnswerLength::any());
+        QVERIFY(CcTalk::AnswerLength::exactly(2) != CcTalk::AnswerLength::atLeast(2));
     }
 
     void enumerations()

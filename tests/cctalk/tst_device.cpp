@@ -85,6 +85,14 @@ public:
     }
 };
 
+// A simple poll that takes an answer with any data, for the tests of the exchange itself:
+// they tell answers apart by their data.
+class MarkedPoll : public CcTalk::Request
+{
+public:
+    MarkedPoll() : CcTalk::Request(CcTalk::Header::simplePoll, QByteArray()) {}
+};
+
 QList<QByteArray> garbageChunks(int count, int size)
 {
     QList<QByteArray> chunks;
@@ -174,9 +182,9 @@ private slots:
     void requestIsAddressed()
     {
         device->setAddress(40);
-        line->queueReply(testsupport::frame(1, 40, 0, hex("01")));
+        line->queueReply(testsupport::frame(1, 40, 0, hex("5255313030412c01")));
         const CcTalk::ReqHopperBalance req(3);
-        QCOMPARE(QByteArray(device->exec(req)), hex("01"));
+        QCOMPARE(QByteArray(device->exec(req)), hex("5255313030412c01"));
         QCOMPARE(line->writes.first(), testsupport::frame(40, 1, 119, hex("03")));
         QCOMPARE(int(req.getDestination()), 40);
     }
@@ -209,7 +217,7 @@ private slots:
         QFETCH(QList<QByteArray>, chunks);
         LogCapture log;
         line->queueChunks(chunks);
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("a1b2c3"));
         QCOMPARE(line->writes.size(), 1);
         QCOMPARE(line->reads, 1 + chunks.size());
@@ -224,7 +232,7 @@ private slots:
         line->setEcho(false);
         const QByteArray all = request(254) + reply(hex("07"));
         line->queueChunks({all.left(3), all.mid(3, 4), all.mid(7)});
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("07"));
         QCOMPARE(line->reads, 3);
     }
@@ -233,7 +241,7 @@ private slots:
     {
         LogCapture log;
         line->queueChunks({hex("ffff00"), reply(hex("42"))});
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("42"));
         QCOMPARE(line->writes.size(), 1);
         QVERIFY(errorLines(log).isEmpty());
@@ -245,7 +253,7 @@ private slots:
     {
         line->injectStale(reply(hex("99")));
         line->queueReply(reply(hex("11")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("11"));
         QCOMPARE(line->discards, 1);
     }
@@ -292,7 +300,7 @@ private slots:
         LogCapture log;
         line->queueSilence(4);
         line->queueReply(reply(hex("05")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("05"));
         QCOMPARE(line->writes.size(), 5);
         QCOMPARE(line->discards, 5);
@@ -325,6 +333,204 @@ private slots:
         QCOMPARE(device->pauses, QList<int>{200});
         QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
         QCOMPARE(line->scriptLeft(), 1);
+    }
+
+    // A checksum-correct answer of another data length than the request expects is a
+    // spoilt answer: one warning, one "Нет связи", and the request goes out again.
+    void wrongLengthIsRetried_data()
+    {
+        testsupport::columns<int, QByteArray, QByteArray, QString>("command", "bad", "good", "warning");
+        const QString prefix = QStringLiteral("Ответ неверной длины на команду ");
+        QTest::newRow("hopper balance, count byte missing")
+            << 0 << hex("5255313030412c") << hex("5255313030412c01")
+            << prefix + QStringLiteral("reqHopperBalance (119): байт данных: 7, ожидалось: 8");
+        QTest::newRow("hopper balance, empty")
+            << 0 << QByteArray() << hex("5255313030412c01")
+            << prefix + QStringLiteral("reqHopperBalance (119): байт данных: 0, ожидалось: 8");
+        QTest::newRow("coins in, last position missing")
+            << 1 << QByteArray(31, '\x01') << QByteArray(32, '\x01')
+            << prefix + QStringLiteral("reqCoinsInByType (82): байт данных: 31, ожидалось: 32");
+        QTest::newRow("audit counter, a byte too many")
+            << 2 << hex("0100000000") << hex("01000000")
+            << prefix + QStringLiteral("reqAuditCounter (86): байт данных: 5, ожидалось: 4");
+        QTest::newRow("ACK with data")
+            << 3 << hex("05") << QByteArray()
+            << prefix + QStringLiteral("simplePoll (254): байт данных: 1, ожидалось: 0");
+        QTest::newRow("variables, one byte")
+            << 4 << hex("08") << hex("0805")
+            << prefix + QStringLiteral("reqVarSet (247): байт данных: 1, ожидалось: не менее 2");
+        QTest::newRow("model, empty")
+            << 5 << QByteArray() << QByteArray("BCR")
+            << prefix + QStringLiteral("reqProductCode (244): байт данных: 0, ожидалось: не менее 1");
+        QTest::newRow("hopper capacity, one byte")
+            << 6 << hex("e8") << hex("e803")
+            << prefix + QStringLiteral("reqControllerManifest (84): байт данных: 1, ожидалось: 2");
+    }
+
+    void wrongLengthIsRetried()
+    {
+        QFETCH(int, command);
+        QFETCH(QByteArray, bad);
+        QFETCH(QByteArray, good);
+        QFETCH(QString, warning);
+        const CcTalk::ReqHopperBalance balance(3);
+        const CcTalk::ReqCoinsInByType coinsIn;
+        const CcTalk::ReqAuditCounter counter(80, 1);
+        const CcTalk::SimplePoll poll;
+        const CcTalk::ReqVarSet variables;
+        const CcTalk::ReqProductCode model;
+        const CcTalk::ReqUnitInfo capacity(CcTalk::ReqUnitInfo::Unit(3 + 2), CcTalk::ReqUnitInfo::Capacity);
+        const QList<const CcTalk::Request*> requests{&balance,   &coinsIn, &counter, &poll,
+                                                     &variables, &model,   &capacity};
+        const CcTalk::Request& req = *requests.at(command);
+        LogCapture log;
+        line->queueReply(reply(bad));
+        line->queueReply(reply(good));
+        const CcTalk::Response r = device->exec(req);
+        QCOMPARE(QByteArray(r), good);
+        QCOMPARE(line->writes.size(), 2);
+        QCOMPARE(line->writes.at(1), line->writes.at(0));
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{warning});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+    }
+
+    // The whole log of such an exchange: the bytes of the short answer, then the warning, then
+    // the lost-answer line, then the second attempt.
+    void wrongLengthLogInOrder()
+    {
+        LogCapture log;
+        line->setEcho(false);
+        line->queueReply(reply(hex("0102")));
+        line->queueReply(reply(hex("010203")));
+        device->exec(CcTalk::ReqSerialNumber());
+        QCOMPARE(
+            log.formatted(),
+            QStringList({QStringLiteral("DEBUG Выполнение команды reqSerialNumber (242)"),
+                         QStringLiteral("TRACE Отправка: 37 00 01 F2 D6"),
+                         QStringLiteral("TRACE Получено: 01 02 37 00 01 02 C3"),
+                         QStringLiteral("WARN Ответ неверной длины на команду reqSerialNumber (242): байт "
+                                        "данных: 2, ожидалось: 3"),
+                         QStringLiteral("ERROR Нет связи"), QStringLiteral("TRACE Отправка: 37 00 01 F2 D6"),
+                         QStringLiteral("TRACE Получено: 01 03 37 00 01 02 03 BF")}));
+    }
+
+    // A payout or purge command is never sent twice, whatever was wrong with its answer.
+    void wrongLengthOfPayoutIsNotRepeated_data()
+    {
+        testsupport::columns<int, QByteArray, QString>("command", "sent", "warning");
+        const QString prefix = QStringLiteral("Ответ неверной длины на команду ");
+        QTest::newRow("PayMoneyOut") << 0 << request(125, hex("dc050000"))
+                                     << prefix +
+                                            QStringLiteral("payMoneyOut (125): байт данных: 1, ожидалось: 0");
+        QTest::newRow("DispenseHopperPattern")
+            << 1 << request(85, hex("0103"))
+            << prefix + QStringLiteral("dispenseHopperPattern (85): байт данных: 1, ожидалось: 0");
+        QTest::newRow("PurgeHopper") << 2 << request(121, hex("0200"))
+                                     << prefix +
+                                            QStringLiteral("purgeHopper (121): байт данных: 1, ожидалось: 0");
+    }
+
+    void wrongLengthOfPayoutIsNotRepeated()
+    {
+        QFETCH(int, command);
+        QFETCH(QByteArray, sent);
+        QFETCH(QString, warning);
+        const CcTalk::PayMoneyOut pay(1500);
+        CcTalk::DispenseHopperPattern pattern;
+        pattern.addCount(1, 3);
+        const CcTalk::PurgeHopper purge(2, 0);
+        const QList<const CcTalk::Request*> requests{&pay, &pattern, &purge};
+        LogCapture log;
+        line->queueReply(reply(hex("00")));
+        line->queueReply(reply());
+        QCOMPARE(thrownText<CcTalk::Exception>([&] { device->exec(*requests.at(command)); }),
+                 QStringLiteral("Нет связи"));
+        QCOMPARE(line->writes, QList<QByteArray>{sent});
+        QCOMPARE(device->pauses, QList<int>{200});
+        QCOMPARE(log.texts(QStringLiteral("WARN")), QStringList{warning});
+        QCOMPARE(errorLines(log), QStringList{QStringLiteral("Нет связи")});
+        QCOMPARE(line->scriptLeft(), 1);
+    }
+
+    // Where the device may send more than the driver reads, a longer answer is taken as it is.
+    void longerAnswerToMinimumIsTaken_data()
+    {
+        testsupport::columns<int, QByteArray>("command", "data");
+        QTest::newRow("variables, four") << 0 << hex("08050102");
+        QTest::newRow("variables, exactly two") << 0 << hex("0805");
+        QTest::newRow("model, long text") << 1 << QByteArray("BCR-6-HOPPER");
+        QTest::newRow("model, one character") << 1 << QByteArray("B");
+        QTest::newRow("hopper enabled, two bytes") << 2 << hex("0100");
+    }
+
+    void longerAnswerToMinimumIsTaken()
+    {
+        QFETCH(int, command);
+        QFETCH(QByteArray, data);
+        const CcTalk::ReqVarSet variables;
+        const CcTalk::ReqProductCode model;
+        const CcTalk::ReqUnitInfo enabled(CcTalk::ReqUnitInfo::Unit(1 + 2), CcTalk::ReqUnitInfo::Enabled);
+        const QList<const CcTalk::Request*> requests{&variables, &model, &enabled};
+        LogCapture log;
+        line->queueReply(reply(data));
+        QCOMPARE(QByteArray(device->exec(*requests.at(command))), data);
+        QCOMPARE(line->writes.size(), 1);
+        QVERIFY(device->pauses.isEmpty());
+        QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
+        QVERIFY(errorLines(log).isEmpty());
+    }
+
+    void wrongLengthFiveTimesIsNoLink()
+    {
+        LogCapture log;
+        for (int i = 0; i < 5; ++i)
+            line->queueReply(reply(hex("5255313030")));
+        line->queueReply(reply(hex("5255313030412c01")));
+        QCOMPARE(thrownText<CcTalk::Exception>([&] { device->exec(CcTalk::ReqHopperBalance(3)); }),
+                 QStringLiteral("Нет связи"));
+        QCOMPARE(line->writes, repeated(request(119, hex("03")), 5));
+        QCOMPARE(device->pauses, repeated(200, 5));
+        QCOMPARE(
+            log.texts(QStringLiteral("WARN")),
+            QStringList(repeated(QStringLiteral("Ответ неверной длины на команду reqHopperBalance (119): "
+                                                "байт данных: 5, ожидалось: 8"),
+                                 5)));
+        QCOMPARE(errorLines(log), QStringList(repeated(QStringLiteral("Нет связи"), 5)));
+        QCOMPARE(line->scriptLeft(), 1);
+    }
+
+    // NAK and BUSY carry no data whatever the request expects, and keep their own handling.
+    void nakAndBusyAreNotLengthFaults_data()
+    {
+        testsupport::columns<int>("command");
+        QTest::newRow("hopper balance") << 0;
+        QTest::newRow("coins in") << 1;
+        QTest::newRow("variables") << 2;
+    }
+
+    void nakAndBusyAreNotLengthFaults()
+    {
+        QFETCH(int, command);
+        const CcTalk::ReqHopperBalance balance(3);
+        const CcTalk::ReqCoinsInByType coinsIn;
+        const CcTalk::ReqVarSet variables;
+        const QList<const CcTalk::Request*> requests{&balance, &coinsIn, &variables};
+        const QList<QByteArray> answers{hex("5255313030412c01"), QByteArray(32, '\x02'), hex("0805")};
+        LogCapture log;
+        line->queueReply(testsupport::busy());
+        line->queueReply(reply(answers.at(command)));
+        QCOMPARE(QByteArray(device->exec(*requests.at(command))), answers.at(command));
+        QCOMPARE(device->pauses, QList<int>{1000});
+        line->queueReply(testsupport::nak());
+        line->queueReply(reply(answers.at(command)));
+        QCOMPARE(thrownText<CcTalk::NakException>([&] { device->exec(*requests.at(command)); }),
+                 QStringLiteral("Ошибка выполнения команды"));
+        QCOMPARE(line->writes.size(), 3);
+        QCOMPARE(device->pauses, QList<int>{1000});
+        QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
+        QCOMPARE(errorLines(log), QStringList({QStringLiteral("Устройство занято"),
+                                               QStringLiteral("Ошибка выполнения команды")}));
     }
 
     void nakIsNeverRepeated()
@@ -364,7 +570,7 @@ private slots:
         LogCapture log;
         line->queueReply(testsupport::busy());
         line->queueReply(reply(hex("77")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("77"));
         QCOMPARE(line->writes.size(), 2);
         QCOMPARE(line->discards, 2);
@@ -400,7 +606,7 @@ private slots:
         for (int i = 0; i < 60; ++i)
             line->queueReply(testsupport::busy());
         line->queueReply(reply(hex("01")));
-        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("01"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("01"));
         QCOMPARE(line->writes.size(), 61);
         QCOMPARE(device->pauses, repeated(1000, 60));
     }
@@ -432,7 +638,7 @@ private slots:
             for (int i = 0; i < 45; ++i)
                 line->queueReply(testsupport::busy());
             line->queueReply(reply(hex("aa")));
-            QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("aa"));
+            QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("aa"));
         }
         QCOMPARE(device->pauses, repeated(1000, 450));
         QCOMPARE(line->writes.size(), 460);
@@ -461,7 +667,7 @@ private slots:
         const QByteArray foreign = testsupport::frame(2, 3, 0, hex("0a0b"));
         QCOMPARE(foreign, hex("020203000a0be4"));
         line->queueReply(foreign + reply(hex("5a")));
-        QCOMPARE(QByteArray(device->exec(CcTalk::ReqCoinsInByType())), hex("5a"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("5a"));
         QCOMPARE(line->writes.size(), 1);
         QCOMPARE(log.texts(QStringLiteral("WARN")),
                  QStringList{QStringLiteral("Отброшено чужих кадров: 1, байт вне кадров: 0")});
@@ -471,7 +677,7 @@ private slots:
     {
         LogCapture log;
         line->queueReply(testsupport::frame(1, 3, 0, hex("99")) + reply(hex("01")));
-        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("01"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("01"));
         QCOMPARE(log.texts(QStringLiteral("WARN")),
                  QStringList{QStringLiteral("Отброшено чужих кадров: 1, байт вне кадров: 0")});
     }
@@ -483,7 +689,7 @@ private slots:
         LogCapture log;
         line->queueReply(testsupport::frame(2, 3, 0, hex("01")) + testsupport::frame(1, 56, 0));
         line->queueReply(reply(hex("02")));
-        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("02"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("02"));
         QCOMPARE(line->writes.size(), 2);
         QCOMPARE(device->pauses, QList<int>{200});
         QCOMPARE(log.texts(QStringLiteral("WARN")),
@@ -499,7 +705,7 @@ private slots:
         bad[bad.size() - 1] = char(bad.at(bad.size() - 1) + 1);
         line->queueChunks({bad});
         line->queueReply(reply(hex("03")));
-        QCOMPARE(QByteArray(device->exec(CcTalk::ReqCoinsInByType())), hex("03"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("03"));
         QCOMPARE(line->writes.size(), 2);
     }
 
@@ -507,7 +713,7 @@ private slots:
     {
         LogCapture log;
         line->queueChunks({hex("00"), hex("00"), reply(hex("04"))});
-        QCOMPARE(QByteArray(device->exec(CcTalk::SimplePoll())), hex("04"));
+        QCOMPARE(QByteArray(device->exec(MarkedPoll())), hex("04"));
         QCOMPARE(log.texts(QStringLiteral("WARN")),
                  QStringList{QStringLiteral("Отброшено чужих кадров: 0, байт вне кадров: 2")});
     }
@@ -516,7 +722,7 @@ private slots:
     {
         LogCapture log;
         line->queueReply(reply(hex("05")));
-        device->exec(CcTalk::SimplePoll());
+        device->exec(MarkedPoll());
         QVERIFY(log.texts(QStringLiteral("WARN")).isEmpty());
     }
 
@@ -590,7 +796,7 @@ private slots:
         LogCapture log;
         line->queueChunks(garbageChunks(20, 100));
         line->queueReply(reply(hex("33")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         checkSecondAttemptTaken(r, hex("33"), line->writes.size(), log);
         // Echo (5 bytes) and 11 chunks of 100 make 1105 > 1024; the second attempt
         // reads echo and answer.
@@ -615,7 +821,7 @@ private slots:
         // Echo 5 bytes and 1019 bytes of garbage: 1024 in all, not over the bound; the
         // answer that follows is taken.
         line->queueChunks({QByteArray(1019, '\xff'), reply(hex("4444"))});
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("4444"));
         QCOMPARE(line->writes.size(), 1);
     }
@@ -624,7 +830,7 @@ private slots:
     {
         // The bound applies only when the bytes read have not formed an answer.
         line->queueChunks({QByteArray(2000, '\xff') + reply(hex("4545"))});
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         QCOMPARE(QByteArray(r), hex("4545"));
         QCOMPARE(line->writes.size(), 1);
     }
@@ -639,7 +845,7 @@ private slots:
         QList<QByteArray> trickle = garbageChunks(100, 1);
         slow.queueChunks(trickle);
         slow.queueReply(reply(hex("55")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         checkSecondAttemptTaken(r, hex("55"), slow.writes.size(), log);
         // Waits at 1000 .. 5000 ms are within the bound, the check after the fifth wait
         // finds 5000 ms (not more), the sixth wait brings 6000 ms and ends the attempt.
@@ -670,7 +876,7 @@ private slots:
         device->setSerial(&empty);
         empty.queueSilence(1);
         empty.queueReply(reply(hex("66")));
-        const CcTalk::Response r = device->exec(CcTalk::SimplePoll());
+        const CcTalk::Response r = device->exec(MarkedPoll());
         checkSecondAttemptTaken(r, hex("66"), empty.writes.size(), log);
         device->setSerial(line);
     }
@@ -732,8 +938,11 @@ private slots:
         LogCapture log;
         device->setName(QStringLiteral("BCR"));
         device->setAddress(2);
-        line->setResponder(
-            [](const QByteArray&) { return QList<QByteArray>{testsupport::frame(1, 2, 0, hex("41"))}; });
+        line->setResponder([](const QByteArray& written) {
+            const quint8 header = quint8(written.at(3));
+            const QByteArray data = header == 254 ? QByteArray() : header == 242 ? hex("410000") : hex("41");
+            return QList<QByteArray>{testsupport::frame(1, 2, 0, data)};
+        });
         device->commonInit();
         const QStringList info = log.texts(QStringLiteral("INFO"));
         QCOMPARE(info.first(), QStringLiteral("BCR, адрес на шине ccTalk - 2"));
@@ -749,13 +958,8 @@ private slots:
         QTest::newRow("model, zero inside") << 3 << hex("4243520058595a") << QStringLiteral("модель - BCR");
         QTest::newRow("model, zero first") << 3 << hex("00414243") << QStringLiteral("модель - ");
         QTest::newRow("model, zero last") << 3 << hex("41424300") << QStringLiteral("модель - ABC");
-        QTest::newRow("model, empty") << 3 << QByteArray() << QStringLiteral("модель - ");
         QTest::newRow("serial 39 30 00") << 5 << hex("393000") << QStringLiteral("серийный номер - 12345");
         QTest::newRow("serial max") << 5 << hex("ffffff") << QStringLiteral("серийный номер - 16777215");
-        QTest::newRow("serial, fourth byte ignored")
-            << 5 << hex("01000005") << QStringLiteral("серийный номер - 1");
-        QTest::newRow("serial short") << 5 << hex("0201") << QStringLiteral("серийный номер - 258");
-        QTest::newRow("serial empty") << 5 << QByteArray() << QStringLiteral("серийный номер - 0");
     }
 
     void commonInitShowsAnswer()
@@ -772,6 +976,41 @@ private slots:
         device->commonInit();
         // The line with the bus address comes first.
         QCOMPARE(log.texts(QStringLiteral("INFO")).at(answer + 1), shown);
+    }
+
+    // An answer of the wrong length is asked again, and the line shows the second answer:
+    // a serial number of too few bytes is never shown with zeros for the bytes missing.
+    void commonInitAsksAgainAfterWrongLength_data()
+    {
+        testsupport::columns<int, QByteArray, QByteArray, QString>("answer", "bad", "good", "shown");
+        QTest::newRow("model, empty")
+            << 3 << QByteArray() << QByteArray("BCR") << QStringLiteral("модель - BCR");
+        QTest::newRow("serial short")
+            << 5 << hex("0201") << hex("393000") << QStringLiteral("серийный номер - 12345");
+        QTest::newRow("serial empty")
+            << 5 << QByteArray() << hex("393000") << QStringLiteral("серийный номер - 12345");
+        QTest::newRow("serial, a fourth byte")
+            << 5 << hex("01000005") << hex("010000") << QStringLiteral("серийный номер - 1");
+    }
+
+    void commonInitAsksAgainAfterWrongLength()
+    {
+        QFETCH(int, answer);
+        QFETCH(QByteArray, bad);
+        QFETCH(QByteArray, good);
+        QFETCH(QString, shown);
+        LogCapture log;
+        QList<QByteArray> answers{QByteArray(),    QByteArray("Payout"), QByteArray("CPI"), QByteArray("BCR"),
+                                  QByteArray("B"), hex("393000"),        QByteArray("2.1")};
+        answers[answer] = good;
+        answers.insert(answer, bad);
+        for (const QByteArray& a : answers)
+            line->queueReply(reply(a));
+        device->commonInit();
+        QCOMPARE(line->writes.size(), 8);
+        QCOMPARE(line->writes.at(answer + 1), line->writes.at(answer));
+        QCOMPARE(log.texts(QStringLiteral("INFO")).at(answer + 1), shown);
+        QCOMPARE(log.texts(QStringLiteral("WARN")).size(), 1);
     }
 
     void commonInitStopsAtFailure()

@@ -176,7 +176,7 @@ private slots:
         PtyResponder pty;
         std::atomic<int> calls{0};
         pty.start([&calls](const QByteArray&) {
-            return QList<QByteArray>{calls++ == 0 ? testsupport::busy() : reply(hex("2a"))};
+            return QList<QByteArray>{calls++ == 0 ? testsupport::busy() : reply(hex("1005"))};
         });
         hw::SerialPort port;
         QVERIFY(port.open(pty.path));
@@ -184,7 +184,7 @@ private slots:
         device.setAddress(55);
         device.setSerial(&port);
         const CcTalk::Response r = device.exec(CcTalk::ReqVarSet());
-        QCOMPARE(QByteArray(r), hex("2a"));
+        QCOMPARE(QByteArray(r), hex("1005"));
         QCOMPARE(device.pauses, QList<int>{1000});
         QCOMPARE(pty.heard().size(), 2);
     }

@@ -1,4 +1,5 @@
 #include "cctalk/exception.h"
+#include "support/columns.h"
 #include "support/logcapture.h"
 #include "testchanger.h"
 
@@ -24,6 +25,15 @@ void refuseNth(SimChangerRig& rig, quint8 header, int nth)
     });
 }
 
+// The device cuts the last data byte of its first answer with this header, checksum kept right.
+void shortenFirst(SimChangerRig& rig, quint8 header)
+{
+    rig.beforeAnswer(header, [&rig, n = 0]() mutable {
+        if (++n == 1)
+            rig.line.shortenNext();
+    });
+}
+
 } // namespace
 
 class TestCounters : public QObject
@@ -40,6 +50,8 @@ private slots:
     void dispensedCountersWaitForThePayout();
     void failureDiscardsThePartialResult();
     void balancesAreWrittenAsGiven();
+    void shortAnswerIsAskedAgain_data();
+    void shortAnswerIsAskedAgain();
 };
 
 void TestCounters::acceptedCountersAddPositionsOfOneDenomination()
@@ -215,6 +227,41 @@ void TestCounters::balancesAreWrittenAsGiven()
 
     rig.refuse(120);
     QVERIFY_EXCEPTION_THROWN(rig.changer.setHopperCount(1, 1), CcTalk::NakException);
+}
+
+// A checksum-correct answer one byte short is refused and asked again: the value read is the
+// device's, never one whose missing high byte counted as zero (400 coins read as 144, the
+// cashbox 16909060 as 131844).
+void TestCounters::shortAnswerIsAskedAgain_data()
+{
+    testsupport::columns<int, QByteArray, QByteArray, unsigned int, QString>("which", "request", "cut",
+                                                                             "value", "warning");
+    QTest::newRow("hopper 4 balance")
+        << 0 << req(119, bytes({4})) << QByteArray("RU100A") + bytes({0x90}) << 400u
+        << QStringLiteral("WARN Ответ неверной длины на команду reqHopperBalance "
+                          "(119): байт данных: 7, ожидалось: 8");
+    QTest::newRow("cashbox value") << 1 << req(117) << bytes({0x04, 0x03, 0x02}) << 0x01020304u
+                                   << QStringLiteral(
+                                          "WARN Ответ неверной длины на команду reqCashboxValue (117): "
+                                          "байт данных: 3, ожидалось: 4");
+}
+
+void TestCounters::shortAnswerIsAskedAgain()
+{
+    QFETCH(int, which);
+    QFETCH(QByteArray, request);
+    QFETCH(QByteArray, cut);
+    QFETCH(unsigned int, value);
+    QFETCH(QString, warning);
+    SimChangerRig rig;
+    rig.device().setCashbox(0x01020304);
+    shortenFirst(rig, quint8(request.at(3)));
+    testsupport::LogCapture log;
+    QCOMPARE(which == 0 ? rig.changer.getHopperCount(4) : rig.changer.getCashboxSum(), value);
+    QCOMPARE(rig.writes(), frames({request, request}));
+    QVERIFY(rig.line.transactions().at(0).answer.endsWith(testsupport::reply(cut)));
+    QCOMPARE(significant(log), QStringList({warning, QStringLiteral("ERROR Нет связи")}));
+    QCOMPARE(rig.changer.sleeps, QList<int>{200});
 }
 
 QTEST_GUILESS_MAIN(TestCounters)

@@ -87,7 +87,7 @@ private slots:
     void hopperNumberFromTheName();
     void unknownUnitFails();
     void doneClearsTheHopperCounter();
-    void doneIgnoresTheAnswer();
+    void doneRefusesAnAckWithData();
     void doneOnANonHopperSendsNothing();
     void counterFailurePassesThrough();
 
@@ -223,14 +223,25 @@ void TestMaintenance::doneClearsTheHopperCounter()
     QVERIFY(significant(log).isEmpty());
 }
 
-void TestMaintenance::doneIgnoresTheAnswer()
+// A cleared counter is answered with a bare ACK. An ACK that carries data is a stale or
+// mangled answer: asked again like a lost one, and in the end no link.
+void TestMaintenance::doneRefusesAnAckWithData()
 {
-    // The simulator answers a cleared counter with a bare ACK only.
     Rig rig;
     rig.changer.setUnits({hopperUnit(QStringLiteral("hopper1"), 100)});
     rig.model.on(87, bytes({80, 1}), bytes({1, 2, 3}));
-    rig.changer.maintanenceDone(QStringLiteral("hopper1"));
-    QCOMPARE(rig.serial.writes.last(), req(87, bytes({80, 1})));
+    testsupport::LogCapture log;
+    QCOMPARE(thrownText<CcTalk::Exception>([&] { rig.changer.maintanenceDone(QStringLiteral("hopper1")); }),
+             QStringLiteral("Нет связи"));
+    QList<QByteArray> cleared;
+    QStringList warnings;
+    for (int i = 0; i < 5; ++i) {
+        cleared << req(87, bytes({80, 1}));
+        warnings << QStringLiteral("Ответ неверной длины на команду clearAuditCounter (87): байт данных: 3, "
+                                   "ожидалось: 0");
+    }
+    QCOMPARE(rig.serial.writes, cleared);
+    QCOMPARE(log.texts(QStringLiteral("WARN")), warnings);
 }
 
 void TestMaintenance::doneOnANonHopperSendsNothing()

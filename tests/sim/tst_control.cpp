@@ -39,6 +39,8 @@ private slots:
     void faultCommands();
     void lineCommands_data();
     void lineCommands();
+    void shortAnswers_data();
+    void shortAnswers();
     void babble();
     void observation();
     void badInput_data();
@@ -54,9 +56,9 @@ void TestControl::helpListsEveryCommand()
     sim::ControlChannel c(s);
     const QString help = c.execute(QStringLiteral("help"));
     for (const char* word :
-         {"coin",    "error",  "selfcheck", "activity", "jam",     "empty",   "door",  "hopper",
-          "cashbox", "drop",   "busy",      "nak",      "corrupt", "garbage", "split", "babble",
-          "silent",  "pacing", "echo",      "status",   "counter", "log",     "port",  "quit"})
+         {"coin",   "error", "selfcheck", "activity", "jam",   "empty",   "door",  "hopper", "cashbox",
+          "drop",   "busy",  "nak",       "corrupt",  "short", "garbage", "split", "babble", "silent",
+          "pacing", "echo",  "status",    "counter",  "log",   "port",    "quit"})
         QVERIFY2(help.contains(QLatin1String(word)), word);
     QCOMPARE(c.execute(QString()), QString());
     QCOMPARE(c.execute(QStringLiteral("   ")), QString());
@@ -85,6 +87,7 @@ void TestControl::helpText()
         "  busy N                  answer the next N commands BUSY\n"
         "  nak [N]                 answer the next N commands NAK\n"
         "  corrupt [N]             spoil the checksum of the next N answers\n"
+        "  short [N]               cut the last data byte of the next N answers, checksum right\n"
         "  garbage HEX...          put these bytes before the next answer\n"
         "  foreign [N]             a frame between two other stations before the next N answers\n"
         "  badframe [N]            a 130-byte frame to the host with a wrong checksum before the\n"
@@ -225,6 +228,45 @@ void TestControl::lineCommands()
     QCOMPARE(port.read((onTheLine.size() + 1) / 3).toHex(' ').toUpper(), onTheLine);
 }
 
+// Each row: the control line, then the requests sent one after another and what the line
+// carries back for each (the echo, then the answer). The serial number 1503278 is 2E F0 16.
+void TestControl::shortAnswers_data()
+{
+    testsupport::columns<QString, QList<QByteArray>, QList<QByteArray>>("control", "requests", "onTheLine");
+    const QByteArray serial = "37 00 01 F2 D6";
+    const QByteArray whole = serial + " 01 03 37 00 2E F0 16 91";
+    const QByteArray cut = serial + " 01 02 37 00 2E F0 A8";
+    const QByteArray poll = "37 00 01 FE CA";
+    QTest::newRow("short") << QStringLiteral("short") << QList<QByteArray>{serial, serial}
+                           << QList<QByteArray>{cut, whole};
+    QTest::newRow("short 2") << QStringLiteral("short 2") << QList<QByteArray>{serial, serial, serial}
+                             << QList<QByteArray>{cut, cut, whole};
+    // An ACK has no data byte to cut: it goes out whole and the fault is used up.
+    QTest::newRow("ACK uses it up") << QStringLiteral("short") << QList<QByteArray>{poll, serial}
+                                    << QList<QByteArray>{poll + " 01 00 37 00 C8", whole};
+    QTest::newRow("short 0") << QStringLiteral("short 0") << QList<QByteArray>{serial}
+                             << QList<QByteArray>{whole};
+}
+
+void TestControl::shortAnswers()
+{
+    QFETCH(QString, control);
+    QFETCH(QList<QByteArray>, requests);
+    QFETCH(QList<QByteArray>, onTheLine);
+    sim::Config config = fastConfig();
+    config.answerDelayMs = 0;
+    sim::Simulator s(config);
+    QVERIFY(s.openPty());
+    sim::ControlChannel c(s);
+    QCOMPARE(c.execute(control), QStringLiteral("ok"));
+    testsupport::RawPort port(s.portPath());
+    QVERIFY(port.isOpen());
+    for (int i = 0; i < requests.size(); ++i) {
+        QVERIFY(port.send(requests.at(i).constData()));
+        QCOMPARE(port.read((onTheLine.at(i).size() + 1) / 3).toHex(' ').toUpper(), onTheLine.at(i));
+    }
+}
+
 void TestControl::babble()
 {
     sim::Simulator s(fastConfig());
@@ -267,6 +309,8 @@ void TestControl::badInput_data()
     QTest::newRow("garbage odd") << QStringLiteral("garbage ABC");
     QTest::newRow("garbage not hex") << QStringLiteral("garbage zz");
     QTest::newRow("split one piece") << QStringLiteral("split 1 10");
+    QTest::newRow("short text") << QStringLiteral("short one");
+    QTest::newRow("short two counts") << QStringLiteral("short 1 2");
     QTest::newRow("babble maybe") << QStringLiteral("babble maybe");
     QTest::newRow("clear all") << QStringLiteral("clear all");
     QTest::newRow("activity big") << QStringLiteral("activity 65536");

@@ -1,10 +1,13 @@
 #include "device.h"
 #include "frame.h"
 
+#include "cctalk/commands.h"
 #include "cctalk/statecommands.h"
 #include "support/columns.h"
 
 #include <QtTest>
+#include <functional>
+#include <memory>
 #include <random>
 
 using sim::Device;
@@ -69,6 +72,81 @@ struct Step
 };
 using Script = QVector<Step>;
 
+// Every request the driver sends, with the arguments it sends it with.
+struct DriverRequest
+{
+    QByteArray name;
+    std::function<std::unique_ptr<CcTalk::Request>()> build;
+};
+
+template <class R, class... A> std::function<std::unique_ptr<CcTalk::Request>()> make(A... args)
+{
+    return [=] { return std::unique_ptr<CcTalk::Request>(new R(args...)); };
+}
+
+const QList<DriverRequest>& driverRequests()
+{
+    using namespace CcTalk;
+    using Info = ReqUnitInfo;
+    static const QList<DriverRequest> rows = [] {
+        QList<DriverRequest> r = {
+            {"reset", make<Reset>()},
+            {"simple poll", make<SimplePoll>()},
+            {"manufacturer", make<ReqManufacturerId>()},
+            {"category", make<ReqEquipmentCategoryId>()},
+            {"product code", make<ReqProductCode>()},
+            {"serial number", make<ReqSerialNumber>()},
+            {"software revision", make<ReqSoftwareRevision>()},
+            {"build code", make<ReqBuildCode>()},
+            {"variables", make<ReqVarSet>()},
+            {"fast mode", make<ModVarSet>((unsigned char)255)},
+            {"activity", make<ReqActivityReg>()},
+            {"error status", make<ReqErrorStatus>()},
+            {"self-check", make<Selfcheck>()},
+            {"acceptor serial", make<Info>(Info::CoinAcceptor, Info::SerialNumber)},
+            {"acceptor firmware", make<Info>(Info::CoinAcceptor, Info::Firmware)},
+            {"acceptor model", make<Info>(Info::CoinAcceptor, Info::Model)},
+            {"coin id 1", make<ReqCoinId>((unsigned char)1)},
+            {"coin id 16", make<ReqCoinId>((unsigned char)16)},
+            {"cashbox", make<ReqCashboxValue>()},
+            {"cashbox set", make<ModifyCashboxValue>(1000u)},
+            {"coins in", make<ReqCoinsInByType>()},
+            {"inhibit", make<ModInhibitStatus>((unsigned short)0xffff)},
+            {"change algorithm", make<SetChangeAlgorithm>(SetChangeAlgorithm::Balanced)},
+            {"pay 15.00", make<PayMoneyOut>(1500u)},
+            {"clock", make<ReqRealTimeClock>()},
+            {"clock set", make<ModRealTimeClock>(QDateTime::fromSecsSinceEpoch(1700000000))},
+            {"accepted counter", make<ReqAuditCounter>((unsigned char)70, (unsigned char)4)},
+            {"purge hopper 2", make<PurgeHopper>((unsigned char)2, (unsigned char)0)},
+            {"hopper balance set", make<ModHopperBalance>((unsigned char)1, (unsigned short)10)},
+            {"dispense pattern",
+             [] {
+                 auto pattern = std::make_unique<DispenseHopperPattern>();
+                 pattern->addCount(1, 2);
+                 pattern->addCount(3, 1);
+                 return std::unique_ptr<Request>(std::move(pattern));
+             }},
+        };
+        // Hopper 5 of the default recycler is disabled: it still answers its manifest.
+        for (int h = 1; h <= 5; ++h) {
+            const Info::Unit unit = Info::Unit(h + 2);
+            for (Info::InfoType info :
+                 {Info::Enabled, Info::SerialNumber, Info::Firmware, Info::Model, Info::Capacity})
+                r.append({"hopper " + QByteArray::number(h) + " manifest " + QByteArray::number(int(info)),
+                          make<Info>(unit, info)});
+            r.append({"hopper " + QByteArray::number(h) + " balance", make<ReqHopperBalance>(h)});
+            r.append({"hopper " + QByteArray::number(h) + " paid out",
+                      make<ReqAuditCounter>((unsigned char)80, (unsigned char)h)});
+            r.append({"hopper " + QByteArray::number(h) + " purged",
+                      make<ReqAuditCounter>((unsigned char)87, (unsigned char)h)});
+            r.append({"hopper " + QByteArray::number(h) + " counter cleared",
+                      make<ClearAuditCounter>((unsigned char)80, (unsigned char)h)});
+        }
+        return r;
+    }();
+    return rows;
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(Script)
@@ -109,6 +187,8 @@ private slots:
     void coinValues_data();
     void coinValues();
     void randomFramesNeverBreakTheModel();
+    void answersHaveTheLengthTheDriverExpects_data();
+    void answersHaveTheLengthTheDriverExpects();
 };
 
 void TestDevice::simplePollAndAddressing()
@@ -823,6 +903,31 @@ void TestDevice::randomFramesNeverBreakTheModel()
     QVERIFY(answered > 1000);
     for (int h = 1; h <= dev->hopperCount(); ++h)
         QVERIFY(dev->hopperCount(h) >= 0 && dev->hopperCount(h) <= 65535);
+}
+
+// The driver rejects an answer of any other data length, so every answer of the simulated
+// recycler to what the driver sends must have the length the driver expects.
+void TestDevice::answersHaveTheLengthTheDriverExpects_data()
+{
+    testsupport::columns<int>("row");
+    for (int i = 0; i < driverRequests().size(); ++i)
+        QTest::newRow(driverRequests().at(i).name.constData()) << i;
+}
+
+void TestDevice::answersHaveTheLengthTheDriverExpects()
+{
+    QFETCH(int, row);
+    auto dev = makeDevice();
+    const std::unique_ptr<CcTalk::Request> request = driverRequests().at(row).build();
+    request->setAddress(55);
+    const QByteArray answer = dev->handleFrame(QByteArray(*request));
+    QVERIFY(sim::frame::isComplete(answer));
+    QCOMPARE(int(sim::frame::header(answer)), int(sim::frame::Ack));
+    const int size = sim::frame::data(answer).size();
+    QVERIFY2(
+        request->answerLength().fits(size),
+        qPrintable(
+            QStringLiteral("%1 data bytes, expected %2").arg(size).arg(request->answerLength().toLog())));
 }
 
 QTEST_GUILESS_MAIN(TestDevice)

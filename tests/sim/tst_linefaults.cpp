@@ -83,6 +83,16 @@ private slots:
             << Setup([](LineFaults& f) { f.foreign = f.badFrame = 1; })
             << QList<QByteArray>{frame(2, 3, 0, hex("0203")) + answer, bad + answer, answer}
             << QList<int>{1, 2, 3};
+        // The last data byte goes, the length byte and the checksum follow: 01 01 37 00 01 C6.
+        const QByteArray cut = frame(1, 55, 0, hex("01"));
+        QTest::newRow("shorten") << Setup([](LineFaults& f) { f.shorten = 1; })
+                                 << QList<QByteArray>{hex("0101370001c6"), answer} << QList<int>{1, 2};
+        QTest::newRow("shorten twice") << Setup([](LineFaults& f) { f.shorten = 2; })
+                                       << QList<QByteArray>{cut, cut, answer} << QList<int>{1, 2, 3};
+        // A lost answer leaves the fault for the next answer that goes out.
+        QTest::newRow("shorten after a lost answer")
+            << Setup([](LineFaults& f) { f.drop = f.shorten = 1; })
+            << QList<QByteArray>{QByteArray(), cut, answer} << QList<int>{1, 2, 3};
         QTest::newRow("garbage once") << Setup([](LineFaults& f) { f.garbage = hex("ff00"); })
                                       << QList<QByteArray>{hex("ff00") + answer, answer} << QList<int>{1, 2};
     }
@@ -102,6 +112,35 @@ private slots:
             QCOMPARE(joined(pieces), answers.at(i));
             QCOMPARE(device.calls, calls.at(i));
         }
+    }
+
+    // An answer without data has nothing to cut: it goes out whole and uses the fault up,
+    // BUSY and NAK included.
+    // The device's own answers in turn, and what the host gets for the first request.
+    void shortenWithoutDataUsesItUp_data()
+    {
+        testsupport::columns<Setup, QList<QByteArray>, QByteArray>("setup", "device", "first");
+        QTest::newRow("ACK") << Setup([](LineFaults&) {}) << QList<QByteArray>{hex("01003700c8"), answer}
+                             << hex("01003700c8");
+        QTest::newRow("BUSY") << Setup([](LineFaults& f) { f.busy = 1; }) << QList<QByteArray>{answer}
+                              << hex("01003706c2");
+        QTest::newRow("NAK") << Setup([](LineFaults& f) { f.nak = 1; }) << QList<QByteArray>{answer}
+                             << hex("01003705c3");
+    }
+
+    void shortenWithoutDataUsesItUp()
+    {
+        QFETCH(Setup, setup);
+        QFETCH(QList<QByteArray>, device);
+        QFETCH(QByteArray, first);
+        LineFaults faults;
+        setup(faults);
+        faults.shorten = 1;
+        auto next = [&device](const QByteArray&) { return device.takeFirst(); };
+        QCOMPARE(joined(faults.respond(request, 55, next)), first);
+        QCOMPARE(faults.shorten, 0);
+        QCOMPARE(joined(faults.respond(request, 55, next)), answer);
+        QVERIFY(device.isEmpty());
     }
 
     void dropOnlyForItsHeader()
@@ -135,6 +174,7 @@ private slots:
     {
         LineFaults faults;
         faults.busy = faults.nak = faults.drop = faults.corrupt = faults.foreign = faults.badFrame = 3;
+        faults.shorten = 3;
         faults.garbage = hex("01");
         faults.splitPieces = 2;
         faults.dropHeader = 121;

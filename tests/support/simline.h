@@ -71,6 +71,9 @@ public:
     void answerBusy(int n) { faults.busy += n; }
     void nakNext(int n = 1) { faults.nak += n; }
     void corruptChecksumNext(int n = 1) { faults.corrupt += n; }
+    // The next n answers each lose their last data byte, checksum kept right; an answer
+    // without data goes out whole and uses one up.
+    void shortenNext(int n = 1) { faults.shorten += n; }
     void foreignFrameBeforeNext(int n = 1) { faults.foreign += n; }
     void badFrameBeforeNext(int n = 1) { faults.badFrame += n; }
     void garbageBeforeNext(const QByteArray& bytes) { faults.garbage += bytes; }
