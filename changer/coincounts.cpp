@@ -12,6 +12,28 @@ const unsigned int burstCoins = 25;
 const unsigned int counterRange = 0x10000;
 const qint64 maxStep = counterRange / 2 - 1;
 
+bool wentDown(const CoinCounts::Jumps& jumps)
+{
+    for (auto it = jumps.constBegin(); it != jumps.constEnd(); ++it) {
+        if (it.value().second < it.value().first)
+            return true;
+    }
+    return false;
+}
+
+// A restart sets every counter to 0 at once: each reading is what came in since, also
+// where it happens to equal the counter before the restart.
+CoinCounts::Counters countedFromZero(const CoinCounts::Counters& counts, unsigned int limit)
+{
+    CoinCounts::Counters added;
+    for (auto it = counts.constBegin(); it != counts.constEnd(); ++it) {
+        const unsigned int now = it.value() % counterRange;
+        if (now != 0 && now <= limit)
+            added[it.key()] = now;
+    }
+    return added;
+}
+
 } // namespace
 
 unsigned int CoinCounts::maxCoins(qint64 elapsedMsecs)
@@ -71,12 +93,8 @@ CoinCounts::Step CoinCounts::update(const Counters& counts, qint64 atMsecs, Rest
     if (counts != candidate)
         step.discarded = candidateJumps;
     step.rebased = jumps;
-    if (restart == FromZero) {
-        for (auto it = jumps.constBegin(); it != jumps.constEnd(); ++it) {
-            if (it.value().second < it.value().first && it.value().second > 0 && it.value().second <= limit)
-                step.added[it.key()] = it.value().second;
-        }
-    }
+    if (restart == FromZero && wentDown(jumps))
+        step.added = countedFromZero(counts, limit);
     accept(counts, atMsecs);
     return step;
 }

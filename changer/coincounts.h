@@ -43,8 +43,8 @@ public:
     bool pending() const { return !candidate.isEmpty(); }
 
     // How a confirmed jump down is taken: as the new baseline, or (while acceptance opens,
-    // on a device that restarts its counters when positions are enabled) as a count from 0,
-    // every coin of it taken in since the restart.
+    // on a device that restarts its counters when positions are enabled) as a restart of
+    // every counter, each reading then being the coins taken in since.
     enum Restart { FromReading, FromZero };
 
     // Takes a reading made at the given time (milliseconds on any monotonic scale) and

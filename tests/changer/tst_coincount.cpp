@@ -162,6 +162,29 @@ private slots:
         QCOMPARE(counts.values().value(1), 1u);
     }
 
+    // While acceptance opens, a confirmed drop means the device restarted every counter on
+    // the enable: each reading is the coins since, also where it equals the old value.
+    void restartOnEnableCountsEveryPositionFromZero()
+    {
+        CoinCounts counts;
+        counts.update(Counters{{2, 1}, {3, 1}, {4, 0}, {8, 3}}, 0);
+        const Counters after{{2, 0}, {3, 1}, {4, 1}, {8, 0}};
+        QVERIFY(counts.update(after, 2400, CoinCounts::FromZero).added.isEmpty());
+        const CoinCounts::Step step = counts.update(after, 2410, CoinCounts::FromZero);
+        QCOMPARE(step.added, (Counters{{3, 1}, {4, 1}}));
+        QCOMPARE(step.rebased, (Rebased{{2, {1, 0}}, {8, {3, 0}}}));
+
+        // Without a drop nothing restarted: the usual differences.
+        CoinCounts kept;
+        kept.update(at(4, 2), 0);
+        QCOMPARE(kept.update(at(5, 2), 200, CoinCounts::FromZero).added, (Counters{{1, 1}}));
+        // Taken as a new baseline outside the opening.
+        CoinCounts later;
+        later.update(Counters{{2, 1}, {3, 1}}, 0);
+        later.update(Counters{{2, 0}, {3, 1}}, 200);
+        QVERIFY(later.update(Counters{{2, 0}, {3, 1}}, 210).added.isEmpty());
+    }
+
     // The bound is taken over the time since the previous reading.
     void bigStepAfterALongGapIsCoins()
     {

@@ -80,6 +80,9 @@ struct StepPlan
     bool fast = false;
     QSet<unsigned int> excluded;
     QList<QPair<int, int>> coins;
+    // Coins offered while the session opens, as (milliseconds after cashInStart is called,
+    // coin position): refused while the acceptor is inhibited, the session's once enabled.
+    QList<QPair<int, int>> openingCoins;
     int pumpMsecs = 0;
     int doorAtMsecs = -1;
     int jamFoundAtMsecs = -1;
@@ -146,6 +149,7 @@ struct Figures
     int paidLinesChecked = 0;
     int namedAmountsChecked = 0;
     int coinsInserted = 0;
+    int coinsWhileOpening = 0;
     quint64 valueAccepted = 0;
     quint64 valueReported = 0;
     quint64 valueUnreported = 0;

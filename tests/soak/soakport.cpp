@@ -9,8 +9,9 @@ namespace soak {
 
 QString LineFault::kindName(Kind kind)
 {
-    static const char* const names[] = {"lost answers", "BUSY",         "NAK",           "bad checksum",
-                                        "garbage",      "split answer", "silent device", "babbling line"};
+    static const char* const names[] = {"lost answers", "BUSY",          "NAK",
+                                        "bad checksum", "short answer",  "garbage",
+                                        "split answer", "silent device", "babbling line"};
     static_assert(std::size(names) == std::size_t(Babble) + 1, "one name for each Kind");
     return QString::fromLatin1(names[kind]);
 }
@@ -23,6 +24,7 @@ QString LineFault::describe() const
     case Busy:
     case Nak:
     case BadChecksum:
+    case ShortAnswer:
         what += QStringLiteral(" x%1").arg(count);
         break;
     case Garbage:
@@ -116,12 +118,14 @@ void SoakPort::apply(const LineFault& fault)
     using testsupport::SimLine;
     // The faults that last `count` answers, indexed by LineFault::Kind.
     static void (SimLine::*const counted[])(int) = {&SimLine::dropAnswers, &SimLine::answerBusy,
-                                                    &SimLine::nakNext, &SimLine::corruptChecksumNext};
+                                                    &SimLine::nakNext, &SimLine::corruptChecksumNext,
+                                                    &SimLine::shortenNext};
     switch (fault.kind) {
     case LineFault::LostAnswers:
     case LineFault::Busy:
     case LineFault::Nak:
     case LineFault::BadChecksum:
+    case LineFault::ShortAnswer:
         (line->*counted[fault.kind])(fault.count);
         break;
     case LineFault::Garbage:

@@ -17,10 +17,10 @@ namespace soak {
 // it arms on and to the ones after it.
 struct LineFault
 {
-    enum Kind { LostAnswers, Busy, Nak, BadChecksum, Garbage, Split, Silence, Babble };
+    enum Kind { LostAnswers, Busy, Nak, BadChecksum, ShortAnswer, Garbage, Split, Silence, Babble };
 
     Kind kind = LostAnswers;
-    int count = 1;      // answers lost, BUSY or NAK answers, corrupted checksums; requests a babble lasts
+    int count = 1;      // answers lost, BUSY, NAK, corrupted or cut short; requests a babble lasts
     QByteArray garbage; // bytes put on the line before the next answer
     int pieces = 2;     // the next answer in this many writes...
     int pauseMs = 0;    // ...this far apart

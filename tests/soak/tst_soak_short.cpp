@@ -51,6 +51,7 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
     int payoutTargets = 0;
     int doorWhileAccepting = 0;
     int jamWhileAccepting = 0;
+    int coinsWhileOpening = 0;
     for (int step = 0; step < 2000; ++step) {
         const soak::StepPlan plan = soak::planStep(defaultSeed, step);
         ops << soak::opName(plan.op);
@@ -69,9 +70,12 @@ void TestSoakShort::plansCoverEveryOperationAndFault()
             QVERIFY(coin.first >= 0 && coin.first < plan.pumpMsecs);
             QVERIFY(coin.second >= 1 && coin.second <= 8);
         }
+        coinsWhileOpening += plan.openingCoins.size();
     }
     QCOMPARE(ops.size(), 12);
-    QCOMPARE(faults.size(), 8);
+    QCOMPARE(faults.size(), 9);
+    QVERIFY(faults.contains(QStringLiteral("short answer")));
+    QVERIFY(coinsWhileOpening > 50);
     QVERIFY(payoutTargets > 10);
     QVERIFY(doorWhileAccepting > 5);
     QVERIFY(jamWhileAccepting > 5);
@@ -106,6 +110,9 @@ void TestSoakShort::shortRunHoldsTheInvariants()
         QVERIFY(fig.twinPayouts > 0);
         QVERIFY(fig.reportedAfterPollError > 0);
         QVERIFY(fig.paidLinesChecked > 0);
+        QVERIFY(fig.namedAmountsChecked > 0);
+        QVERIFY(fig.coinsWhileOpening > 0);
+        QVERIFY(fig.lineFaultsFired.value(QStringLiteral("short answer")) > 0);
     }
 }
 
