@@ -23,7 +23,6 @@ case "${1:-}" in
       clang-format-14
       python3 binutils procps
       debootstrap arch-test qemu-user-static g++-multilib
-      faketime
     )
     ;;
   *)

@@ -18,7 +18,7 @@ simulator=$5
 # shellcheck source=../support/simctl.sh
 . "$(dirname "$0")/../support/simctl.sh"
 
-command -v faketime >/dev/null || { echo "faketime is missing (scripts/setup.sh --dev installs it)"; exit 1; }
+command -v faketime >/dev/null || { echo "faketime is missing (scripts/terminal.sh installs it in the i386 root)"; exit 1; }
 frozen() {
   DONT_FAKE_MONOTONIC=1 FAKETIME_DONT_FAKE_MONOTONIC=1 faketime -f '2026-03-02 10:15:00' "$@"
 }
