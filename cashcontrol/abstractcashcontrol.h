@@ -15,11 +15,12 @@ namespace hw {
 
 // The host's cash-control interface. Every operation reports failure by
 // throwing CashControlExc; none returns an error code. The slot order is
-// part of the binary interface with the host.
+// part of the binary interface with the host. Like every header a host
+// compiles, it is C++98: a Qt 4.8 host builds with -std=gnu++98.
 class AbstractCashControl
 {
 public:
-    virtual ~AbstractCashControl() = default;
+    virtual ~AbstractCashControl() {}
 
     virtual bool checkOption(ECashControl::Option option) const = 0;
     virtual void connect() = 0;

@@ -12,8 +12,10 @@ class CashControlExc : public std::exception
 public:
     explicit CashControlExc(const QByteArray& bytes) : text(bytes) {}
     explicit CashControlExc(const QString& message) : text(message.toUtf8()) {}
+    ~CashControlExc() throw() {}
 
-    const char* what() const noexcept override { return text.constData(); }
+    // throw() is C++98's spelling of noexcept; a Qt 4.8 host compiles this header as C++98.
+    const char* what() const throw() { return text.constData(); }
     QString message() const { return QString::fromUtf8(text.constData(), text.size()); }
 
 private:

@@ -7,13 +7,15 @@ namespace hw {
 // Maintenance state of one unit.
 struct CcUnitMaintenanceInfo
 {
+    CcUnitMaintenanceInfo() : status(false), cycles(0), interval(0) {}
+
     QString unitName;
     // true = in order; false = service is due.
-    bool status = false;
+    bool status;
     // Ejection cycles since the last service.
-    int cycles = 0;
+    int cycles;
     // Service interval in cycles.
-    int interval = 0;
+    int interval;
     // What needs service; empty when nothing does.
     QString description;
 };

@@ -8,7 +8,8 @@ long long SumDetailed::sum() const
 {
     // Modular arithmetic: a sum that does not fit wraps instead of being undefined.
     unsigned long long total = static_cast<unsigned long long>(rest);
-    for (auto it = denoms.constBegin(); it != denoms.constEnd(); ++it) {
+    for (QMap<unsigned int, long long>::const_iterator it = denoms.constBegin(); it != denoms.constEnd();
+         ++it) {
         total += static_cast<unsigned long long>(it.key()) * static_cast<unsigned long long>(it.value());
     }
     return static_cast<long long>(total);
@@ -18,7 +19,8 @@ QString SumDetailed::toString() const
 {
     QString text = cashcontrol::formatAmount(sum());
     QStringList items;
-    for (auto it = denoms.constBegin(); it != denoms.constEnd(); ++it) {
+    for (QMap<unsigned int, long long>::const_iterator it = denoms.constBegin(); it != denoms.constEnd();
+         ++it) {
         if (it.value() != 0) {
             items << QStringLiteral("%1 x %2").arg(cashcontrol::formatAmount(it.key())).arg(it.value());
         }

@@ -8,11 +8,13 @@
 // currency units (100 = one rouble).
 struct SumDetailed
 {
+    SumDetailed() : rest(0), extra(0) {}
+
     QMap<unsigned int, long long> denoms;
     // Part of the amount not broken down by denomination.
-    long long rest = 0;
+    long long rest;
     // A second amount carried alongside; neither sum() nor toString() reads it.
-    long long extra = 0;
+    long long extra;
 
     long long sum() const;
     // "20.00. номиналы: 5.00 x 2, 10.00 x 1"

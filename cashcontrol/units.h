@@ -1,7 +1,7 @@
 #pragma once
 
 // What a cash unit is, what may be done with it and what it holds: the one set of rules the
-// driver, the tool, the panel and a host share. QtCore alone, for Qt 4.8 and Qt 5 hosts alike.
+// driver, the tool, the panel and a host share. QtCore alone and C++98, for Qt 4.8 and Qt 5 hosts alike.
 #include "cashcontrol/cashcontrolunit.h"
 #include "cashcontrol/ecashcontrol.h"
 
@@ -33,7 +33,6 @@ const int hopperOperations = ECashControl::ManualPickupAll | ECashControl::Manua
                              ECashControl::LoadMainAcceptor | ECashControl::ManualLoad |
                              ECashControl::Maintenance;
 const int cashboxOperations = ECashControl::ManualPickupAll;
-static_assert(hopperOperations == 0x8021330, "the hopper's operation set as hosts know it");
 
 // The operations that move an exact number of coins: a manual load writes the count raised by
 // amount / denomination, a pick-up through the dispenser pays that many coins. A part coin

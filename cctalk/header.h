@@ -6,12 +6,14 @@ namespace CcTalk {
 
 // ccTalk header codes. The class exists for its meta-object: Type's keys are the
 // command names printed in the log. Spellings of the keys are part of the interface.
+// Type has no fixed underlying type: Qt 4's moc skips an enumeration declared with one,
+// and the terminal build would then print every command without its name.
 class Header : public QObject
 {
     Q_OBJECT
     Q_ENUMS(Type)
 public:
-    enum Type : int {
+    enum Type {
         answer = 0,
         reset = 1,
         reqCommsStatusVars = 2,

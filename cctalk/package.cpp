@@ -50,7 +50,7 @@ void Package::assign(const Package& other)
 
 Header::Type Package::getHeader() const
 {
-    return header;
+    return Header::Type(header);
 }
 
 bool Package::operator==(const Package& other) const

@@ -51,7 +51,8 @@ protected:
     // Requests reach the bus device as const references and are addressed there.
     mutable unsigned char dest;
     unsigned char src;
-    Header::Type header;
+    // Type's underlying type is the compiler's choice; the code is kept as a signed integer.
+    qint32 header;
     QByteArray data;
 };
 

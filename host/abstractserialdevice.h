@@ -14,7 +14,7 @@ namespace hw {
 class AbstractSerialDevice
 {
 public:
-    virtual ~AbstractSerialDevice() = default;
+    virtual ~AbstractSerialDevice() {}
 
     virtual bool setBaudRate(const QString& value) = 0;
     virtual bool setDataBits(const QString& value) = 0;

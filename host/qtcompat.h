@@ -25,7 +25,7 @@ inline QString toHex(const QByteArray& data, char separator)
     for (int i = 0; i < data.size(); ++i) {
         if (i > 0)
             text += QLatin1Char(separator);
-        const auto byte = static_cast<unsigned char>(data.at(i));
+        const unsigned char byte = static_cast<unsigned char>(data.at(i));
         text += QLatin1Char(digits[byte >> 4]);
         text += QLatin1Char(digits[byte & 0x0f]);
     }
@@ -52,8 +52,8 @@ inline qint64 toSecsSinceEpoch(const QDateTime& time)
 template <typename T, typename Container> QSet<T> toSet(const Container& items)
 {
     QSet<T> set;
-    for (const auto& item : items)
-        set.insert(item);
+    for (typename Container::const_iterator it = items.constBegin(); it != items.constEnd(); ++it)
+        set.insert(*it);
     return set;
 }
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs a built package into a fresh Debian 12 root of its architecture, as a machine
 # without the project would: dpkg -i, then apt-get -f install for the dependencies. Runs the
-# installed tool against its built-in simulator and checks that lintian finds no error.
+# installed tool against its built-in simulator and checks that lintian finds no error and
+# that no program or library in it, or in the -dev package beside it, carries a run path.
 #   packagetest.sh DEB
 set -euo pipefail
 deb=$(readlink -f "$1")
@@ -60,6 +61,25 @@ assert doc["command"] == "units", doc
 assert len(units) > 0, "no units"
 print(len(units), "units:", ", ".join(u["name"] for u in units))
 ' "$units" || fail "cpibcr --json units: unexpected document"
+
+echo "== run paths"
+# A run path of the build machine would let its folders, or for an empty entry the working
+# directory, supply the libraries the programs and the plug-in load.
+unpacked=$(mktemp -d)
+elves=0
+for package in "$deb" "$(dirname "$deb")/cpibcr-dev_${version}_${arch}.deb"; do
+  [ -f "$package" ] || continue
+  dpkg-deb -x "$package" "$unpacked"
+done
+while IFS= read -r -d '' file; do
+  head -c 4 "$file" | grep -q $'^\x7fELF' || continue
+  elves=$((elves + 1))
+  runpath=$(readelf -d "$file" | grep -E '\((RPATH|RUNPATH)\)' || true)
+  [ -z "$runpath" ] || { rm -rf "$unpacked"; fail "${file#"$unpacked"} carries a run path: $runpath"; }
+done < <(find "$unpacked" -type f -print0)
+rm -rf "$unpacked"
+[ "$elves" -ge 3 ] || fail "only $elves ELF files in the package"
+echo "$elves ELF files, none with a run path"
 
 echo "== lintian"
 lintian --fail-on error "$deb" || fail "lintian reports errors"

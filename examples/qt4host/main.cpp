@@ -25,13 +25,13 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QPluginLoader>
+#include <QScopedPointer>
 #include <QStringList>
 #include <QTextCodec>
 #include <QTimer>
 
 #include <cstdio>
 #include <iostream>
-#include <memory>
 #include <string>
 
 namespace {
@@ -93,7 +93,8 @@ QString mappedLibraries()
 {
     QStringList names;
     const QList<QByteArray> lines = procSelf("maps");
-    for (const QByteArray& line : lines) {
+    for (int i = 0; i < lines.size(); ++i) {
+        const QByteArray& line = lines.at(i);
         const QByteArray path = line.mid(line.lastIndexOf(' ') + 1);
         const QString file = QString::fromLatin1(path.mid(path.lastIndexOf('/') + 1).constData());
         if ((file.startsWith(QLatin1String("libQt")) || file.contains(QLatin1String("log4"))) &&
@@ -109,7 +110,8 @@ QString residentMemory()
 {
     QStringList fields;
     const QList<QByteArray> lines = procSelf("status");
-    for (const QByteArray& line : lines) {
+    for (int i = 0; i < lines.size(); ++i) {
+        const QByteArray& line = lines.at(i);
         if (line.startsWith("VmRSS:") || line.startsWith("VmHWM:"))
             fields << QString::fromLatin1(line.simplified().replace(":", "").constData());
     }
@@ -156,48 +158,113 @@ void runEventLoop(int msecs)
     loop.exec();
 }
 
+void sayUnits(hw::AbstractCashControl* cash)
+{
+    const QList<CashControlUnit> units = cash->getUnits();
+    for (int i = 0; i < units.size(); ++i) {
+        const CashControlUnit& unit = units.at(i);
+        if (unit.type == cashunits::hopperType)
+            say(QString::fromLatin1("%1: %2 x %3 of %4, state %5")
+                    .arg(unit.name, cashcontrol::formatAmount(unit.denom))
+                    .arg(unit.count)
+                    .arg(unit.capacity)
+                    .arg(unit.state));
+        else
+            say(QString::fromLatin1("%1: %2").arg(unit.name, cashcontrol::formatAmount(unit.sum)));
+    }
+}
+
+void sayDenoms(hw::AbstractCashControl* cash)
+{
+    QList<unsigned int> denoms = cash->getAcceptableDenoms().toList();
+    qSort(denoms);
+    QStringList names;
+    for (int i = 0; i < denoms.size(); ++i)
+        names << cashcontrol::formatAmount(denoms.at(i));
+    say(QString::fromLatin1("denoms ") + names.join(QString::fromLatin1(", ")));
+}
+
+void sayMaintenance(hw::AbstractCashControl* cash)
+{
+    const QList<hw::CcUnitMaintenanceInfo> records = cash->maintenanceInfo();
+    for (int i = 0; i < records.size(); ++i) {
+        const hw::CcUnitMaintenanceInfo& info = records.at(i);
+        say(QString::fromLatin1("maintenance %1: %2, cycles %3 of %4%5")
+                .arg(info.unitName, QString::fromLatin1(info.status ? "ok" : "due"))
+                .arg(info.cycles)
+                .arg(info.interval)
+                .arg(info.description.isEmpty() ? QString() : QString::fromLatin1(", ") + info.description));
+    }
+}
+
+// "accept [DENOM,...]": the excluded denominations; false for a malformed list.
+bool startAcceptance(hw::AbstractCashControl* cash, Till* till, const QStringList& words)
+{
+    QSet<unsigned int> excluded;
+    if (words.size() == 2) {
+        const QStringList amounts = words.at(1).split(QLatin1Char(','));
+        for (int i = 0; i < amounts.size(); ++i) {
+            const long long denom = parseAmount(amounts.at(i));
+            if (denom <= 0)
+                return false;
+            excluded.insert(unsigned(denom));
+        }
+    }
+    till->total = SumDetailed();
+    cash->cashInStart(false, excluded);
+    say(QString::fromLatin1("accepting"));
+    return true;
+}
+
+// "check|pay MODE AMOUNT"
+bool payChange(hw::AbstractCashControl* cash, const QStringList& words)
+{
+    ECashControl::ChangeMode mode = ECashControl::Optimal;
+    const long long amount = parseAmount(words.at(2));
+    if (!parseMode(words.at(1), &mode) || amount <= 0)
+        return false;
+    if (words.at(0) == QLatin1String("check"))
+        say(QString::fromLatin1("check %1 %2: %3")
+                .arg(words.at(1), cashcontrol::formatAmount(amount),
+                     QString::fromLatin1(cash->cashOutCheck(mode, amount) ? "yes" : "no")));
+    else
+        say(QString::fromLatin1("paid %1").arg(describe(cash->cashOut(mode, amount))));
+    return true;
+}
+
+// "load|pickup UNIT OPERATION AMOUNT"
+bool moveCoins(hw::AbstractCashControl* cash, const QStringList& words)
+{
+    bool ok = false;
+    const int operation = words.at(2).toInt(&ok, 0);
+    const long long amount = parseAmount(words.at(3));
+    if (!ok || amount < 0)
+        return false;
+    const ECashControl::UnitOperation op = static_cast<ECashControl::UnitOperation>(operation);
+    if (words.at(0) == QLatin1String("load")) {
+        cash->loan(words.at(1), op, amount);
+        say(QString::fromLatin1("loaded %1 into %2").arg(cashcontrol::formatAmount(amount), words.at(1)));
+    } else {
+        say(QString::fromLatin1("picked up %1 from %2")
+                .arg(describe(cash->pickup(words.at(1), op, amount)), words.at(1)));
+    }
+    return true;
+}
+
 // One command line; false when it makes no sense (nothing is sent to the driver then).
 bool carryOut(hw::AbstractCashControl* cash, Till* till, const QStringList& words)
 {
     const QString command = words.value(0);
     const int count = words.size();
-    ECashControl::ChangeMode mode = ECashControl::Optimal;
     if (command == QLatin1String("units") && count == 1) {
-        const QList<CashControlUnit> units = cash->getUnits();
-        for (const CashControlUnit& unit : units) {
-            if (unit.type == cashunits::hopperType)
-                say(QString::fromLatin1("%1: %2 x %3 of %4, state %5")
-                        .arg(unit.name, cashcontrol::formatAmount(unit.denom))
-                        .arg(unit.count)
-                        .arg(unit.capacity)
-                        .arg(unit.state));
-            else
-                say(QString::fromLatin1("%1: %2").arg(unit.name, cashcontrol::formatAmount(unit.sum)));
-        }
+        sayUnits(cash);
     } else if (command == QLatin1String("denoms") && count == 1) {
-        QList<unsigned int> denoms = cash->getAcceptableDenoms().toList();
-        qSort(denoms);
-        QStringList names;
-        for (unsigned int denom : denoms)
-            names << cashcontrol::formatAmount(denom);
-        say(QString::fromLatin1("denoms ") + names.join(QString::fromLatin1(", ")));
+        sayDenoms(cash);
     } else if (command == QLatin1String("state") && count == 1) {
         cash->checkState();
         say(QString::fromLatin1("state ok"));
     } else if (command == QLatin1String("accept") && count <= 2) {
-        QSet<unsigned int> excluded;
-        if (count == 2) {
-            const QStringList amounts = words.at(1).split(QLatin1Char(','));
-            for (const QString& text : amounts) {
-                const long long denom = parseAmount(text);
-                if (denom <= 0)
-                    return false;
-                excluded.insert(unsigned(denom));
-            }
-        }
-        till->total = SumDetailed();
-        cash->cashInStart(false, excluded);
-        say(QString::fromLatin1("accepting"));
+        return startAcceptance(cash, till, words);
     } else if (command == QLatin1String("wait") && count == 2) {
         bool ok = false;
         const int msecs = words.at(1).toInt(&ok);
@@ -211,43 +278,16 @@ bool carryOut(hw::AbstractCashControl* cash, Till* till, const QStringList& word
     } else if (command == QLatin1String("rollback") && count == 1) {
         say(QString::fromLatin1("rolled back %1").arg(describe(cash->cashInRollback())));
     } else if ((command == QLatin1String("check") || command == QLatin1String("pay")) && count == 3) {
-        const long long amount = parseAmount(words.at(2));
-        if (!parseMode(words.at(1), &mode) || amount <= 0)
-            return false;
-        if (command == QLatin1String("check"))
-            say(QString::fromLatin1("check %1 %2: %3")
-                    .arg(words.at(1), cashcontrol::formatAmount(amount),
-                         QString::fromLatin1(cash->cashOutCheck(mode, amount) ? "yes" : "no")));
-        else
-            say(QString::fromLatin1("paid %1").arg(describe(cash->cashOut(mode, amount))));
+        return payChange(cash, words);
     } else if ((command == QLatin1String("load") || command == QLatin1String("pickup")) && count == 4) {
-        bool ok = false;
-        const int operation = words.at(2).toInt(&ok, 0);
-        const long long amount = parseAmount(words.at(3));
-        if (!ok || amount < 0)
-            return false;
-        const ECashControl::UnitOperation op = static_cast<ECashControl::UnitOperation>(operation);
-        if (command == QLatin1String("load")) {
-            cash->loan(words.at(1), op, amount);
-            say(QString::fromLatin1("loaded %1 into %2").arg(cashcontrol::formatAmount(amount), words.at(1)));
-        } else {
-            say(QString::fromLatin1("picked up %1 from %2")
-                    .arg(describe(cash->pickup(words.at(1), op, amount)), words.at(1)));
-        }
+        return moveCoins(cash, words);
     } else if (command == QLatin1String("counters") && count == 1) {
         say(QString::fromLatin1("counter accepted %1")
                 .arg(describe(cash->getCounter(ECashControl::Accepted))));
         say(QString::fromLatin1("counter dispensed %1")
                 .arg(describe(cash->getCounter(ECashControl::Dispensed))));
     } else if (command == QLatin1String("maintenance") && count == 1) {
-        const QList<hw::CcUnitMaintenanceInfo> records = cash->maintenanceInfo();
-        for (const hw::CcUnitMaintenanceInfo& info : records)
-            say(QString::fromLatin1("maintenance %1: %2, cycles %3 of %4%5")
-                    .arg(info.unitName, QString::fromLatin1(info.status ? "ok" : "due"))
-                    .arg(info.cycles)
-                    .arg(info.interval)
-                    .arg(info.description.isEmpty() ? QString()
-                                                    : QString::fromLatin1(", ") + info.description));
+        sayMaintenance(cash);
     } else if (command == QLatin1String("done") && count == 2) {
         cash->maintenanceDone(words.at(1));
         say(QString::fromLatin1("maintenance done for %1").arg(words.at(1)));
@@ -261,28 +301,50 @@ bool carryOut(hw::AbstractCashControl* cash, Till* till, const QStringList& word
     return true;
 }
 
-int run(const QStringList& args)
+struct Options
 {
-    QString pluginPath, portPath, logConfig;
-    QByteArray cstringCodec("UTF-8");
+    Options() : cstringCodec("UTF-8") {}
+
+    QString pluginPath;
+    QString portPath;
+    QString logConfig;
+    QByteArray cstringCodec;
+};
+
+// False, after the usage line, when an option is unknown or missing.
+bool parseOptions(const QStringList& args, Options* options)
+{
     for (int i = 1; i + 1 < args.size(); i += 2) {
         if (args.at(i) == QLatin1String("--plugin"))
-            pluginPath = args.at(i + 1);
+            options->pluginPath = args.at(i + 1);
         else if (args.at(i) == QLatin1String("--port"))
-            portPath = args.at(i + 1);
+            options->portPath = args.at(i + 1);
         else if (args.at(i) == QLatin1String("--log-config"))
-            logConfig = args.at(i + 1);
+            options->logConfig = args.at(i + 1);
         else if (args.at(i) == QLatin1String("--cstring-codec"))
-            cstringCodec = args.at(i + 1).toLatin1();
+            options->cstringCodec = args.at(i + 1).toLatin1();
         else
-            pluginPath.clear();
+            options->pluginPath.clear();
     }
-    if (args.size() % 2 == 0 || pluginPath.isEmpty() || portPath.isEmpty() || logConfig.isEmpty()) {
+    if (args.size() % 2 == 0 || options->pluginPath.isEmpty() || options->portPath.isEmpty() ||
+        options->logConfig.isEmpty()) {
         std::fputs(
             "usage: qt4host --plugin FILE --port DEVICE --log-config FILE [--cstring-codec NAME|none]\n",
             stderr);
-        return 2;
+        return false;
     }
+    return true;
+}
+
+int run(const QStringList& args)
+{
+    Options options;
+    if (!parseOptions(args, &options))
+        return 2;
+    const QString& pluginPath = options.pluginPath;
+    const QString& portPath = options.portPath;
+    const QString& logConfig = options.logConfig;
+    const QByteArray& cstringCodec = options.cstringCodec;
 
     // What a Russian POS host on Qt 4 does first. The driver must not depend on it: its texts
     // are converted explicitly, whatever codec (or none) the host chose for C strings.
@@ -309,8 +371,8 @@ int run(const QStringList& args)
     }
     QVariant made;
     QMetaObject::invokeMethod(factory, "getObject", Q_RETURN_ARG(QVariant, made));
-    std::unique_ptr<QObject> object(made.value<QObject*>());
-    hw::AbstractCashControl* cash = qobject_cast<hw::AbstractCashControl*>(object.get());
+    QScopedPointer<QObject> object(made.value<QObject*>());
+    hw::AbstractCashControl* cash = qobject_cast<hw::AbstractCashControl*>(object.data());
     if (!cash) {
         say(QString::fromLatin1("the plug-in made no ") + QString::fromLatin1(KELVORIN_CASH_CONTROL_IID));
         return 1;
@@ -318,10 +380,10 @@ int run(const QStringList& args)
     say(QString::fromLatin1("loaded %1").arg(QString::fromLatin1(object->metaObject()->className())));
 
     Till till;
-    QObject::connect(object.get(), SIGNAL(received(SumDetailed)), &till, SLOT(onReceived(SumDetailed)));
-    QObject::connect(object.get(), SIGNAL(error(QString)), &till, SLOT(onError(QString)));
+    QObject::connect(object.data(), SIGNAL(received(SumDetailed)), &till, SLOT(onReceived(SumDetailed)));
+    QObject::connect(object.data(), SIGNAL(error(QString)), &till, SLOT(onError(QString)));
     object->setProperty("serialObj", QVariant::fromValue(static_cast<QObject*>(&port)));
-    QMetaObject::invokeMethod(object.get(), "init");
+    QMetaObject::invokeMethod(object.data(), "init");
     try {
         cash->connect();
         say(QString::fromLatin1("connected to %1 (%2)").arg(cash->name(), cash->getTypeName()));

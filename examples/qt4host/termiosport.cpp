@@ -94,9 +94,9 @@ bool TermiosPort::setBaudRate(const QString& value)
                  {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}};
     bool ok = false;
     const int rate = value.trimmed().toInt(&ok);
-    for (const auto& known : rates) {
-        if (ok && known.rate == rate) {
-            speed = known.code;
+    for (std::size_t i = 0; ok && i < sizeof rates / sizeof rates[0]; ++i) {
+        if (rates[i].rate == rate) {
+            speed = rates[i].code;
             return apply();
         }
     }

@@ -23,16 +23,16 @@ public:
     void close();
     QString errorString() const { return lastError; }
 
-    bool setBaudRate(const QString& value) override;
-    bool setDataBits(const QString& value) override;
-    bool setParity(const QString& value) override;
-    bool setStopBits(const QString& value) override;
-    bool setFlowControl(const QString& value) override;
+    bool setBaudRate(const QString& value);
+    bool setDataBits(const QString& value);
+    bool setParity(const QString& value);
+    bool setStopBits(const QString& value);
+    bool setFlowControl(const QString& value);
 
-    void discardInput() override;
-    void write(const QByteArray& data) override;
-    bool waitForInput(int msecs) override;
-    QByteArray read(int maxSize) override;
+    void discardInput();
+    void write(const QByteArray& data);
+    bool waitForInput(int msecs);
+    QByteArray read(int maxSize);
 
 private:
     // One spelling of a setting and the termios flags it stands for.

@@ -8,9 +8,10 @@
 
 #include <type_traits>
 
-// Header codes are compared as signed integers.
-static_assert(std::is_same<std::underlying_type_t<CcTalk::Header::Type>, int>::value,
-              "header codes are held as signed 32-bit integers");
+// Header codes are compared as signed integers: without a fixed underlying type the
+// enumeration still promotes to int.
+static_assert(std::is_same<decltype(+CcTalk::Header::factorySetupAndTest), int>::value,
+              "header codes promote to signed integers");
 
 namespace {
 
