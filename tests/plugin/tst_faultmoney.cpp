@@ -150,6 +150,9 @@ private slots:
     void jamMidwayThroughAPayout();
     void lostPayoutAnswer();
     void jamMidwayThroughAPickup();
+    void shortBalanceDuringAManualLoad();
+    void shortCounterDuringAPayout();
+    void shortCoinCountDuringAcceptance();
 };
 
 // A hopper jam flagged while coins come in: the poll that finds it fails, the acceptor is
@@ -405,6 +408,75 @@ void TestFaultMoney::jamMidwayThroughAPickup()
              QStringLiteral("Монетоприемник: Хоппер 3, заклинивание; выдано 4.00"));
     QCOMPARE(warnings(log), QStringList{paidText(rig.device(), before)});
     QCOMPARE(warnings(log), QStringList{QStringLiteral("Выдано 4.00. номиналы: 2.00 x 2")});
+}
+
+namespace {
+
+// The answer to the n-th request with this header (from 1) loses its last data byte, its
+// length and checksum kept right.
+void shortenAnswerTo(SimRig& rig, quint8 header, int n)
+{
+    rig.line.setRequestHook([&rig, header, n, seen = 0](const QByteArray& frame) mutable {
+        if (frame.size() > 3 && quint8(frame.at(3)) == header && ++seen == n)
+            rig.line.shortenNext();
+    });
+}
+
+} // namespace
+
+// The hopper's balance comes back a byte short: it is asked again, and the count written
+// is the device's own plus the coins loaded, not the loaded coins alone.
+void TestFaultMoney::shortBalanceDuringAManualLoad()
+{
+    MoneyRig rig;
+    const int held = rig.device().hopperCount(1);
+    QVERIFY(held > 0);
+    shortenAnswerTo(rig, 119, 1);
+    rig.forget();
+    testsupport::LogCapture log;
+    rig.driver.loan(QStringLiteral("hopper1"), ECashControl::ManualLoad, 5000);
+    QCOMPARE(rig.device().hopperCount(1), held + 5);
+    QCOMPARE(rig.count(119), 2);
+    QCOMPARE(warnings(log),
+             QStringList{QStringLiteral(
+                 "Ответ неверной длины на команду reqHopperBalance (119): байт данных: 7, ожидалось: 8")});
+}
+
+// A dispense counter read after the payout comes back short: asked again, the payout is
+// the coins that came out, not billions.
+void TestFaultMoney::shortCounterDuringAPayout()
+{
+    MoneyRig rig;
+    // Each hopper's two counters are read before the payout and again after it.
+    int hoppers = 0;
+    for (const CashControlUnit& unit : rig.driver.getUnits())
+        hoppers += unit.name.startsWith(QStringLiteral("hopper")) ? 1 : 0;
+    shortenAnswerTo(rig, 86, 2 * hoppers + 1);
+    testsupport::LogCapture log;
+    const SumDetailed paid = rig.driver.cashOut(ECashControl::Minimum, 1800);
+    QCOMPARE(paid.sum(), 1800LL);
+    QCOMPARE(rig.line.countHeader(85), 1);
+    QCOMPARE(warnings(log),
+             QStringList{QStringLiteral(
+                 "Ответ неверной длины на команду reqAuditCounter (86): байт данных: 3, ожидалось: 4")});
+}
+
+// The coin counts come back short while coins come in: asked again, not read as counters
+// that restarted, and every coin is reported once.
+void TestFaultMoney::shortCoinCountDuringAcceptance()
+{
+    MoneyRig rig;
+    rig.startWithOneCoin(false, 4, 1000);
+    rig.device().insertCoin(3);
+    shortenAnswerTo(rig, 82, 1);
+    testsupport::LogCapture log;
+    rig.runPolls(1000);
+    rig.driver.cashInStop();
+    QCOMPARE(warnings(log),
+             QStringList{QStringLiteral(
+                 "Ответ неверной длины на команду reqCoinsInByType (82): байт данных: 31, ожидалось: 32")});
+    QCOMPARE(rig.byDenomination(), rig.acceptedSinceStart());
+    QCOMPARE(rig.total(), 1500LL);
 }
 
 QTEST_GUILESS_MAIN(TestFaultMoney)

@@ -317,6 +317,106 @@ private slots:
         const SumDetailed paid = driver->cashOut(ECashControl::Minimum, 500);
         QCOMPARE(paid.denoms.value(500), 1LL);
     }
+
+    // The payout's answer is lost: the command is not sent again, the coins come out, and
+    // the cashier gets the change, not an error.
+    void lostPayoutAnswerStillPays()
+    {
+        const quint64 paidBefore = rig->simulator.coinsPaidOut();
+        rig->simulator.dropAnswersTo(85, 1);
+        const SumDetailed paid = driver->cashOut(ECashControl::Minimum, 1700);
+        QCOMPARE(paid.sum(), 1700LL);
+        QCOMPARE(rig->simulator.countHeader(85), 1);
+        QCOMPARE(rig->simulator.coinsPaidOut() - paidBefore, quint64(1700));
+    }
+
+    // Hopper 1's dispense counter stands just below its wrap: two coins are two coins.
+    void payoutAcrossTheCounterWrap()
+    {
+        QVERIFY(rig->simulator.setAuditCounter(80, 1, 0xFFFFFFFFu));
+        const SumDetailed paid = driver->cashOut(ECashControl::Minimum, 2000);
+        QCOMPARE(paid.denoms.value(1000), 2LL);
+        QCOMPARE(rig->simulator.auditCounter(80, 1), 1u);
+    }
+
+    // Answers cut short while coins come in: each is asked again, none reads as zeros,
+    // and every coin is reported once.
+    void shortAnswersWhileAccepting()
+    {
+        driver->cashInStart(false, {});
+        rig->simulator.insertCoin(4);
+        rig->simulator.shortenNext(2);
+        waitForReported(1000);
+        rig->simulator.insertCoin(3);
+        rig->simulator.shortenNext(1);
+        waitForPolls(3);
+        rig->simulator.insertCoin(1);
+        rig->simulator.shortenNext(2);
+        driver->cashInStop();
+        QCOMPARE(acceptedBySimulator(), 1600LL);
+        QCOMPARE(reported, 1600LL);
+        QVERIFY2(errors.isEmpty(), qPrintable(errors.join(QLatin1Char('|'))));
+    }
+
+    // The enable's answer is lost and a coin enters while the driver waits to send it again:
+    // the coin is the session's.
+    void coinWhileTheEnableIsRepeated()
+    {
+        acceptTwoTens();
+        rig->simulator.dropAnswersTo(231, 1);
+        rig->simulator.whenRequested(231, [](sim::Device& device) {
+            // The command reaches the device, which enables its positions and takes a coin
+            // before the lost answer is missed.
+            device.answer(1, 231, QByteArray::fromHex("FFFF"));
+            device.insertCoin(4);
+        });
+        driver->cashInStart(false, {});
+        QTRY_COMPARE_WITH_TIMEOUT(reported, 3000LL, hangMsecs);
+        driver->cashInStop();
+        QCOMPARE(acceptedBySimulator(), 3000LL);
+        QCOMPARE(reported, 3000LL);
+    }
+
+    // A fault found by the background check asks for a reset while a session is armed and
+    // a coin is on its way: the session is closed and the coin reported before the reset.
+    void resetWhileASessionIsArmed()
+    {
+        driver->cashInStart(false, {});
+        rig->simulator.insertCoin(4);
+        rig->simulator.flagHopperJam(3);
+        driver->enableAsyncCheck(true);
+        QCOMPARE(errors, QStringList{QStringLiteral("Монетоприемник: Хоппер 3, заклинивание")});
+        const int resets = rig->simulator.countHeader(1);
+        driver->checkState();
+        QCOMPARE(rig->simulator.countHeader(1), resets + 1);
+        QCOMPARE(acceptedBySimulator(), 1000LL);
+        QCOMPARE(reported, 1000LL);
+        QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
+    }
+
+    // The host starts acceptance again from its received() slot while a stop reports: the
+    // new session is the host's and its coins are read.
+    void hostStartsAgainFromItsSlot()
+    {
+        bool again = true;
+        QObject::connect(driver, &hw::BasicCashControl::received, driver, [&](SumDetailed) {
+            if (again) {
+                again = false;
+                driver->cashInStart(false, {});
+            }
+        });
+        driver->cashInStart(false, {});
+        // The stop waits for the coin in flight and reports it.
+        rig->simulator.insertCoin(4);
+        driver->cashInStop();
+        QCOMPARE(reported, 1000LL);
+        QVERIFY(rig->simulator.inhibitMask() != 0);
+        rig->simulator.insertCoin(3);
+        waitForReported(1500);
+        driver->cashInStop();
+        QCOMPARE(acceptedBySimulator(), 1500LL);
+        QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestFieldPos)
