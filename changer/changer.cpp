@@ -221,6 +221,8 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
     // between it and the enable, however often either exchange is repeated.
     lastCoinCounts.clear();
     lastCoinCounts.update(readCoinCounts(), msecsNow());
+    sessionAudit = readAcceptedAudit(mask);
+    sessionReported.clear();
     ++session;
     coinsPending = true;
     SumDetailed coins;
@@ -297,7 +299,10 @@ void Changer::closeSession(bool checkErrors)
         return;
     // The last read also follows a failed poll: the counters kept are those of the last
     // good one. If it fails the coins stay pending and a repeated stop reads them.
-    const SumDetailed coins = readNewCoins();
+    SumDetailed coins = readNewCoins();
+    const SumDetailed missed = reconcileSession();
+    for (auto it = missed.denoms.constBegin(); it != missed.denoms.constEnd(); ++it)
+        coins.denoms[it.key()] += it.value();
     // Closed before the host hears of its coins: its slot may start the next session.
     coinsPending = false;
     const quint64 closed = session;
@@ -327,10 +332,64 @@ SumDetailed Changer::readNewCoins(CoinCounts::Restart restart)
                                 "(сброс устройства или искаженный ответ): "),
                  step.rebased);
     }
-    SumDetailed sum;
     for (auto it = step.added.constBegin(); it != step.added.constEnd(); ++it)
+        sessionReported[it.key()] += it.value();
+    return coinsOf(step.added);
+}
+
+SumDetailed Changer::coinsOf(const CoinCounts::Counters& byPosition)
+{
+    SumDetailed sum;
+    for (auto it = byPosition.constBegin(); it != byPosition.constEnd(); ++it)
         sum.denoms[coinDenoms.value(it.key(), 0)] += static_cast<long long>(it.value());
     return sum;
+}
+
+QMap<unsigned char, quint32> Changer::readAcceptedAudit(unsigned short mask)
+{
+    QMap<unsigned char, quint32> counts;
+    for (auto it = coinDenoms.constBegin(); it != coinDenoms.constEnd(); ++it) {
+        if (it.key() >= 1 && it.key() <= 16 && (mask & (1u << (it.key() - 1))) != 0)
+            counts[it.key()] = ReqAuditCounterResp(exec(ReqAuditCounter(acceptedGroup, it.key()))).value();
+    }
+    return counts;
+}
+
+SumDetailed Changer::reconcileSession()
+{
+    QMap<unsigned char, quint32> now;
+    try {
+        for (auto it = sessionAudit.constBegin(); it != sessionAudit.constEnd(); ++it)
+            now[it.key()] = ReqAuditCounterResp(exec(ReqAuditCounter(acceptedGroup, it.key()))).value();
+    } catch (const Exception& e) {
+        logWarn(QStringLiteral("Счетчики аудита приема не прочитаны, сверка не выполнена: ") + e.message());
+        return SumDetailed();
+    }
+    CoinCounts::Counters missed;
+    QStringList over;
+    for (auto it = sessionAudit.constBegin(); it != sessionAudit.constEnd(); ++it) {
+        const quint32 taken = now.value(it.key()) - it.value();
+        const quint32 reported = sessionReported.value(it.key());
+        // A counter that went down has not kept the device's past: nothing to compare.
+        if (taken > CoinCounts::maxCoins(0) * 1000u)
+            continue;
+        if (taken > reported)
+            missed[it.key()] = taken - reported;
+        else if (taken < reported)
+            over << QStringLiteral("позиция %1: %2 > %3").arg(unsigned(it.key())).arg(reported).arg(taken);
+    }
+    if (!over.isEmpty())
+        logError(QStringLiteral("Сообщено больше монет, чем принято по счетчикам аудита: ") +
+                 over.join(QStringLiteral(", ")));
+    if (missed.isEmpty())
+        return SumDetailed();
+    QStringList found;
+    for (auto it = missed.constBegin(); it != missed.constEnd(); ++it) {
+        found << QStringLiteral("позиция %1: %2").arg(unsigned(it.key())).arg(it.value());
+        sessionReported[it.key()] += it.value();
+    }
+    logWarn(QStringLiteral("Монеты найдены по счетчикам аудита приема: ") + found.join(QStringLiteral(", ")));
+    return coinsOf(missed);
 }
 
 void Changer::logJumps(const QString& heading, const CoinCounts::Jumps& jumps)

@@ -105,6 +105,10 @@ protected:
     // Counts the sessions started: a poll or a stop whose host slot started another one
     // leaves that one alone.
     quint64 session = 0;
+    // The session's coins by position: the acceptance audit counters (group 70, kept by the
+    // device through restarts) as the session opened, and the coins reported since.
+    QMap<unsigned char, quint32> sessionAudit;
+    QMap<unsigned char, quint32> sessionReported;
     // A payout the driver stopped waiting for while the device still paid; the next
     // operation that finds it finished logs what it paid in the end.
     bool payoutUnfinished = false;
@@ -131,6 +135,11 @@ private:
     // added since the last read; an odd reading is read once more at once.
     SumDetailed readNewCoins(CoinCounts::Restart restart = CoinCounts::FromReading);
     void logJumps(const QString& heading, const CoinCounts::Jumps& jumps);
+    QMap<unsigned char, quint32> readAcceptedAudit(unsigned short mask);
+    SumDetailed coinsOf(const CoinCounts::Counters& byPosition);
+    // The coins the audit counters counted in the session that no reading of the coins-in
+    // counters showed (lost to a restart of those counters).
+    SumDetailed reconcileSession();
     void reportCoins(const SumDetailed& coins);
     void inhibitAfterFailedPoll();
     // Ends a session whose polling has stopped, with the last read of its coins.

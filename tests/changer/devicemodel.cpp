@@ -121,8 +121,10 @@ void DeviceModel::recycler(const QList<QByteArray>& coinIds, const QList<Hopper>
     on(84, bytes({2, 5}), le(734112, 3));
     on(84, bytes({2, 1}), QByteArray("5.31"));
     on(84, bytes({2, 4}), QByteArray("C2-RU"));
-    for (int p = 1; p <= coinIds.size(); ++p)
+    for (int p = 1; p <= coinIds.size(); ++p) {
         on(184, QByteArray(1, char(p)), coinIds.at(p - 1));
+        on(86, bytes({70, p}), le(0, 4));
+    }
     for (int h = 1; h <= hoppers.size(); ++h) {
         const Hopper& hopper = hoppers.at(h - 1);
         on(84, bytes({h + 2, 0}), QByteArray(1, char(hopper.enabled ? 1 : 0)));

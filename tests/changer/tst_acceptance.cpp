@@ -52,6 +52,18 @@ struct AcceptingRig : StandardSimRig
     AcceptingRig() { changer.cashInStart(false, {}); }
 };
 
+// Reads of the acceptance audit counters of these positions: as a session opens, and when it
+// closes.
+QList<QByteArray> audits(const QList<int>& positions)
+{
+    QList<QByteArray> out;
+    for (int p : positions)
+        out << req(86, bytes({70, p}));
+    return out;
+}
+
+const QList<int> allFour{1, 2, 3, 4};
+
 // Coins put into the acceptor at a position, waited for until they have landed.
 void land(SimChangerRig& rig, int position, int coins = 1)
 {
@@ -100,6 +112,7 @@ private slots:
     void resetClosesAnArmedSessionFirst();
     void hostStartingAgainFromItsSlotKeepsItsSession();
     void hostRestartingFromAPollSlotKeepsItsSession();
+    void coinsLostToARestartAreFoundByTheStop();
 };
 
 void TestAcceptance::startEnablesEachRecycledDenominationOnce()
@@ -113,8 +126,8 @@ void TestAcceptance::startEnablesEachRecycledDenominationOnce()
     rig.model.setCoinsIn({{1, 4}, {2, 9}});
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {});
-    QCOMPARE(rig.serial.writes,
-             QList<QByteArray>({req(165, bytes({0})), req(82), req(231, bytes({0x03, 0x00})), req(82)}));
+    QCOMPARE(rig.serial.writes, QList<QByteArray>({req(165, bytes({0})), req(82)}) + audits({1, 2}) +
+                                    QList<QByteArray>({req(231, bytes({0x03, 0x00})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")), QStringList({QStringLiteral("Режим приема монет: нормальный"),
                                                              QStringLiteral("Доступные номиналы: 10.00")}));
     QVERIFY(rig.changer.isAccepting());
@@ -134,8 +147,8 @@ void TestAcceptance::startFastWithAnExcludedDenomination()
     rig.discover();
     testsupport::LogCapture log;
     rig.changer.cashInStart(true, {500});
-    QCOMPARE(rig.writes(),
-             QList<QByteArray>({req(165, bytes({0xFF})), req(82), req(231, bytes({0x09, 0x00})), req(82)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0xFF})), req(82)}) + audits({1, 4}) +
+                               QList<QByteArray>({req(231, bytes({0x09, 0x00})), req(82)}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList({QStringLiteral("Режим приема монет: ускоренный"),
                           QStringLiteral("Доступные номиналы: 1.00, 10.00")}));
@@ -430,8 +443,8 @@ void TestAcceptance::sessionStartedAgainWithoutStop()
     land(rig, 2);
     rig.line.clearTransactions();
     rig.changer.cashInStart(true, {});
-    QCOMPARE(rig.writes().mid(0, 4),
-             QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes().mid(0, 8), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}) +
+                                         audits(allFour) + QList<QByteArray>{req(123)});
     QCOMPARE(received.size(), 2);
     QCOMPARE(sumOf(received.at(1).at(0)).denoms, denoms({{1000, 1}}));
     rig.changer.checkMoneyIn();
@@ -453,7 +466,8 @@ void TestAcceptance::stopReportsCoinsSinceTheLastPoll()
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.cashInStop();
-    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}) + audits(allFour) +
+                               QList<QByteArray>{req(123)});
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 1}}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
@@ -478,7 +492,8 @@ void TestAcceptance::stopWaitsForAcceptanceToEnd()
     testsupport::LogCapture log;
     rig.changer.cashInStop();
     QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(123), req(123), req(123),
-                                              req(123), req(82), req(123)}));
+                                              req(123), req(82)}) +
+                               audits(allFour) + QList<QByteArray>{req(123)});
     QCOMPARE(rig.changer.sleeps, QList<int>({1000, 1000}));
     QCOMPARE(log.texts(QStringLiteral("INFO")),
              QStringList{QStringLiteral("Выполняется ожидание завершения приема монет...")});
@@ -513,7 +528,8 @@ void TestAcceptance::pollFailureEmitsErrorAndStopsPolling()
     rig.removeHook(82);
     rig.line.clearTransactions();
     rig.changer.cashInStop();
-    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(123)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}) + audits(allFour) +
+                               QList<QByteArray>{req(123)});
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 2}}));
     rig.line.clearTransactions();
@@ -638,8 +654,8 @@ void TestAcceptance::baselineIsReadBeforeTheEnable()
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     testsupport::LogCapture log;
     rig.changer.cashInStart(false, {});
-    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(82), req(231, bytes({0x0F, 0})),
-                                              req(82), req(82)}));
+    QCOMPARE(rig.writes(), QList<QByteArray>({req(165, bytes({0})), req(82)}) + audits(allFour) +
+                               QList<QByteArray>({req(231, bytes({0x0F, 0})), req(82), req(82)}));
     // the simulator restarted its counters on the enable: the second reading confirms it
     QCOMPARE(rig.changer.lastCounts().value(1), 0u);
     QCOMPARE(received.size(), 0);
@@ -785,7 +801,8 @@ void TestAcceptance::resetClosesAnArmedSessionFirst()
     QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
     rig.changer.checkState();
     const QList<QByteArray> writes = rig.writes();
-    QCOMPARE(writes.mid(0, 4), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82), req(1)}));
+    QCOMPARE(writes.mid(0, 8), QList<QByteArray>({req(231, bytes({0, 0})), req(123), req(82)}) +
+                                   audits(allFour) + QList<QByteArray>{req(1)});
     QCOMPARE(received.size(), 1);
     QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 2}}));
     QVERIFY(!rig.changer.sessionOpen());
@@ -845,6 +862,25 @@ void TestAcceptance::hostRestartingFromAPollSlotKeepsItsSession()
     QVERIFY(rig.changer.sessionOpen());
     QVERIFY(rig.changer.timer()->isActive());
     QCOMPARE(rig.device().inhibitMask(), quint16(0x0F));
+}
+
+// A coin lands, then the acceptor restarts its counters before the next poll: no reading of
+// the coins-in counters shows it, and the stop finds it in the audit counters.
+void TestAcceptance::coinsLostToARestartAreFoundByTheStop()
+{
+    AcceptingRig rig;
+    land(rig, 2);
+    rig.device().restartCoinCounters();
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    rig.changer.checkMoneyIn();
+    QCOMPARE(received.size(), 0);
+    testsupport::LogCapture log;
+    rig.changer.cashInStop();
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{1000, 1}}));
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Монеты найдены по счетчикам аудита приема: позиция 2: 1")});
+    QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral("Принято: 10.00. номиналы: 10.00 x 1"));
 }
 
 QTEST_GUILESS_MAIN(TestAcceptance)

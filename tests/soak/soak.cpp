@@ -576,7 +576,8 @@ QString Figures::toText() const
                .arg(namedAmountsChecked);
     out << QStringLiteral(
                "acceptance: %1 sessions (%2 started, %3 clean, %4 stalled by a poll failure), %5 coins "
-               "inserted (%13 while a session opened); accepted %6 (%7 of it in sessions with forged "
+               "inserted (%13 while a session opened, %14 found by the stop in the audit counters); accepted "
+               "%6 (%7 of it in sessions with forged "
                "answers, not compared), "
                "reported %8 (those sessions left out), unreported %9 in %10 sessions; %11 stalled until "
                "the stop, %12 with coins reported after the failed poll")
@@ -592,7 +593,8 @@ QString Figures::toText() const
                .arg(sessionsShort)
                .arg(stalledUntilStop)
                .arg(reportedAfterPollError)
-               .arg(coinsWhileOpening);
+               .arg(coinsWhileOpening)
+               .arg(coinsFoundByAudit);
     out << QStringLiteral("sessions that enabled no coin position: %1, of them reporting coins of an earlier "
                           "session again: %2, value %3")
                .arg(sessionsNothingEnabled)
@@ -1041,6 +1043,25 @@ void Soak::checkPaid(const Call& call, const SumDetailed& reported, const Audit&
     fig.valuePaidOut += value;
 }
 
+// Positions and coins of the driver's warning "Монеты найдены по счетчикам аудита приема:
+// позиция 4: 1, позиция 8: 2" in this step's log.
+QMap<unsigned char, long long> Soak::foundByAudit() const
+{
+    const QString heading = QStringLiteral("Монеты найдены по счетчикам аудита приема: ");
+    QMap<unsigned char, long long> found;
+    for (const testsupport::LogLine& logLine : log->lines()) {
+        if (logLine.level != QLatin1String("WARN") || !logLine.text.startsWith(heading))
+            continue;
+        const QStringList entries = logLine.text.mid(heading.size()).split(QStringLiteral(", "));
+        for (const QString& entry : entries) {
+            const QString numbers = entry.section(QLatin1Char(' '), 1);
+            found[static_cast<unsigned char>(numbers.section(QLatin1Char(':'), 0, 0).toUInt())] +=
+                numbers.section(QStringLiteral(": "), 1).toLongLong();
+        }
+    }
+    return found;
+}
+
 // "12.50. номиналы: ..." or "12.50" -> 1250.
 long long Soak::amountIn(const QString& text)
 {
@@ -1286,6 +1307,12 @@ void Soak::accept(const StepPlan& plan)
         const long long coins = (static_cast<long long>(it.value()) - baseline.value(it.key())) & 0xFFFF;
         if (coins != 0)
             lastRead[positions.value(it.key(), 0)] += coins;
+    }
+    // Coins the coins-in counters lost to a restart, found by the stop in the audit counters.
+    const QMap<unsigned char, long long> found = foundByAudit();
+    for (auto it = found.cbegin(); it != found.cend(); ++it) {
+        lastRead[positions.value(it.key(), 0)] += it.value();
+        fig.coinsFoundByAudit += static_cast<int>(it.value());
     }
     checkValue(reportedAfterOpening == lastRead,
                QStringLiteral("received adds up to %1, the last counters read since the start are %2")

@@ -150,6 +150,7 @@ struct Figures
     int namedAmountsChecked = 0;
     int coinsInserted = 0;
     int coinsWhileOpening = 0;
+    int coinsFoundByAudit = 0;
     quint64 valueAccepted = 0;
     quint64 valueReported = 0;
     quint64 valueUnreported = 0;
@@ -252,6 +253,7 @@ private:
     void checkPaid(const Call& call, const SumDetailed& reported, const Audit& before);
     void reconcileFailedPayout(const Call& call, const Audit& before);
     void checkNamedAmount(const Call& call, long long paid);
+    QMap<unsigned char, long long> foundByAudit() const;
     static long long amountIn(const QString& text);
     // Every hopper count the call wrote is the device's count just before the write
     // changed by `coins` (loaded: positive, taken: negative); a write repeated after a
