@@ -21,7 +21,7 @@ namespace {
 
 using Denoms = QMap<unsigned int, long long>;
 
-enum class Fault { None, Lost, Busy, Nak, Short, Corrupt, Foreign, Silent, PowerCycle, Jam };
+enum class Fault { None, Lost, Busy, Nak, Short, Corrupt, Foreign, Silent, PowerCycle, Jam, FlaggedJam };
 
 struct FaultKind
 {
@@ -34,7 +34,7 @@ const FaultKind faultKinds[] = {
     {Fault::Nak, "nak"},         {Fault::Short, "short"},
     {Fault::Corrupt, "corrupt"}, {Fault::Foreign, "foreign"},
     {Fault::Silent, "silent"},   {Fault::PowerCycle, "powercycle"},
-    {Fault::Jam, "jam"},
+    {Fault::Jam, "jam"},         {Fault::FlaggedJam, "flaggedjam"},
 };
 
 enum class Step {
@@ -74,7 +74,8 @@ bool paysOut(Step step)
 // see a lost coin and a wrong count.
 enum class Tamper { None, LoseReport, WrongWrite };
 
-// The hopper the jam hits: the change and the pick-up both take coins from it.
+// The hopper the jam hits: the change and the pick-up both take coins from it. A jam is
+// found by the device when it next pays from the hopper; a flagged one is raised at once.
 const int jammedHopper = 2;
 // The manual load: 5 coins of 1.00 into hopper3.
 const int loadHopper = 3;
@@ -194,6 +195,8 @@ public:
     QStringList violations;
     QList<StepRecord> records;
     QList<SumDetailed> reports;
+    // The texts of the error signal, each with the step it came in.
+    QStringList errors;
     StandardRig rig;
     testsupport::LogCapture log;
 
@@ -237,6 +240,9 @@ SweepRun::SweepRun(Fault f, int index, Tamper t) : fault(f), at(index), tamper(t
             return;
         }
         reports << sum;
+    });
+    QObject::connect(&rig.driver, &hw::BasicCashControl::error, [this](const QString& message) {
+        errors << stepName(records.at(current).step) + QStringLiteral(": ") + message;
     });
 }
 
@@ -346,7 +352,7 @@ void SweepRun::recover()
     recovering = true;
     silent = false;
     rig.line.clearLineFaults();
-    if (fault == Fault::Jam)
+    if (fault == Fault::Jam || fault == Fault::FlaggedJam)
         rig.device().clearFaults();
     step(Step::RecoveryConnect, [&] {
         rig.driver.connect();
@@ -445,6 +451,9 @@ void SweepRun::inject()
         break;
     case Fault::Jam:
         rig.device().jamHopper(jammedHopper);
+        break;
+    case Fault::FlaggedJam:
+        rig.device().flagHopperJam(jammedHopper);
         break;
     }
 }
@@ -704,6 +713,10 @@ void TestFaultSweep::sweep()
         for (const StepRecord& r : qAsConst(run.records))
             qInfo("step %s: %s", qPrintable(stepName(r.step)),
                   qPrintable(r.threw ? r.message : r.returned.toString()));
+        for (const QString& error : qAsConst(run.errors))
+            qInfo("error signal in %s", qPrintable(error));
+        for (const QString& what : qAsConst(run.violations))
+            qInfo("violation: %s", qPrintable(what));
         QCOMPARE(run.violations, QStringList());
         return;
     }
