@@ -100,6 +100,9 @@ public:
     void clearFaults();
     // The coins-in counters start again from 0, as after a restart of the acceptor.
     void restartCoinCounters();
+    // Power lost and back: the device restarts as on the Reset command, without answering
+    // anything; hopper contents, the cashbox and the audit counters survive.
+    void powerCycle() { reset(); }
 
     // Observation.
     int hopperCount(int hopper) const;

@@ -184,6 +184,7 @@ private slots:
     void auditCountersFromThePastLife();
     void realTimeClock();
     void resetReinitialises();
+    void powerCycleRestartsLikeAReset();
     void coinValues_data();
     void coinValues();
     void randomFramesNeverBreakTheModel();
@@ -838,6 +839,31 @@ void TestDevice::resetReinitialises()
     dev->advance(100);
     QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
     QCOMPARE(dev->hopperCount(4), 401); // hopper contents survive
+}
+
+void TestDevice::powerCycleRestartsLikeAReset()
+{
+    auto dev = makeDevice();
+    QCOMPARE(ask(*dev, "37 02 01 E7 05 00 DA"), ACK);
+    QCOMPARE(ask(*dev, "37 01 01 A5 FF 23"), ACK);
+    dev->insertCoin(1);
+    dev->advance(20);
+    dev->insertCoin(3);
+    QCOMPARE(ask(*dev, "37 04 01 55 04 01 02 01 67"), ACK); // hopper 4 one coin, hopper 2 one
+    dev->powerCycle();
+    QCOMPARE(dev->resets(), 1);
+    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_INITIALISING);
+    QCOMPARE(dev->inhibitMask(), quint16(0));
+    QVERIFY(!dev->fastMode());
+    QCOMPARE(dev->coinsInByType(1), quint16(0));
+    QCOMPARE(dev->coinsInFlight(), 0);
+    QCOMPARE(dev->coinsQueuedForPayout(), 0);
+    dev->advance(100);
+    QCOMPARE(ask(*dev, ACTIVITY), ACTIVITY_IDLE);
+    QCOMPARE(dev->auditCounter(sim::audit::Accepted, 1), 1u);
+    QCOMPARE(dev->auditCounter(sim::audit::Accepted, 3), 0u);
+    QCOMPARE(dev->auditCounter(sim::audit::PaidOut, 4), 0u);
+    QCOMPARE(dev->hopperCount(4), 401);
 }
 
 void TestDevice::coinValues_data()
