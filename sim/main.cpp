@@ -193,6 +193,33 @@ int replay(const QStringList& tracePaths, int from, double speed, const QString&
     return status;
 }
 
+// --replay with its --speed and --recording checked.
+int replayCommand(const QStringList& paths, const QString& speedText, const QString& recordingText,
+                  const QString& devicePath, const QString& linkPath)
+{
+    double speed = 1;
+    if (!speedText.isEmpty()) {
+        bool ok = false;
+        speed = speedText.toDouble(&ok);
+        if (!ok || !(speed > 0) || speed > 1000) {
+            std::fprintf(stderr, "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"%s\"\n",
+                         speedText.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    int from = 1;
+    if (!recordingText.isEmpty()) {
+        bool ok = false;
+        from = recordingText.toInt(&ok);
+        if (!ok || from < 1) {
+            std::fprintf(stderr, "cpibcr-sim: --recording takes a recording number from 1, not \"%s\"\n",
+                         recordingText.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    return replay(paths, from, speed, devicePath, linkPath);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -247,28 +274,8 @@ int main(int argc, char** argv)
                                  "--no-echo or --dump-config\n");
             return 2;
         }
-        double speed = 1;
-        if (!speedText.isEmpty()) {
-            bool ok = false;
-            speed = speedText.toDouble(&ok);
-            if (!ok || !(speed > 0) || speed > 1000) {
-                std::fprintf(stderr,
-                             "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"%s\"\n",
-                             speedText.toLocal8Bit().constData());
-                return 2;
-            }
-        }
-        int from = 1;
-        if (!recordingText.isEmpty()) {
-            bool ok = false;
-            from = recordingText.toInt(&ok);
-            if (!ok || from < 1) {
-                std::fprintf(stderr, "cpibcr-sim: --recording takes a recording number from 1, not \"%s\"\n",
-                             recordingText.toLocal8Bit().constData());
-                return 2;
-            }
-        }
-        return replay(QStringList(replayPath) + morePaths, from, speed, devicePath, linkPath);
+        return replayCommand(QStringList(replayPath) + morePaths, speedText, recordingText, devicePath,
+                             linkPath);
     }
     if (!speedText.isEmpty() || !recordingText.isEmpty()) {
         std::fprintf(stderr, "cpibcr-sim: %s goes with --replay\n",
