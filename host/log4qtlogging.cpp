@@ -14,9 +14,13 @@
 
 namespace logging {
 
+// The driver names its loggers the log4j way, "cpibcr.line"; Log4Qt's hierarchy separates
+// names with "::" and its properties files spell them with dots, so "log4j.logger.cpibcr.line"
+// configures Log4Qt's "cpibcr::line", a child of "cpibcr".
 LoggerPtr logger(const char* name)
 {
-    return Log4Qt::Logger::logger(QString(QLatin1String(name)));
+    return Log4Qt::Logger::logger(
+        QString(QLatin1String(name)).replace(QLatin1Char('.'), QLatin1String("::")));
 }
 
 LoggerPtr rootLogger()
@@ -45,7 +49,7 @@ bool appendersWrite(const LoggerPtr& logger)
         const QTextStream* stream = appender->writer();
         if (!stream || stream->status() != QTextStream::Ok)
             return false;
-        const auto* file = qobject_cast<const QFile*>(stream->device());
+        const QFile* file = qobject_cast<QFile*>(stream->device());
         if (file && file->error() != QFile::NoError)
             return false;
     }
