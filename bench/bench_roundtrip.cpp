@@ -5,7 +5,8 @@
 // only the cost of the two ends and the pseudo-terminal.
 //
 // The same poll through the driver's line recorder, off (the logger cpibcr.line at OFF) and on
-// (a log4cxx rolling file appender with the shipped snippet's settings, into a temporary file).
+// (a log4cxx rolling file appender with the shipped snippet's settings, into a temporary file);
+// and the recorder alone, over a line that never waits, for its cost per chunk.
 
 #include "cctalk/device.h"
 #include "cctalk/identcommands.h"
@@ -116,6 +117,42 @@ void BM_RoundTripRecorder(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
+// A line that takes every write and has the answer ready for every read, so that only the
+// recorder's own cost is measured: one write and one read, two chunks, an iteration.
+class ReadyLine : public hw::AbstractSerialDevice
+{
+public:
+    bool setBaudRate(const QString&) override { return true; }
+    bool setDataBits(const QString&) override { return true; }
+    bool setParity(const QString&) override { return true; }
+    bool setStopBits(const QString&) override { return true; }
+    bool setFlowControl(const QString&) override { return true; }
+    void discardInput() override {}
+    void write(const QByteArray& data) override { written += data.size(); }
+    bool waitForInput(int) override { return true; }
+    QByteArray read(int) override { return pollAnswer; }
+
+    qint64 written = 0;
+};
+
+void BM_RecorderChunks(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    configureRecording(state.range(0) != 0, dir);
+    ReadyLine ready;
+    hw::RecordedLine line;
+    line.setDevice(&ready, QStringLiteral("bench"));
+    line.beginRecording();
+    for (auto _ : state) {
+        line.write(pollRequest);
+        benchmark::DoNotOptimize(line.read(0));
+    }
+    if (line.stopped())
+        state.SkipWithError("the recording stopped");
+    log4cxx::LogManager::resetConfiguration();
+    state.SetItemsProcessed(state.iterations() * 2);
+}
+
 void BM_RoundTripPlain(benchmark::State& state)
 {
     const auto rig = startRig(state, testsupport::PtyRig::LeavePortClosed);
@@ -174,6 +211,7 @@ BENCHMARK(BM_RoundTripRecorder)
     ->Args({0, 1})
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_RecorderChunks)->ArgName("recording")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_RoundTripPlain)
     ->ArgName("delay_ms")
     ->Arg(2)
