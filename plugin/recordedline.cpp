@@ -47,7 +47,7 @@ void RecordedLine::setDevice(AbstractSerialDevice* device, const QString& portNa
 
 void RecordedLine::beginRecording()
 {
-    zero = Clock::now();
+    zero.start();
     header.started = QDateTime::currentDateTimeUtc();
     headerDue = true;
     failed = false;
@@ -134,7 +134,7 @@ void RecordedLine::record(trace::Direction direction, const QByteArray& bytes)
 {
     if (failed || bytes.isEmpty())
         return;
-    const qint64 us = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - zero).count();
+    const qint64 us = zero.nsecsElapsed() / 1000;
     if (headerDue) {
         QByteArray first = trace::headerLine(header);
         first.chop(1);

@@ -6,9 +6,8 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QString>
-
-#include <chrono>
 
 namespace hw {
 
@@ -48,8 +47,6 @@ public:
     static const char loggerName[]; // "cpibcr.line"
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void record(trace::Direction direction, const QByteArray& bytes);
     bool put(const QByteArray& line);
 
@@ -57,7 +54,8 @@ private:
     logging::LoggerPtr line;
     logging::LoggerPtr driverLog;
     trace::Header header;
-    Clock::time_point zero;
+    // Monotonic; QtCore's, since std::chrono's clock would ask the terminal for a newer libstdc++.
+    QElapsedTimer zero;
     bool headerDue = true;
     bool failed = false;
     QByteArray text;
