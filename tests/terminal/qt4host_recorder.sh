@@ -3,7 +3,8 @@
 # the driver's line recorder: a session with a lost answer, a BUSY and a payout is recorded inside
 # the host, read by `cpibcr trace`, and replayed by `cpibcr-sim --replay` with the host giving the
 # same results. Then the same session with the recorder pointed at a folder that cannot be made
-# and at a full disk: the session goes on as before, with one warning.
+# and at a full disk: the session goes on as before, with one warning. And the session rotated
+# by a small size limit, read back and replayed from the set of files.
 #   qt4host_recorder.sh QT4HOST PLUGIN CPIBCR_SIM CPIBCR SNIPPET
 set -euo pipefail
 host=$1
@@ -82,6 +83,35 @@ cat "$work/replay.out" "$work/replay.err"
 check "replay exit status" 0 "$replay_status"
 check "replay matched every request" 1 "$(grep -c '^replay complete: all [0-9]* requests of the recording matched' "$work/replay.out")"
 check "the host gives the same results in the lab" "$(cat "$work/site.out")" "$(cat "$work/lab.out")"
+
+# --- rotated by a small size limit: the files read back in order and replayed as one
+properties "$work/rot/line.trace"
+sed -i 's/MaxFileSize=10MB/MaxFileSize=4KB/; s/MaxBackupIndex=9/MaxBackupIndex=12/' "$work/log4qt.properties"
+mkdir -p "$work/rot"
+start_simulator
+session "$work/tty" rotated.out
+stop_simulator
+files=$(find "$work/rot" -name 'line.trace*' | wc -l)
+check "rotated: more than one file" yes "$([ "$files" -gt 1 ] && echo yes || echo no)"
+written=$(cat "$work"/rot/line.trace* | grep -c '^[0-9]* > ')
+rotated=$("$cpibcr" trace --summary "$work"/rot/line.trace*)
+check "rotated: read whole, nothing skipped" 0 "$(grep -c '^skipped ' <<<"$rotated" || true)"
+check "rotated: every request read" "$written" "$(sed -n 's/^  exchanges  *\([0-9]*\) .*/\1/p' <<<"$rotated")"
+rm -f "$work/replay.fifo" "$work/replay.out"
+mkfifo "$work/replay.fifo"
+"$simulator" --replay "$work"/rot/line.trace* --link "$work/lab" >"$work/replay.fifo" 2>"$work/replay.err" &
+replay_pid=$!
+exec 6<"$work/replay.fifo"
+while IFS= read -r line <&6; do
+  [[ $line == "replay: "* ]] && break
+done
+session "$work/lab" rotated-lab.out
+cat <&6 >"$work/replay.out"
+exec 6<&-
+replay_status=0
+wait "$replay_pid" || replay_status=$?
+check "rotated: replayed from the set" 0 "$replay_status"
+check "rotated: the host gives the same results" "$(cat "$work/rotated.out")" "$(cat "$work/rotated-lab.out")"
 
 # --- a recorder that cannot write
 warning="WARN cpibcr - Запись линии остановлена: журнал cpibcr.line не принимает записи, работа с устройством продолжается"
