@@ -3,12 +3,22 @@
 // same five bytes and reading the same ten back (echo and answer) from the same simulator.
 // The argument is the simulator's answer delay in milliseconds: 2 is its default, 0 leaves
 // only the cost of the two ends and the pseudo-terminal.
+//
+// The same poll through the driver's line recorder, off (the logger cpibcr.line at OFF) and on
+// (a log4cxx rolling file appender with the shipped snippet's settings, into a temporary file);
+// and the recorder alone, over a line that never waits, for its cost per chunk.
 
 #include "cctalk/device.h"
 #include "cctalk/identcommands.h"
+#include "plugin/recordedline.h"
 #include "support/ptyrig.h"
 
 #include <benchmark/benchmark.h>
+#include <log4cxx/helpers/properties.h>
+#include <log4cxx/logmanager.h>
+#include <log4cxx/propertyconfigurator.h>
+
+#include <QTemporaryDir>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -55,6 +65,92 @@ void BM_RoundTripDriver(benchmark::State& state)
         state.SkipWithError(e.what());
     }
     state.SetItemsProcessed(state.iterations());
+}
+
+// cpibcr.line at TRACE into a rolling file in `dir`, or left without a level (the recorder then
+// sets it OFF).
+void configureRecording(bool on, const QTemporaryDir& dir)
+{
+    log4cxx::LogManager::resetConfiguration();
+    if (!on)
+        return;
+    log4cxx::helpers::Properties p;
+    const std::string file = dir.filePath(QStringLiteral("bench.trace")).toStdString();
+    p.setProperty(LOG4CXX_STR("log4j.logger.cpibcr.line"), LOG4CXX_STR("TRACE, line"));
+    p.setProperty(LOG4CXX_STR("log4j.additivity.cpibcr.line"), LOG4CXX_STR("false"));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line"), LOG4CXX_STR("org.apache.log4j.RollingFileAppender"));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line.File"), log4cxx::LogString(file.begin(), file.end()));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line.MaxFileSize"), LOG4CXX_STR("10MB"));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line.MaxBackupIndex"), LOG4CXX_STR("9"));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line.layout"), LOG4CXX_STR("org.apache.log4j.PatternLayout"));
+    p.setProperty(LOG4CXX_STR("log4j.appender.line.layout.ConversionPattern"), LOG4CXX_STR("%m%n"));
+    log4cxx::PropertyConfigurator::configure(p);
+}
+
+void BM_RoundTripRecorder(benchmark::State& state)
+{
+    const auto rig = startRig(state, testsupport::PtyRig::OpenPort);
+    if (!rig)
+        return;
+    QTemporaryDir dir;
+    configureRecording(state.range(1) != 0, dir);
+    hw::RecordedLine line;
+    line.setDevice(&rig->port, QStringLiteral("bench"));
+    line.beginRecording();
+    CcTalk::Device device;
+    device.setAddress(55);
+    device.setSerial(&line);
+    try {
+        for (auto _ : state) {
+            const CcTalk::Response answer = device.exec(CcTalk::SimplePoll());
+            if (!answer.isValid() || answer.getSource() != 55) {
+                state.SkipWithError("the poll was not answered by the device");
+                break;
+            }
+        }
+    } catch (const std::exception& e) {
+        state.SkipWithError(e.what());
+    }
+    if (line.stopped())
+        state.SkipWithError("the recording stopped");
+    log4cxx::LogManager::resetConfiguration();
+    state.SetItemsProcessed(state.iterations());
+}
+
+// A line that takes every write and has the answer ready for every read, so that only the
+// recorder's own cost is measured: one write and one read, two chunks, an iteration.
+class ReadyLine : public hw::AbstractSerialDevice
+{
+public:
+    bool setBaudRate(const QString&) override { return true; }
+    bool setDataBits(const QString&) override { return true; }
+    bool setParity(const QString&) override { return true; }
+    bool setStopBits(const QString&) override { return true; }
+    bool setFlowControl(const QString&) override { return true; }
+    void discardInput() override {}
+    void write(const QByteArray& data) override { written += data.size(); }
+    bool waitForInput(int) override { return true; }
+    QByteArray read(int) override { return pollAnswer; }
+
+    qint64 written = 0;
+};
+
+void BM_RecorderChunks(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    configureRecording(state.range(0) != 0, dir);
+    ReadyLine ready;
+    hw::RecordedLine line;
+    line.setDevice(&ready, QStringLiteral("bench"));
+    line.beginRecording();
+    for (auto _ : state) {
+        line.write(pollRequest);
+        benchmark::DoNotOptimize(line.read(0));
+    }
+    if (line.stopped())
+        state.SkipWithError("the recording stopped");
+    log4cxx::LogManager::resetConfiguration();
+    state.SetItemsProcessed(state.iterations() * 2);
 }
 
 void BM_RoundTripPlain(benchmark::State& state)
@@ -107,6 +203,15 @@ BENCHMARK(BM_RoundTripDriver)
     ->Arg(0)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_RoundTripRecorder)
+    ->ArgNames({"delay_ms", "recording"})
+    ->Args({2, 0})
+    ->Args({2, 1})
+    ->Args({0, 0})
+    ->Args({0, 1})
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_RecorderChunks)->ArgName("recording")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_RoundTripPlain)
     ->ArgName("delay_ms")
     ->Arg(2)

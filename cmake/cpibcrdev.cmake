@@ -21,12 +21,12 @@ set(cpibcr_dev_headers
   host/logsetup.h
   host/serialport.h
   host/timer.h
-  trace/traceformat.h)
+  tracewrite/tracewrite.h)
 
 add_library(cpibcr_hostlib STATIC
   ${cpibcr_dev_headers}
   host/serialport.cpp host/linerecorder.cpp host/timer.cpp host/logging.cpp
-  trace/traceformat.cpp
+  tracewrite/tracewrite.cpp
   cashcontrol/sumdetailed.cpp cashcontrol/ecashcontrol.cpp)
 set_target_properties(cpibcr_hostlib PROPERTIES OUTPUT_NAME cpibcr-host EXPORT_NAME host)
 target_include_directories(cpibcr_hostlib PUBLIC

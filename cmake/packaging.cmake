@@ -10,7 +10,8 @@ set(cpibcr_docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/cpibcr)
 install(FILES README.md DESTINATION ${cpibcr_docdir} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${cpibcr_docdir}/docs COMPONENT runtime
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "man" EXCLUDE)
-install(FILES config/log4cxx.properties.example packaging/99-cpibcr.rules
+install(FILES config/log4cxx.properties.example config/line-recorder.log4cxx.properties
+  config/line-recorder.log4qt.properties packaging/99-cpibcr.rules
   DESTINATION ${cpibcr_docdir}/examples COMPONENT runtime)
 # Debian keeps the licence as the package's copyright file.
 install(FILES packaging/copyright DESTINATION ${cpibcr_docdir} COMPONENT runtime)

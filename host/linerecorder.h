@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trace/traceformat.h"
+#include "tracewrite/tracewrite.h"
 
 #include <QByteArray>
 #include <QString>

@@ -187,6 +187,31 @@ bool isTraceEnabled(const LoggerPtr& logger)
     return logger && logger->isTraceEnabled();
 }
 
+bool writeLine(const LoggerPtr& logger, const QByteArray& line)
+{
+    if (!logger)
+        return true;
+    try {
+#if LOG4CXX_LOGCHAR_IS_UTF8
+        log4cxx::LogString text(line.constData(), size_t(line.size()));
+#else
+        const log4cxx::LogString text = toLogString(QString::fromLatin1(line.constData(), line.size()));
+#endif
+        logger->forcedLogLS(log4cxx::Level::getTrace(), text,
+                            log4cxx::spi::LocationInfo::getLocationUnavailable());
+    } catch (const std::exception&) {
+        // log4cxx's file appenders throw what the disk refused.
+        return false;
+    }
+    return true;
+}
+
+void silenceUnlessSet(const LoggerPtr& logger)
+{
+    if (logger && !logger->getLevel())
+        logger->setLevel(log4cxx::Level::getOff());
+}
+
 log4cxx::LevelPtr levelFromName(const QString& name)
 {
     const QString n = name.trimmed().toLower();

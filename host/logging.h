@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #ifdef CPIBCR_LOG4QT
@@ -31,5 +32,13 @@ void info(const LoggerPtr& logger, const QString& text);
 void warn(const LoggerPtr& logger, const QString& text);
 void error(const LoggerPtr& logger, const QString& text);
 bool isTraceEnabled(const LoggerPtr& logger);
+
+// One line of a recording (ASCII, no line feed), at trace level and as it stands: the host's
+// layout adds the line end. False when an appender of the logger could not write it, a full or
+// failing disk; the caller stops writing then.
+bool writeLine(const LoggerPtr& logger, const QByteArray& line);
+// Sets the logger OFF unless the host's configuration gave it a level of its own, so that it
+// stays silent when an ancestor ("cpibcr") is turned up.
+void silenceUnlessSet(const LoggerPtr& logger);
 
 } // namespace logging

@@ -5,6 +5,7 @@
 #include "host/abstractserialdevice.h"
 #include "host/qtcompat.h"
 #include "host/timer.h"
+#include "plugin/recordedline.h"
 
 #include <limits>
 
@@ -32,6 +33,7 @@ CpiBcrCashControl::CpiBcrCashControl(QObject* parent, CcTalk::Changer* device) :
     serial = nullptr;
     asyncEnabled = false;
     timer = new Timer(this);
+    line.reset(new RecordedLine);
 
     logger = logging::logger("cpibcr");
 
@@ -65,12 +67,15 @@ QVariant CpiBcrCashControl::getSerialObject() const
 
 void CpiBcrCashControl::setSerialObject(const QVariant& value)
 {
-    if (value.canConvert<QObject*>()) {
-        serial = qobject_cast<AbstractSerialDevice*>(value.value<QObject*>());
-    } else {
-        serial = nullptr;
-    }
-    changer->setSerial(serial);
+    QObject* object = value.canConvert<QObject*>() ? value.value<QObject*>() : nullptr;
+    serial = qobject_cast<AbstractSerialDevice*>(object);
+    // The port's name for the recording's header: the host object's name, else its class.
+    QString portName;
+    if (serial)
+        portName = object->objectName().isEmpty() ? QString::fromLatin1(object->metaObject()->className())
+                                                  : object->objectName();
+    line->setDevice(serial, portName);
+    changer->setSerial(serial ? line.get() : nullptr);
 }
 
 void CpiBcrCashControl::init()
@@ -78,11 +83,11 @@ void CpiBcrCashControl::init()
     if (!serial) {
         return;
     }
-    serial->setBaudRate(QStringLiteral("115200"));
-    serial->setDataBits(QStringLiteral("8"));
-    serial->setParity(QStringLiteral("None"));
-    serial->setStopBits(QStringLiteral("1"));
-    serial->setFlowControl(QStringLiteral("Disable"));
+    line->setBaudRate(QStringLiteral("115200"));
+    line->setDataBits(QStringLiteral("8"));
+    line->setParity(QStringLiteral("None"));
+    line->setStopBits(QStringLiteral("1"));
+    line->setFlowControl(QStringLiteral("Disable"));
 }
 
 void CpiBcrCashControl::connect()
@@ -91,6 +96,7 @@ void CpiBcrCashControl::connect()
     if (!serial) {
         throwError(QStringLiteral("Не настроен порт"), true);
     }
+    line->beginRecording();
     guarded([&] { changer->init(); });
 }
 

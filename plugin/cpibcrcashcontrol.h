@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <memory>
+
 class Timer;
 
 namespace CcTalk {
@@ -17,6 +19,7 @@ class Changer;
 namespace hw {
 
 class AbstractSerialDevice;
+class RecordedLine;
 
 // The CPI BCR coin recycler as the host sees it. Every operation that reaches
 // the device goes through the one changer this object owns; a failure of the
@@ -86,6 +89,8 @@ protected:
     CcTalk::Changer* changer = nullptr;
     bool asyncEnabled = false;
     Timer* timer = nullptr;
+    // Between the changer and the host's serial object: the driver's own line recording.
+    std::unique_ptr<RecordedLine> line;
 
 private:
     // Runs the changer calls of one operation. A link failure was logged where it

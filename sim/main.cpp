@@ -6,6 +6,7 @@
 #include "simulator.h"
 
 #include "host/fdwrite.h"
+#include "trace/tracefiles.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -37,22 +38,25 @@ void onSignal(int)
 
 void usage(FILE* to)
 {
-    std::fprintf(to, "usage: cpibcr-sim [--config FILE] [--device PATH | --link PATH] [--control PATH]\n"
-                     "                  [--no-echo] [--dump-config] [--version]\n"
-                     "       cpibcr-sim --replay FILE [--speed N] [--device PATH | --link PATH]\n"
-                     "Simulates a CPI BCR coin recycler at ccTalk address 55 on a pseudo-terminal\n"
-                     "(or on the serial device given with --device) and prints the port path.\n"
-                     "  --config FILE   JSON configuration; missing keys keep the built-in defaults\n"
-                     "  --device PATH   serve an existing serial device instead of a pseudo-terminal\n"
-                     "  --link PATH     make PATH a symbolic link to the pseudo-terminal\n"
-                     "  --control PATH  also take commands from a FIFO (if PATH is one) or a Unix socket\n"
-                     "  --no-echo       do not repeat the host's bytes back\n"
-                     "  --dump-config   print the effective configuration as JSON and exit\n"
-                     "  --replay FILE   play the recycler's side of a line recording (cpibcr --trace)\n"
-                     "                  instead of simulating; exits 1 at the first request that differs\n"
-                     "  --speed N       with --replay: recorded pauses divided by N (default 1)\n"
-                     "  --version       print the version and exit\n"
-                     "Commands are read from standard input, one per line; type help for the list.\n");
+    std::fprintf(
+        to, "usage: cpibcr-sim [--config FILE] [--device PATH | --link PATH] [--control PATH]\n"
+            "                  [--no-echo] [--dump-config] [--version]\n"
+            "       cpibcr-sim --replay FILE... [--recording N] [--speed N] [--device PATH | --link PATH]\n"
+            "Simulates a CPI BCR coin recycler at ccTalk address 55 on a pseudo-terminal\n"
+            "(or on the serial device given with --device) and prints the port path.\n"
+            "  --config FILE   JSON configuration; missing keys keep the built-in defaults\n"
+            "  --device PATH   serve an existing serial device instead of a pseudo-terminal\n"
+            "  --link PATH     make PATH a symbolic link to the pseudo-terminal\n"
+            "  --control PATH  also take commands from a FIFO (if PATH is one) or a Unix socket\n"
+            "  --no-echo       do not repeat the host's bytes back\n"
+            "  --dump-config   print the effective configuration as JSON and exit\n"
+            "  --replay FILE...  play the recycler's side of a line recording (cpibcr --trace, or\n"
+            "                  the driver's own, FILE.2 FILE.1 FILE read in the order written)\n"
+            "                  instead of simulating; exits 1 at the first request that differs\n"
+            "  --recording N   with --replay: start at recording N as `cpibcr trace` numbers them\n"
+            "  --speed N       with --replay: recorded pauses divided by N (default 1)\n"
+            "  --version       print the version and exit\n"
+            "Commands are read from standard input, one per line; type help for the list.\n");
 }
 
 void say(int fd, const QString& text)
@@ -99,29 +103,54 @@ struct LineSource
     QByteArray pending;
 };
 
-int replay(const QString& tracePath, double speed, const QString& devicePath, const QString& linkPath)
+// The steps of the files from recording `from` (1: all of them); empty after an error was printed.
+QList<sim::ReplayStep> loadSteps(const QStringList& paths, int from, int* baud)
 {
-    QFile file(tracePath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        std::fprintf(stderr, "cpibcr-sim: cannot read the trace %s: %s\n",
-                     tracePath.toLocal8Bit().constData(), file.errorString().toLocal8Bit().constData());
-        return 2;
+    trace::FileSet files;
+    QString error;
+    if (!files.load(paths, &error)) {
+        std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+        return {};
     }
-    const trace::Document document = trace::parse(file.readAll());
-    if (!document.error.isEmpty()) {
-        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", tracePath.toLocal8Bit().constData(),
-                     document.error.toLocal8Bit().constData());
-        return 2;
+    QList<trace::Record> records;
+    trace::Reader reader(files.bytes, trace::Reader::AnyPoint);
+    trace::Record record;
+    trace::Reader::Result result;
+    while ((result = reader.next(&record)) == trace::Reader::Ok)
+        records.append(record);
+    if (result == trace::Reader::Error) {
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n",
+                     files.where(reader.errorLine()).toLocal8Bit().constData(),
+                     reader.reason().toLocal8Bit().constData());
+        return {};
     }
-    QList<sim::ReplayStep> steps = sim::replaySteps(document.records);
-    if (steps.isEmpty()) {
-        std::fprintf(stderr, "cpibcr-sim: %s: the recording holds no request to answer\n",
-                     tracePath.toLocal8Bit().constData());
-        return 2;
+    if (reader.skippedLines() > 0)
+        std::printf("skipped %lld line(s), %lld byte(s), before the first whole exchange\n",
+                    reader.skippedLines(), reader.skippedBytes());
+    QList<sim::ReplayStep> steps;
+    for (const sim::ReplayStep& step : sim::replaySteps(records)) {
+        if (step.recording >= from)
+            steps.append(step);
     }
+    int recording = 0;
+    for (const trace::Record& r : records) {
+        if (r.kind == trace::Record::HeaderRecord && ++recording == from && r.header.baudRate > 0)
+            *baud = r.header.baudRate;
+    }
+    if (steps.isEmpty())
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", paths.join(QLatin1Char(' ')).toLocal8Bit().constData(),
+                     recording < from ? "there is no such recording"
+                                      : "the recording holds no request to answer");
+    return steps;
+}
+
+int replay(const QStringList& tracePaths, int from, double speed, const QString& devicePath,
+           const QString& linkPath)
+{
     int baud = 115200;
-    if (!document.records.isEmpty() && document.records.first().header.baudRate > 0)
-        baud = document.records.first().header.baudRate;
+    const QList<sim::ReplayStep> steps = loadSteps(tracePaths, from, &baud);
+    if (steps.isEmpty())
+        return 2;
 
     int fd = -1, slave = -1;
     QString port, error;
@@ -148,7 +177,8 @@ int replay(const QString& tracePath, double speed, const QString& devicePath, co
     if (!linkPath.isEmpty())
         std::printf("link: %s\n", link.constData());
     std::printf("replay: %d requests from %s, speed %s\n", int(steps.size()),
-                tracePath.toLocal8Bit().constData(), QByteArray::number(speed, 'g', 6).constData());
+                trace::writtenOrder(tracePaths).join(QLatin1Char(' ')).toLocal8Bit().constData(),
+                QByteArray::number(speed, 'g', 6).constData());
     std::fflush(stdout);
 
     sim::Replay player(steps, speed);
@@ -163,11 +193,39 @@ int replay(const QString& tracePath, double speed, const QString& devicePath, co
     return status;
 }
 
+// --replay with its --speed and --recording checked.
+int replayCommand(const QStringList& paths, const QString& speedText, const QString& recordingText,
+                  const QString& devicePath, const QString& linkPath)
+{
+    double speed = 1;
+    if (!speedText.isEmpty()) {
+        bool ok = false;
+        speed = speedText.toDouble(&ok);
+        if (!ok || !(speed > 0) || speed > 1000) {
+            std::fprintf(stderr, "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"%s\"\n",
+                         speedText.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    int from = 1;
+    if (!recordingText.isEmpty()) {
+        bool ok = false;
+        from = recordingText.toInt(&ok);
+        if (!ok || from < 1) {
+            std::fprintf(stderr, "cpibcr-sim: --recording takes a recording number from 1, not \"%s\"\n",
+                         recordingText.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    return replay(paths, from, speed, devicePath, linkPath);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    QString configPath, devicePath, linkPath, controlPath, replayPath, speedText;
+    QString configPath, devicePath, linkPath, controlPath, replayPath, speedText, recordingText;
+    QStringList morePaths; // further trace files after --replay FILE
     bool noEcho = false, dump = false;
     // An option either takes the next argument as its value or is a switch.
     const struct
@@ -176,10 +234,11 @@ int main(int argc, char** argv)
         QString* value;
         bool* on;
     } options[] = {
-        {"--config", &configPath, nullptr}, {"--device", &devicePath, nullptr},
-        {"--link", &linkPath, nullptr},     {"--control", &controlPath, nullptr},
-        {"--replay", &replayPath, nullptr}, {"--speed", &speedText, nullptr},
-        {"--no-echo", nullptr, &noEcho},    {"--dump-config", nullptr, &dump},
+        {"--config", &configPath, nullptr},       {"--device", &devicePath, nullptr},
+        {"--link", &linkPath, nullptr},           {"--control", &controlPath, nullptr},
+        {"--replay", &replayPath, nullptr},       {"--speed", &speedText, nullptr},
+        {"--recording", &recordingText, nullptr}, {"--no-echo", nullptr, &noEcho},
+        {"--dump-config", nullptr, &dump},
     };
     for (int i = 1; i < argc; ++i) {
         const QString a = QString::fromLocal8Bit(argv[i]);
@@ -200,6 +259,8 @@ int main(int argc, char** argv)
         } else if (a == QLatin1String("--version")) {
             std::printf("cpibcr-sim %s\n", CPIBCR_VERSION);
             return 0;
+        } else if (!replayPath.isEmpty() && !a.startsWith(QLatin1Char('-'))) {
+            morePaths.append(a);
         } else {
             std::fprintf(stderr, "cpibcr-sim: unknown option %s\n", argv[i]);
             usage(stderr);
@@ -213,21 +274,12 @@ int main(int argc, char** argv)
                                  "--no-echo or --dump-config\n");
             return 2;
         }
-        double speed = 1;
-        if (!speedText.isEmpty()) {
-            bool ok = false;
-            speed = speedText.toDouble(&ok);
-            if (!ok || !(speed > 0) || speed > 1000) {
-                std::fprintf(stderr,
-                             "cpibcr-sim: --speed takes a number above 0 and up to 1000, not \"%s\"\n",
-                             speedText.toLocal8Bit().constData());
-                return 2;
-            }
-        }
-        return replay(replayPath, speed, devicePath, linkPath);
+        return replayCommand(QStringList(replayPath) + morePaths, speedText, recordingText, devicePath,
+                             linkPath);
     }
-    if (!speedText.isEmpty()) {
-        std::fprintf(stderr, "cpibcr-sim: --speed goes with --replay\n");
+    if (!speedText.isEmpty() || !recordingText.isEmpty()) {
+        std::fprintf(stderr, "cpibcr-sim: %s goes with --replay\n",
+                     speedText.isEmpty() ? "--recording" : "--speed");
         return 2;
     }
 

@@ -43,7 +43,7 @@ const QMap<QString, CommandInfo>& commands()
         {QStringLiteral("watch"), {Command::Watch, 0, 0, {QStringLiteral("--seconds")}}},
         {QStringLiteral("demo"), {Command::Demo, 0, 0, {}}},
         {QStringLiteral("ports"), {Command::Ports, 0, 0, {}}},
-        {QStringLiteral("trace"), {Command::Trace, 1, 1, {QStringLiteral("--summary")}}},
+        {QStringLiteral("trace"), {Command::Trace, 1, 1000, {QStringLiteral("--summary")}}},
     };
     return table;
 }
@@ -220,7 +220,8 @@ QString usageText()
         "  watch [--seconds N]                  the background state check, printing each error\n"
         "  demo                                 a short session against the built-in simulator\n"
         "  ports                                the serial ports of this machine (no device is opened)\n"
-        "  trace FILE [--summary]               a line recording read as ccTalk, and its summary\n"
+        "  trace FILE... [--summary]            a line recording read as ccTalk, and its summary; several\n"
+        "                                       files are read in the order written (FILE.2, FILE.1, FILE)\n"
         "\n"
         "--trace FILE records every byte written to and read from the line into FILE (appended).\n"
         "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
@@ -390,6 +391,7 @@ ParseResult parseArguments(const QStringList& arguments)
         break;
     case Command::Trace:
         a.traceInput = positional.at(0);
+        a.traceInputs = positional;
         break;
     case Command::Maintenance:
         if (!positional.isEmpty())

@@ -51,7 +51,8 @@ struct Arguments
     QList<long long> simCoins;
     QList<int> counters; // ECashControl::CounterType, in the order to print
     bool done = false;
-    QString traceInput; // the trace command's FILE
+    QString traceInput;      // the trace command's first FILE
+    QStringList traceInputs; // all its FILEs
     bool summaryOnly = false;
 };
 

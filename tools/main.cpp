@@ -96,7 +96,7 @@ int main(int argc, char** argv)
         return 0;
     }
     if (args.command == tool::Command::Trace)
-        return tool::showTrace(args.traceInput, args.summaryOnly, console);
+        return tool::showTrace(args.traceInputs, args.summaryOnly, console);
 
     QString error;
     if (!configureLogging(args, &error))

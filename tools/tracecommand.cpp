@@ -1,5 +1,7 @@
 #include "tracecommand.h"
 
+#include "trace/tracefiles.h"
+
 #include <QFile>
 #include <QJsonArray>
 
@@ -79,6 +81,11 @@ QJsonValue usValue(qint64 us)
 
 QString recordingText(const trace::Header& header, int number)
 {
+    if (trace::isContinuation(header))
+        return QStringLiteral(
+                   "recording %1: begun before these files (its header is not in them), times from an "
+                   "unknown start\n")
+            .arg(number);
     return QStringLiteral("recording %1: %2, port %3, %4 baud, %5 data bits, parity %6, %7 stop bit(s), "
                           "flow control %8, started %9\n")
         .arg(number)
@@ -213,38 +220,58 @@ QJsonObject summaryJson(const trace::Summary& s)
             {QStringLiteral("longestSilenceRecording"), s.longestSilenceRecording}};
 }
 
-int showTrace(const QString& path, bool summaryOnly, const Console& console)
+namespace {
+
+QString skippedText(const trace::Reader& reader)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        console.err(QStringLiteral("cpibcr: cannot read the trace %1: %2\n").arg(path, file.errorString()));
+    return QStringLiteral("skipped %1 line(s), %2 byte(s), before the first whole exchange\n")
+        .arg(reader.skippedLines())
+        .arg(reader.skippedBytes());
+}
+
+// Text is shown as it is read, so a damaged trace is checked whole first and refused at its first
+// bad line instead of being half printed.
+bool checkWhole(const trace::FileSet& files, const Console& console)
+{
+    trace::Reader check(files.bytes, trace::Reader::AnyPoint);
+    trace::Record record;
+    trace::Reader::Result result;
+    while ((result = check.next(&record)) == trace::Reader::Ok) {
+    }
+    if (result != trace::Reader::Error)
+        return true;
+    console.err(QStringLiteral("cpibcr: %1: %2\n").arg(files.where(check.errorLine()), check.reason()));
+    return false;
+}
+
+QJsonObject traceDocument(const trace::FileSet& files, const trace::Reader& reader,
+                          const QList<trace::Header>& headers, const trace::Summary& summary)
+{
+    QJsonArray recordings;
+    for (int i = 0; i < headers.size(); ++i)
+        recordings.append(recordingJson(headers.at(i), i + 1));
+    return {{QStringLiteral("command"), QStringLiteral("trace")},
+            {QStringLiteral("file"), files.paths.value(0)},
+            {QStringLiteral("files"), QJsonArray::fromStringList(files.paths)},
+            {QStringLiteral("skipped"), QJsonObject{{QStringLiteral("lines"), reader.skippedLines()},
+                                                    {QStringLiteral("bytes"), reader.skippedBytes()}}},
+            {QStringLiteral("recordings"), recordings},
+            {QStringLiteral("summary"), summaryJson(summary)}};
+}
+
+} // namespace
+
+int showTrace(const QStringList& paths, bool summaryOnly, const Console& console)
+{
+    trace::FileSet files;
+    QString error;
+    if (!files.load(paths, &error)) {
+        console.err(QStringLiteral("cpibcr: %1\n").arg(error));
         return 1;
     }
-    QByteArray contents;
-    const char* data = nullptr;
-    qint64 size = file.size();
-    if (size > 0)
-        data = reinterpret_cast<const char*>(file.map(0, size));
-    if (!data) {
-        contents = file.readAll();
-        data = contents.constData();
-        size = contents.size();
-    }
-
-    // Text is shown as it is read, so a damaged trace is checked whole first and refused at its
-    // first bad line instead of being half printed. The other forms show nothing before the end.
     const bool json = console.json();
-    if (!summaryOnly && !json) {
-        trace::Reader check(data, size);
-        trace::Record record;
-        trace::Reader::Result result;
-        while ((result = check.next(&record)) == trace::Reader::Ok) {
-        }
-        if (result == trace::Reader::Error) {
-            console.err(QStringLiteral("cpibcr: %1: %2\n").arg(path, check.error()));
-            return 1;
-        }
-    }
+    if (!summaryOnly && !json && !checkWhole(files, console))
+        return 1;
 
     QString text;
     QJsonArray exchanges;
@@ -261,32 +288,31 @@ int showTrace(const QString& path, bool summaryOnly, const Console& console)
             text.clear();
         }
     });
-    trace::Reader reader(data, size);
+    trace::Reader reader(files.bytes, trace::Reader::AnyPoint);
     trace::Record record;
     trace::Reader::Result result;
     while ((result = reader.next(&record)) == trace::Reader::Ok) {
         analyzer.add(record);
-        if (record.kind == trace::Record::HeaderRecord && !summaryOnly && !json)
-            text += recordingText(record.header, analyzer.headers().size());
+        if (record.kind != trace::Record::HeaderRecord || summaryOnly || json)
+            continue;
+        if (analyzer.headers().size() == 1 && reader.skippedLines() > 0)
+            text += skippedText(reader);
+        text += recordingText(record.header, analyzer.headers().size());
     }
     if (result == trace::Reader::Error) {
-        console.err(QStringLiteral("cpibcr: %1: %2\n").arg(path, reader.error()));
+        console.err(QStringLiteral("cpibcr: %1: %2\n").arg(files.where(reader.errorLine()), reader.reason()));
         return 1;
     }
     const trace::Summary summary = analyzer.finish();
     if (json) {
-        QJsonArray recordings;
-        for (int i = 0; i < analyzer.headers().size(); ++i)
-            recordings.append(recordingJson(analyzer.headers().at(i), i + 1));
-        QJsonObject document{{QStringLiteral("command"), QStringLiteral("trace")},
-                             {QStringLiteral("file"), path},
-                             {QStringLiteral("recordings"), recordings},
-                             {QStringLiteral("summary"), summaryJson(summary)}};
+        QJsonObject document = traceDocument(files, reader, analyzer.headers(), summary);
         if (!summaryOnly)
             document.insert(QStringLiteral("exchanges"), exchanges);
         console.document(document);
         return 0;
     }
+    if (summaryOnly && reader.skippedLines() > 0)
+        text += skippedText(reader);
     if (!text.isEmpty())
         text += QLatin1Char('\n');
     console.out(text + summaryText(summary));

@@ -6,12 +6,14 @@
 
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 
 namespace tool {
 
-// `cpibcr trace FILE`: the recording read as ccTalk. Returns the exit status: 0, or 1 when
-// the file cannot be read or is not a whole trace (nothing but the error is printed then).
-int showTrace(const QString& path, bool summaryOnly, const Console& console);
+// `cpibcr trace FILE...`: the recording read as ccTalk, the files in the order they were
+// written (rotated ones first), from the first whole exchange. Returns the exit status: 0, or 1
+// when a file cannot be read or is not a trace (nothing but the error is printed then).
+int showTrace(const QStringList& paths, bool summaryOnly, const Console& console);
 
 QString recordingText(const trace::Header& header, int number);
 QString exchangeText(const trace::Exchange& exchange);

@@ -4,11 +4,7 @@
 
 namespace trace {
 
-const char magic[] = "cpibcr-trace";
-
 namespace {
-
-const char hexDigits[] = "0123456789ABCDEF";
 
 // Value of a hexadecimal digit, -1 for any other character.
 struct HexTable
@@ -30,30 +26,6 @@ const HexTable hex;
 inline int hexValue(char c)
 {
     return hex.value[static_cast<unsigned char>(c)];
-}
-
-// Header values may not hold blanks, '=' or control characters; they are written as %XX.
-bool needsEscape(unsigned char c)
-{
-    return c <= 0x20 || c == 0x7F || c == '%' || c == '=';
-}
-
-QByteArray escaped(const QString& value)
-{
-    const QByteArray utf8 = value.toUtf8();
-    QByteArray out;
-    out.reserve(utf8.size());
-    for (const char c : utf8) {
-        const auto u = static_cast<unsigned char>(c);
-        if (needsEscape(u)) {
-            out.append('%');
-            out.append(hexDigits[u >> 4]);
-            out.append(hexDigits[u & 0x0F]);
-        } else {
-            out.append(c);
-        }
-    }
-    return out;
 }
 
 bool unescaped(const char* begin, const char* end, QString* value)
@@ -84,62 +56,11 @@ bool toInt(const QString& text, qint64 min, qint64 max, qint64* value)
     return true;
 }
 
-const QString timeFormat = QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzzZ");
-
 } // namespace
-
-QByteArray headerLine(const Header& header)
-{
-    QByteArray line(magic);
-    line += ' ' + QByteArray::number(header.version);
-    line += " recorder=" + escaped(header.recorder);
-    line += " port=" + escaped(header.port);
-    line += " baud=" + QByteArray::number(header.baudRate);
-    line += " data=" + QByteArray::number(header.dataBits);
-    line += " parity=" + escaped(header.parity);
-    line += " stop=" + escaped(header.stopBits);
-    line += " flow=" + escaped(header.flow);
-    line += " started=" + escaped(header.started.toUTC().toString(timeFormat));
-    line += '\n';
-    return line;
-}
-
-void appendChunkLine(QByteArray& out, const Chunk& chunk)
-{
-    char digits[24];
-    int n = 0;
-    quint64 us = chunk.us < 0 ? 0 : quint64(chunk.us);
-    do {
-        digits[n++] = char('0' + us % 10);
-        us /= 10;
-    } while (us != 0);
-    const int size = chunk.bytes.size();
-    const int start = out.size();
-    out.resize(start + n + 2 + size * 3 + 1);
-    char* p = out.data() + start;
-    while (n > 0)
-        *p++ = digits[--n];
-    *p++ = ' ';
-    *p++ = static_cast<char>(chunk.direction);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(chunk.bytes.constData());
-    for (int i = 0; i < size; ++i) {
-        *p++ = ' ';
-        *p++ = hexDigits[bytes[i] >> 4];
-        *p++ = hexDigits[bytes[i] & 0x0F];
-    }
-    *p = '\n';
-}
-
-QByteArray chunkLine(const Chunk& chunk)
-{
-    QByteArray line;
-    appendChunkLine(line, chunk);
-    return line;
-}
 
 bool parseHeaderLine(const char* begin, const char* end, Header* header, QString* why)
 {
-    const qsizetype magicSize = qsizetype(sizeof magic - 1);
+    const qsizetype magicSize = qsizetype(std::strlen(magic));
     if (end - begin < magicSize || std::memcmp(begin, magic, size_t(magicSize)) != 0) {
         *why = QStringLiteral("not a header: a recording starts with \"%1 %2\"")
                    .arg(QLatin1String(magic))
@@ -199,7 +120,7 @@ bool parseHeaderLine(const char* begin, const char* end, Header* header, QString
         } else if (key == "flow") {
             h.flow = value;
         } else if (key == "started") {
-            h.started = QDateTime::fromString(value, timeFormat);
+            h.started = QDateTime::fromString(value, QString::fromLatin1(timeFormat));
             h.started.setTimeSpec(Qt::UTC);
             if (!h.started.isValid()) {
                 *why = QStringLiteral("header field started is not a UTC time: \"%1\"").arg(value);
@@ -263,19 +184,59 @@ bool parseChunkLine(const char* begin, const char* end, Chunk* chunk, QString* w
     return true;
 }
 
-Reader::Reader(const char* bytes, qint64 length) : data(bytes), size(length) {}
+Reader::Reader(const char* bytes, qint64 length, Start start) : data(bytes), size(length), from(start) {}
 
-Reader::Result Reader::fail(const QString& why)
+Reader::Result Reader::fail(const QString& reasonText)
 {
     failedLine = line;
-    message = QStringLiteral("line %1: %2").arg(line).arg(why);
+    failedWhy = reasonText;
+    message = QStringLiteral("line %1: %2").arg(line).arg(reasonText);
     return Error;
+}
+
+bool Reader::findStart(Record* record, bool* continuation)
+{
+    *continuation = false;
+    while (pos < size) {
+        const char* begin = data + pos;
+        const auto* end = static_cast<const char*>(std::memchr(begin, '\n', size_t(size - pos)));
+        const char* lineEnd = end ? end : data + size;
+        QString ignored;
+        if (end && *begin == magic[0] && parseHeaderLine(begin, end, &record->header, &ignored))
+            return true;
+        if (end && parseChunkLine(begin, end, &record->chunk, &ignored) &&
+            record->chunk.direction == Direction::Written) {
+            record->kind = Record::HeaderRecord;
+            record->header = Header();
+            seenHeader = true;
+            lastUs = 0;
+            *continuation = true;
+            return true;
+        }
+        ++skipLines;
+        skipBytes += lineEnd - begin + (end ? 1 : 0);
+        ++line;
+        pos = lineEnd - data + (end ? 1 : 0);
+    }
+    line = skipLines + 1;
+    fail(skipLines > 0 ? QStringLiteral("no whole exchange: a request written by the host never comes")
+                       : QStringLiteral("empty file, not a trace"));
+    return false;
 }
 
 Reader::Result Reader::next(Record* record)
 {
     if (failedLine > 0)
         return Error;
+    // A request before any header stands for a recording that began earlier: a continuation
+    // header comes first, then the request as the next record.
+    if (from == AnyPoint && !seenHeader) {
+        bool continuation = false;
+        if (!findStart(record, &continuation))
+            return Error;
+        if (continuation)
+            return Ok;
+    }
     if (pos >= size) {
         if (!seenHeader) {
             line = 1;

@@ -3,6 +3,7 @@
 #include "testdriver.h"
 
 #include "plugin/cpibcrcashcontrolfactory.h"
+#include "plugin/recordedline.h"
 #include "support/frames.h"
 
 #include <QMetaClassInfo>
@@ -256,7 +257,10 @@ void TestFront::serialObjectTakesTheSerialInterface()
     testsupport::FakeSerialDevice line;
     QVERIFY(driver.setProperty("serialObj", QVariant::fromValue<QObject*>(&line)));
     QCOMPARE(driver.serialDevice(), static_cast<hw::AbstractSerialDevice*>(&line));
-    QCOMPARE(driver.device()->getSerial(), static_cast<hw::AbstractSerialDevice*>(&line));
+    // The changer talks through the driver's line recorder, which forwards to the host's object.
+    const auto* recorded = dynamic_cast<hw::RecordedLine*>(driver.device()->getSerial());
+    QVERIFY(recorded);
+    QCOMPARE(recorded->device(), static_cast<hw::AbstractSerialDevice*>(&line));
     const QVariant back = driver.property("serialObj");
     QCOMPARE(back.userType(), int(QMetaType::QObjectStar));
     QCOMPARE(back.value<QObject*>(), static_cast<QObject*>(&line));
