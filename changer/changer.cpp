@@ -223,38 +223,25 @@ void Changer::cashInStart(bool fast, const QSet<unsigned int>& excluded)
     lastCoinCounts.update(readCoinCounts(), msecsNow());
     sessionAudit = readAcceptedAudit(mask);
     sessionReported.clear();
+    sessionOpenedAt = msecsNow();
     ++session;
     coinsPending = true;
     SumDetailed coins;
     try {
-        enableCoins(mask);
+        exec(ModInhibitStatus(mask));
         // A device that restarts its counters on enable shows it here; what they counted
         // from 0 came in after the enable.
         coins = readNewCoins(CoinCounts::FromZero);
     } catch (const Exception&) {
-        // The enable may have reached the device: the session stays open, without polls,
-        // for the closing that reads what it took.
-        if (coinsPending)
-            inhibitAfterFailedPoll();
+        // The enable may have reached the device (a NAK after a lost answer refuses only
+        // the repeat): the session stays open, without polls, for the closing that reads
+        // what it took.
+        inhibitAfterFailedPoll();
         throw;
     }
     accepting = true;
     pollTimer->start();
     reportCoins(coins);
-}
-
-void Changer::enableCoins(unsigned short mask)
-{
-    try {
-        exec(ModInhibitStatus(mask));
-    } catch (const NakException&) {
-        // Refused, not carried out: nothing was enabled.
-        coinsPending = false;
-        throw;
-    } catch (const BusyException&) {
-        coinsPending = false;
-        throw;
-    }
 }
 
 unsigned short Changer::enableMask(const QSet<unsigned int>& excluded)
@@ -318,14 +305,16 @@ void Changer::closeSession(bool checkErrors)
 
 SumDetailed Changer::readNewCoins(CoinCounts::Restart restart)
 {
+    const QString dropped = QStringLiteral("Показание счетчиков монет не подтверждено, отброшено: ");
     CoinCounts::Step step = lastCoinCounts.update(readCoinCounts(), msecsNow(), restart);
-    // A jump is believed only when a second reading right after it agrees.
+    logJumps(dropped, step.discarded);
+    // A jump is believed only when a reading right after it agrees.
     for (int again = 0; again < 2 && !step.unconfirmed.isEmpty(); ++again) {
         const CoinCounts::Step next = lastCoinCounts.update(readCoinCounts(), msecsNow(), restart);
-        logJumps(QStringLiteral("Показание счетчиков монет не подтверждено, отброшено: "), next.discarded);
+        logJumps(dropped, next.discarded);
         step = next;
     }
-    if (restart == CoinCounts::FromZero && !step.rebased.isEmpty()) {
+    if (step.restarted) {
         logInfo(QStringLiteral("Счетчики монет начаты устройством заново при разрешении приема"));
     } else {
         logJumps(QStringLiteral("Счетчики монет взяты за новую точку отсчета "
@@ -367,11 +356,13 @@ SumDetailed Changer::reconcileSession()
     }
     CoinCounts::Counters missed;
     QStringList over;
+    // More than an acceptor can take in the session's time is no count of coins: a counter
+    // that went down, or an answer that was not this counter's.
+    const quint32 bound = CoinCounts::maxCoins(msecsNow() - sessionOpenedAt);
     for (auto it = sessionAudit.constBegin(); it != sessionAudit.constEnd(); ++it) {
         const quint32 taken = now.value(it.key()) - it.value();
         const quint32 reported = sessionReported.value(it.key());
-        // A counter that went down has not kept the device's past: nothing to compare.
-        if (taken > CoinCounts::maxCoins(0) * 1000u)
+        if (taken > bound)
             continue;
         if (taken > reported)
             missed[it.key()] = taken - reported;
@@ -530,9 +521,14 @@ void Changer::resetIfNeeded()
     if (!needReset)
         return;
     // A reset restarts the coins-in counters: an open session is closed first. The fault
-    // that asked for the reset is still flagged, so the closing does not check for it.
-    if (coinsPending)
+    // that asked for the reset is still flagged, so the closing does not check for it. The
+    // host's slot may start a session again, or reset the device itself, while the closing
+    // reports.
+    while (coinsPending) {
         closeSession(false);
+        if (!needReset)
+            return;
+    }
     logInfo(QStringLiteral("Выполняется сброс"));
     exec(Reset());
     // Only after the reset went through: a failed one is tried again next time.
@@ -707,6 +703,9 @@ bool Changer::PayoutPlan::matches(const SumDetailed& paid) const
 void Changer::takeSnapshot()
 {
     reportFinishedPayout();
+    // Its coins would count for the next payout.
+    if (payoutUnfinished)
+        throwError<Exception>(QStringLiteral("Предыдущая выдача не завершена"));
     snapshot = readDispenseCounters();
 }
 
@@ -717,6 +716,10 @@ SumDetailed Changer::payOut(const Request& command, int polls, const PayoutPlan&
     try {
         sendPayout(command);
         waitNotState(ReqActivityRegResp::Payout, polls, payoutWaitText(), true);
+        // A purge runs until the hopper is empty, so its end tells nothing of its own; a
+        // restart of the device ends it as well.
+        if (plan.untilEmpty && restarting())
+            throwError<Exception>(QStringLiteral("Выдача прервана перезапуском устройства"));
         return getLastCashOut();
     } catch (const Exception& e) {
         failure = e.message();
@@ -809,7 +812,15 @@ void Changer::reportFinishedPayout()
 SumDetailed Changer::purge(unsigned char hopper)
 {
     takeSnapshot();
-    return payOut(PurgeHopper(hopper, 0), 2000, PayoutPlan());
+    PayoutPlan plan;
+    plan.untilEmpty = true;
+    return payOut(PurgeHopper(hopper, 0), 2000, plan);
+}
+
+bool Changer::restarting()
+{
+    const ReqActivityRegResp activity(exec(ReqActivityReg()));
+    return activity.checkFlag(ReqActivityRegResp::Initialisation);
 }
 
 bool Changer::payoutSeen()

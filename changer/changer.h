@@ -109,6 +109,7 @@ protected:
     // device through restarts) as the session opened, and the coins reported since.
     QMap<unsigned char, quint32> sessionAudit;
     QMap<unsigned char, quint32> sessionReported;
+    qint64 sessionOpenedAt = 0;
     // A payout the driver stopped waiting for while the device still paid; the next
     // operation that finds it finished logs what it paid in the end.
     bool payoutUnfinished = false;
@@ -123,13 +124,14 @@ private:
     {
         SumDetailed coins;
         long long amount = -1;
+        // A purge: until the hopper is empty, no count to compare.
+        bool untilEmpty = false;
         bool matches(const SumDetailed& paid) const;
     };
 
     QString describeUnit(unsigned char unit);
     void refuseAmount() const;
     unsigned short enableMask(const QSet<unsigned int>& excluded);
-    void enableCoins(unsigned short mask);
     CoinCounts::Counters readCoinCounts();
     // Reads the coins-in counters into the session's baseline and returns the coins
     // added since the last read; an odd reading is read once more at once.
@@ -147,6 +149,8 @@ private:
     // Inhibits the acceptor, waits for the coin path and reads the session's last coins.
     void closeSession(bool checkErrors);
     bool payoutSeen();
+    // The device shows its initialisation: it has restarted.
+    bool restarting();
     DispenseCounters readDispenseCounters();
     // Logs once what an unfinished payout paid, when the device no longer pays.
     void reportFinishedPayout();

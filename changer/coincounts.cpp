@@ -93,8 +93,10 @@ CoinCounts::Step CoinCounts::update(const Counters& counts, qint64 atMsecs, Rest
     if (counts != candidate)
         step.discarded = candidateJumps;
     step.rebased = jumps;
-    if (restart == FromZero && wentDown(jumps))
+    if (restart == FromZero && wentDown(jumps)) {
         step.added = countedFromZero(counts, limit);
+        step.restarted = true;
+    }
     accept(counts, atMsecs);
     return step;
 }

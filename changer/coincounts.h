@@ -30,6 +30,8 @@ public:
         Jumps unconfirmed;
         // The odd reading before this one, which this one did not confirm.
         Jumps discarded;
+        // While acceptance opened, the counters were seen to restart: `added` counts from 0.
+        bool restarted = false;
     };
 
     // The most coins one position can take in within the given milliseconds.

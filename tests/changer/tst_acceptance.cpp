@@ -113,6 +113,9 @@ private slots:
     void hostStartingAgainFromItsSlotKeepsItsSession();
     void hostRestartingFromAPollSlotKeepsItsSession();
     void coinsLostToARestartAreFoundByTheStop();
+    void hostStartingAgainDuringTheClosingBeforeAReset();
+    void auditCheckThatCannotBeMade();
+    void moreReportedThanTheAuditCounted();
 };
 
 void TestAcceptance::startEnablesEachRecycledDenominationOnce()
@@ -185,10 +188,19 @@ void TestAcceptance::startFailureLeavesAcceptanceNotStarted()
 {
     StandardSimRig rig;
     rig.refuse(231);
+    testsupport::LogCapture log;
     QCOMPARE(thrownText<CcTalk::NakException>([&] { rig.changer.cashInStart(false, {}); }),
              QStringLiteral("Ошибка выполнения команды"));
     QVERIFY(!rig.changer.isAccepting());
     QVERIFY(!rig.changer.timer()->isActive());
+    // A NAK may refuse only the repeat of an enable whose answer was lost: the session stays
+    // open for the closing, and every position is refused again at once.
+    QVERIFY(rig.changer.sessionOpen());
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral("Прием монет не запрещен: Ошибка выполнения команды")});
+    rig.removeHook(231);
+    rig.changer.cashInStop();
+    QVERIFY(!rig.changer.sessionOpen());
 
     rig.refuse(165);
     QVERIFY_EXCEPTION_THROWN(rig.changer.cashInStart(true, {}), CcTalk::NakException);
@@ -881,6 +893,67 @@ void TestAcceptance::coinsLostToARestartAreFoundByTheStop()
     QCOMPARE(log.texts(QStringLiteral("WARN")),
              QStringList{QStringLiteral("Монеты найдены по счетчикам аудита приема: позиция 2: 1")});
     QCOMPARE(log.texts(QStringLiteral("INFO")).last(), QStringLiteral("Принято: 10.00. номиналы: 10.00 x 1"));
+}
+
+// The closing before a reset reports, and the host's slot checks the state and starts
+// again, which resets the device itself: the outer reset is not sent into the new session.
+void TestAcceptance::hostStartingAgainDuringTheClosingBeforeAReset()
+{
+    AcceptingRig rig;
+    land(rig, 2);
+    RecordingChanger::setResetPending(true);
+    bool again = true;
+    QObject::connect(&rig.changer, &CcTalk::Changer::received, &rig.changer, [&](SumDetailed) {
+        if (again) {
+            again = false;
+            rig.changer.checkState();
+            rig.changer.cashInStart(false, {});
+        }
+    });
+    rig.line.clearTransactions();
+    rig.changer.checkState();
+    QCOMPARE(rig.line.countHeader(1), 1);
+    QVERIFY(rig.changer.sessionOpen());
+    QVERIFY(rig.changer.timer()->isActive());
+    QCOMPARE(rig.device().inhibitMask(), quint16(0x0F));
+    land(rig, 1);
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    rig.changer.cashInStop();
+    QCOMPARE(received.size(), 1);
+    QCOMPARE(sumOf(received.at(0).at(0)).denoms, denoms({{100, 1}}));
+}
+
+// The audit counters cannot be read at the stop: the stop ends as before, with a warning.
+void TestAcceptance::auditCheckThatCannotBeMade()
+{
+    AcceptingRig rig;
+    land(rig, 2);
+    rig.refuse(86);
+    QSignalSpy received(&rig.changer, &CcTalk::Changer::received);
+    testsupport::LogCapture log;
+    rig.changer.cashInStop();
+    QCOMPARE(received.size(), 1);
+    QVERIFY(!rig.changer.sessionOpen());
+    QCOMPARE(log.texts(QStringLiteral("WARN")),
+             QStringList{QStringLiteral(
+                 "Счетчики аудита приема не прочитаны, сверка не выполнена: Ошибка выполнения команды")});
+}
+
+// The modelled device's coins-in counters show a coin its audit counter never counted:
+// the report cannot be taken back, and the stop says so.
+void TestAcceptance::moreReportedThanTheAuditCounted()
+{
+    Rig rig;
+    standard(rig);
+    rig.model.setCoinsIn({{1, 5}});
+    rig.changer.cashInStart(false, {});
+    rig.model.setCoinsIn({{1, 6}});
+    rig.changer.checkMoneyIn();
+    testsupport::LogCapture log;
+    rig.changer.cashInStop();
+    QCOMPARE(log.texts(QStringLiteral("ERROR")),
+             QStringList{
+                 QStringLiteral("Сообщено больше монет, чем принято по счетчикам аудита: позиция 1: 1 > 0")});
 }
 
 QTEST_GUILESS_MAIN(TestAcceptance)

@@ -609,6 +609,9 @@ void SweepRun::checkFinishedPayouts()
                       lines.at(i).text);
         unfinished = -1;
     }
+    if (unfinished >= 0)
+        violation(stepName(records.at(unfinished).step) +
+                  QStringLiteral(": named a lower bound, and no later operation logged the final figure"));
 }
 
 // A counter the host is given is the device's own.

@@ -415,6 +415,7 @@ private slots:
         waitForReported(1500);
         driver->cashInStop();
         QCOMPARE(acceptedBySimulator(), 1500LL);
+        QCOMPARE(reported, 1500LL);
         QCOMPARE(rig->simulator.inhibitMask(), quint16(0));
     }
 };
