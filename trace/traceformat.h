@@ -40,10 +40,12 @@ class Reader
 public:
     enum Start { AtHeader, AnyPoint };
     Reader(const char* data, qint64 size, Start start = AtHeader);
+    // Reads the bytes in place: they must outlive the reader.
     explicit Reader(const QByteArray& bytes, Start start = AtHeader)
         : Reader(bytes.constData(), bytes.size(), start)
     {
     }
+    Reader(QByteArray&&, Start = AtHeader) = delete;
 
     enum Result { Ok, End, Error };
     Result next(Record* record);

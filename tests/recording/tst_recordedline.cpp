@@ -225,7 +225,8 @@ void TestRecordedLine::rotatedFilesReadBackWhole()
     QCOMPARE(files.paths.last(), file);
     QCOMPARE(files.paths.first(), file + QLatin1Char('.') + QString::number(names.size() - 1));
 
-    trace::Reader reader(QByteArray(), trace::Reader::AnyPoint);
+    const QByteArray none;
+    trace::Reader reader(none, trace::Reader::AnyPoint);
     const QList<trace::Record> records = readAll(files.bytes, trace::Reader::AnyPoint, &reader);
     QCOMPARE(reader.skippedLines(), 0);
     QList<QByteArray> got;
@@ -260,7 +261,8 @@ void TestRecordedLine::readingFromAnyPoint()
     QVERIFY2(files.load({file, file + QStringLiteral(".1")}, &error), qPrintable(error));
     const QByteArray bytes = files.bytes;
     QVERIFY(!bytes.startsWith(trace::magic));
-    trace::Reader reader(QByteArray(), trace::Reader::AnyPoint);
+    const QByteArray none;
+    trace::Reader reader(none, trace::Reader::AnyPoint);
     QList<trace::Record> records = readAll(bytes, trace::Reader::AnyPoint, &reader);
     QVERIFY(records.size() > 3);
     QVERIFY(trace::isContinuation(records.at(0).header));

@@ -111,12 +111,14 @@ private slots:
 
     void noRequestAtAllIsRefused()
     {
-        trace::Reader reader(QByteArray("120 < 01 00 37 00 C8\n130 ~ 01\n"), trace::Reader::AnyPoint);
+        const QByteArray answersOnly("120 < 01 00 37 00 C8\n130 ~ 01\n");
+        trace::Reader reader(answersOnly, trace::Reader::AnyPoint);
         trace::Record record;
         QCOMPARE(reader.next(&record), trace::Reader::Error);
         QCOMPARE(reader.reason(),
                  QStringLiteral("no whole exchange: a request written by the host never comes"));
-        trace::Reader empty(QByteArray(), trace::Reader::AnyPoint);
+        const QByteArray nothing;
+        trace::Reader empty(nothing, trace::Reader::AnyPoint);
         QCOMPARE(empty.next(&record), trace::Reader::Error);
         QCOMPARE(empty.reason(), QStringLiteral("empty file, not a trace"));
     }
