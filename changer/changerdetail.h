@@ -3,6 +3,8 @@
 // What the changer's files share: the device's fixed numbers and two small readings of
 // unit names and amounts.
 
+#include "host/qtcompat.h"
+
 #include <QString>
 
 namespace CcTalk {
