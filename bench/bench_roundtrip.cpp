@@ -45,14 +45,12 @@ std::unique_ptr<testsupport::PtyRig> startRig(benchmark::State& state, testsuppo
     return rig;
 }
 
-void BM_RoundTripDriver(benchmark::State& state)
+// One simple poll through the bus device on `serial` per iteration.
+void pollEachIteration(benchmark::State& state, hw::AbstractSerialDevice* serial)
 {
-    const auto rig = startRig(state, testsupport::PtyRig::OpenPort);
-    if (!rig)
-        return;
     CcTalk::Device device;
     device.setAddress(55);
-    device.setSerial(&rig->port);
+    device.setSerial(serial);
     try {
         for (auto _ : state) {
             const CcTalk::Response answer = device.exec(CcTalk::SimplePoll());
@@ -64,6 +62,14 @@ void BM_RoundTripDriver(benchmark::State& state)
     } catch (const std::exception& e) {
         state.SkipWithError(e.what());
     }
+}
+
+void BM_RoundTripDriver(benchmark::State& state)
+{
+    const auto rig = startRig(state, testsupport::PtyRig::OpenPort);
+    if (!rig)
+        return;
+    pollEachIteration(state, &rig->port);
     state.SetItemsProcessed(state.iterations());
 }
 
@@ -97,20 +103,7 @@ void BM_RoundTripRecorder(benchmark::State& state)
     hw::RecordedLine line;
     line.setDevice(&rig->port, QStringLiteral("bench"));
     line.beginRecording();
-    CcTalk::Device device;
-    device.setAddress(55);
-    device.setSerial(&line);
-    try {
-        for (auto _ : state) {
-            const CcTalk::Response answer = device.exec(CcTalk::SimplePoll());
-            if (!answer.isValid() || answer.getSource() != 55) {
-                state.SkipWithError("the poll was not answered by the device");
-                break;
-            }
-        }
-    } catch (const std::exception& e) {
-        state.SkipWithError(e.what());
-    }
+    pollEachIteration(state, &line);
     if (line.stopped())
         state.SkipWithError("the recording stopped");
     log4cxx::LogManager::resetConfiguration();
