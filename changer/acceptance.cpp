@@ -85,8 +85,8 @@ void Changer::closeSession(bool checkErrors)
     accepting = false;
     pollTimer->stop();
     exec(ModInhibitStatus(0));
-    waitNotState(ReqActivityRegResp::CoinAcceptance, 300, QStringLiteral("завершения приема монет"),
-                 checkErrors);
+    waitNotState(ReqActivityRegResp::CoinAcceptance, acceptanceEndPolls,
+                 QStringLiteral("завершения приема монет"), checkErrors);
     if (!coinsPending)
         return;
     // The last read also follows a failed poll: the counters kept are those of the last

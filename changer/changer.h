@@ -19,9 +19,9 @@ namespace CcTalk {
 
 // The CPI BCR coin recycler as a whole: a coin acceptor with up to 16 coin positions,
 // hoppers of one denomination each, and a cashbox. Waiting for the device means
-// polling its activity register once a second; coin acceptance is polled every
-// 200 ms by a single-shot timer that is re-armed only after a poll that ended
-// normally.
+// polling its activity register; coin acceptance is polled by a single-shot timer
+// that is re-armed only after a poll that ended normally. How often and how long:
+// changer/timing.h.
 class Changer : public Device
 {
     Q_OBJECT
@@ -76,7 +76,7 @@ public:
     virtual void resetIfNeeded();
     // Sets the device clock when it is more than 10 seconds away from the host's.
     virtual void setTime();
-    // Polls the activity register once a second while the state bit is set; throws
+    // Polls the activity register every waitPollMsecs while the state bit is set; throws
     // "Таймаут ожидания " + text when it is still set after the given polls.
     virtual void waitNotState(int state, int polls, const QString& text, bool checkErrors);
     // The coins a hopper holds and the cashbox's value as the device counts them now.

@@ -3,16 +3,13 @@
 // What the changer's files share: the device's fixed numbers and two small readings of
 // unit names and amounts.
 
+#include "changer/timing.h"
 #include "host/qtcompat.h"
 
 #include <QString>
 
 namespace CcTalk {
 namespace changer {
-
-const int pollIntervalMsecs = 200;
-const int waitPollMsecs = 1000;
-const int resetPauseMsecs = 5000;
 
 const int unitFaultState = 3;
 

@@ -13,7 +13,8 @@ using namespace changer;
 
 SumDetailed Changer::getAcceptedCounters()
 {
-    waitNotState(ReqActivityRegResp::CoinAcceptance, 10, QStringLiteral("завершения приема монет"), true);
+    waitNotState(ReqActivityRegResp::CoinAcceptance, acceptanceEndBeforeCountersPolls,
+                 QStringLiteral("завершения приема монет"), true);
     SumDetailed accepted;
     for (auto it = coinDenoms.constBegin(); it != coinDenoms.constEnd(); ++it) {
         const ReqAuditCounterResp counter(exec(ReqAuditCounter(acceptedGroup, it.key())));
@@ -50,7 +51,7 @@ DispenseCounters Changer::readDispenseCounters()
 
 SumDetailed Changer::getDispensedCounters()
 {
-    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выема монет"), true);
+    waitNotState(ReqActivityRegResp::Payout, payoutEndPolls, QStringLiteral("завершения выема монет"), true);
     SumDetailed dispensed;
     dispensed.denoms = getHoppersCounters();
     return dispensed;

@@ -15,13 +15,13 @@ using namespace changer;
 void Changer::connect()
 {
     Device::connect();
-    waitNotState(ReqActivityRegResp::Initialisation, 300,
+    waitNotState(ReqActivityRegResp::Initialisation, initialisationPolls,
                  QStringLiteral("завершения инициализации устройства"), true);
 }
 
 QList<CashControlUnit> Changer::getUnits()
 {
-    waitNotState(ReqActivityRegResp::Initialisation, 300,
+    waitNotState(ReqActivityRegResp::Initialisation, initialisationPolls,
                  QStringLiteral("завершения инициализации устройства"), false);
     loadCashUnits();
     return units;

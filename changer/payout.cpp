@@ -54,7 +54,7 @@ SumDetailed Changer::cashOut(ECashControl::ChangeMode mode, long long sum)
                                                           : SetChangeAlgorithm::LargestFirst));
     PayoutPlan plan;
     plan.amount = sum;
-    return payOut(PayMoneyOut(static_cast<unsigned int>(sum)), 300, plan);
+    return payOut(PayMoneyOut(static_cast<unsigned int>(sum)), payoutEndPolls, plan);
 }
 
 SumDetailed Changer::cashOut(SumDetailed coins)
@@ -122,12 +122,12 @@ SumDetailed Changer::cashOut(SumDetailed coins, ECashControl::ChangeMode mode)
 
     takeSnapshot();
     DispenseHopperPattern pattern;
-    int polls = 60;
+    unsigned long long asked = 0;
     for (const auto& entry : pairs) {
         pattern.addCount(entry.first, entry.second);
-        polls += static_cast<int>(2 * entry.second);
+        asked += entry.second;
     }
-    return payOut(pattern, polls, plan);
+    return payOut(pattern, payoutPolls(asked), plan);
 }
 
 SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
@@ -143,7 +143,7 @@ SumDetailed Changer::cashOut(unsigned char hopper, unsigned int count)
         if (unit.type == cashunits::hopperType && hopperNumber(unit.name) == hopper)
             plan.coins.denoms[unit.denom] = count;
     }
-    return payOut(pattern, static_cast<int>(60 + 2 * count), plan);
+    return payOut(pattern, payoutPolls(count), plan);
 }
 
 bool Changer::PayoutPlan::matches(const SumDetailed& paid) const
@@ -276,7 +276,7 @@ SumDetailed Changer::purge(unsigned char hopper)
     takeSnapshot();
     PayoutPlan plan;
     plan.untilEmpty = true;
-    return payOut(PurgeHopper(hopper, 0), 2000, plan);
+    return payOut(PurgeHopper(hopper, 0), purgePolls, plan);
 }
 
 bool Changer::restarting()

@@ -21,7 +21,7 @@ void Changer::checkState()
     const ReqActivityRegResp activity(exec(ReqActivityReg()));
     if (activity.checkFlag(ReqActivityRegResp::CoinAcceptance))
         cashInStop();
-    waitNotState(ReqActivityRegResp::Payout, 300, QStringLiteral("завершения выдачи монет"), true);
+    waitNotState(ReqActivityRegResp::Payout, payoutEndPolls, QStringLiteral("завершения выдачи монет"), true);
     reportFinishedPayout();
     checkError();
 }
