@@ -1,4 +1,3 @@
-#include "changesearch.h"
 #include "coinvalue.h"
 #include "device.h"
 #include "frame.h"
