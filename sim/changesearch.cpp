@@ -1,5 +1,7 @@
 #include "changesearch.h"
 
+#include "protocol.h"
+
 #include <algorithm>
 #include <numeric>
 #include <vector>

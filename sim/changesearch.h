@@ -13,11 +13,6 @@ struct Stock
     int capacity;
 };
 
-// Change algorithms the device accepts (header 80).
-namespace changealgorithm {
-enum : int { LargestFirst = 0, Balanced = 2 };
-} // namespace changealgorithm
-
 // Coins making up exactly the amount, added to take[hopper - 1]; false when no combination of the
 // stock does. Balanced takes from the fullest hoppers, any other algorithm the largest coins first.
 bool planChange(quint32 amount, const QVector<Stock>& stock, int algorithm, QVector<int>& take);

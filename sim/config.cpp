@@ -255,6 +255,91 @@ void read(Reader& r, const QJsonObject& top, const Section& section, Config& c)
     read(r, o, section.fields, c);
 }
 
+// "coins": {"1": "RU100A"}, position -> coin id; the defaults' coins are replaced, not merged.
+void readCoins(Reader& r, const QJsonValue& v, Config& c)
+{
+    if (!v.isObject())
+        r.fail(QStringLiteral("\"coins\" must map positions to coin ids"));
+    c.coinIds.clear();
+    const QJsonObject coins = v.toObject();
+    for (auto it = coins.begin(); it != coins.end(); ++it) {
+        bool ok = false;
+        const int pos = it.key().toInt(&ok);
+        if (!ok || pos < 1 || pos > 16) {
+            r.fail(QStringLiteral("coins: position \"%1\" is not 1 to 16").arg(it.key()));
+            continue;
+        }
+        if (!it.value().isString()) {
+            r.fail(QStringLiteral("coins: position %1 needs a coin id").arg(pos));
+            continue;
+        }
+        r.coinId(it.value().toString(), QStringLiteral("coins"));
+        c.coinIds.insert(pos, it.value().toString());
+    }
+}
+
+// Hopper i (from 0) of the "hoppers" array, appended to c.hoppers when it is an object.
+void readHopper(Reader& r, const QJsonValue& v, int i, Config& c)
+{
+    const QString where = QStringLiteral("hopper %1").arg(i + 1);
+    if (!v.isObject()) {
+        r.fail(where + QStringLiteral(": must be an object"));
+        return;
+    }
+    const QJsonObject ho = v.toObject();
+    std::vector<const char*> hopperKeys = keys(hopperFields);
+    hopperKeys.push_back("coin");
+    r.allowOnly(ho, where, hopperKeys);
+    HopperConfig h;
+    h.firmware = QStringLiteral("HP-3.02");
+    h.model = QStringLiteral("BCR-HOP");
+    h.serial = quint32(610021 + i);
+    if (!ho.value(QLatin1String("coin")).isString())
+        r.fail(where + QStringLiteral(": \"coin\" is required"));
+    r.string(ho, "coin", h.coinId);
+    r.coinId(h.coinId, where);
+    read(r, ho, hopperFields, h);
+    c.hoppers.append(h);
+}
+
+// "hoppers": [{"coin": "RU1K0A", ...}, ...]; the defaults' hoppers are replaced, not merged.
+void readHoppers(Reader& r, const QJsonValue& v, Config& c)
+{
+    if (!v.isArray())
+        r.fail(QStringLiteral("\"hoppers\" must be an array"));
+    const QJsonArray hoppers = v.toArray();
+    if (hoppers.size() > 16)
+        r.fail(QStringLiteral("at most 16 hoppers"));
+    c.hoppers.clear();
+    for (int i = 0; i < hoppers.size(); ++i)
+        readHopper(r, hoppers.at(i), i, c);
+}
+
+// The whole configuration object, in the order its errors are reported: the first one found stays.
+void readObject(Reader& r, const QJsonObject& o, Config& c)
+{
+    std::vector<const char*> topKeys = keys(topFields);
+    topKeys.insert(topKeys.end(), {"coins", "hoppers", "auditCounters"});
+    for (const Section* section : sections)
+        topKeys.push_back(section->name);
+    r.allowOnly(o, QStringLiteral("configuration"), topKeys);
+    read(r, o, topFields, c);
+    read(r, o, identification, c);
+    read(r, o, acceptor, c);
+    if (o.contains(QLatin1String("coins")))
+        readCoins(r, o.value(QLatin1String("coins")), c);
+    if (o.contains(QLatin1String("hoppers")))
+        readHoppers(r, o.value(QLatin1String("hoppers")), c);
+    if (o.contains(QLatin1String("auditCounters")))
+        readAuditCounters(r, o.value(QLatin1String("auditCounters")), c);
+    read(r, o, timings, c);
+    for (const Section* section : sections) {
+        const QJsonValue v = o.value(QLatin1String(section->name));
+        if (!v.isUndefined() && !v.isObject())
+            r.fail(QStringLiteral("\"%1\" must be an object").arg(QLatin1String(section->name)));
+    }
+}
+
 template <class S> void write(QJsonObject& o, const Fields<S>& fields, const S& s)
 {
     for (const Field<S>& f : fields)
@@ -304,78 +389,7 @@ Config Config::fromJson(const QByteArray& json, QString* error)
     }
     Config c = defaults();
     Reader r(&err);
-    const QJsonObject o = doc.object();
-    std::vector<const char*> topKeys = keys(topFields);
-    topKeys.insert(topKeys.end(), {"coins", "hoppers", "auditCounters"});
-    for (const Section* section : sections)
-        topKeys.push_back(section->name);
-    r.allowOnly(o, QStringLiteral("configuration"), topKeys);
-    read(r, o, topFields, c);
-    read(r, o, identification, c);
-    read(r, o, acceptor, c);
-
-    if (o.contains(QLatin1String("coins"))) {
-        if (!o.value(QLatin1String("coins")).isObject())
-            r.fail(QStringLiteral("\"coins\" must map positions to coin ids"));
-        c.coinIds.clear();
-        const QJsonObject coins = o.value(QLatin1String("coins")).toObject();
-        for (auto it = coins.begin(); it != coins.end(); ++it) {
-            bool ok = false;
-            const int pos = it.key().toInt(&ok);
-            if (!ok || pos < 1 || pos > 16) {
-                r.fail(QStringLiteral("coins: position \"%1\" is not 1 to 16").arg(it.key()));
-                continue;
-            }
-            if (!it.value().isString()) {
-                r.fail(QStringLiteral("coins: position %1 needs a coin id").arg(pos));
-                continue;
-            }
-            r.coinId(it.value().toString(), QStringLiteral("coins"));
-            c.coinIds.insert(pos, it.value().toString());
-        }
-    }
-
-    if (o.contains(QLatin1String("hoppers"))) {
-        const QJsonValue hv = o.value(QLatin1String("hoppers"));
-        if (!hv.isArray())
-            r.fail(QStringLiteral("\"hoppers\" must be an array"));
-        const QJsonArray hoppers = hv.toArray();
-        if (hoppers.size() > 16)
-            r.fail(QStringLiteral("at most 16 hoppers"));
-        c.hoppers.clear();
-        for (int i = 0; i < hoppers.size(); ++i) {
-            const QString where = QStringLiteral("hopper %1").arg(i + 1);
-            if (!hoppers.at(i).isObject()) {
-                r.fail(where + QStringLiteral(": must be an object"));
-                continue;
-            }
-            const QJsonObject ho = hoppers.at(i).toObject();
-            std::vector<const char*> hopperKeys = keys(hopperFields);
-            hopperKeys.push_back("coin");
-            r.allowOnly(ho, where, hopperKeys);
-            HopperConfig h;
-            h.firmware = QStringLiteral("HP-3.02");
-            h.model = QStringLiteral("BCR-HOP");
-            h.serial = quint32(610021 + i);
-            if (!ho.value(QLatin1String("coin")).isString())
-                r.fail(where + QStringLiteral(": \"coin\" is required"));
-            r.string(ho, "coin", h.coinId);
-            r.coinId(h.coinId, where);
-            read(r, ho, hopperFields, h);
-            c.hoppers.append(h);
-        }
-    }
-
-    if (o.contains(QLatin1String("auditCounters")))
-        readAuditCounters(r, o.value(QLatin1String("auditCounters")), c);
-
-    read(r, o, timings, c);
-
-    for (const Section* section : sections) {
-        const QJsonValue v = o.value(QLatin1String(section->name));
-        if (!v.isUndefined() && !v.isObject())
-            r.fail(QStringLiteral("\"%1\" must be an object").arg(QLatin1String(section->name)));
-    }
+    readObject(r, doc.object(), c);
     if (r.failed())
         return defaults();
     return c;

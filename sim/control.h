@@ -20,6 +20,7 @@ public:
 
 private:
     struct Command;
+    struct Handlers;
     // One row a usage line of the help, in its order; the commands and the help come from it.
     static const std::vector<Command>& commands();
     QString quit();

@@ -3,8 +3,6 @@
 #include "changesearch.h"
 #include "frame.h"
 
-#include "cctalk/statecommands.h"
-
 #include <QDateTime>
 #include <algorithm>
 
@@ -279,11 +277,11 @@ quint16 Device::activityRegister() const
 {
     quint16 bits = faults_.activityBits();
     if (!inFlight_.isEmpty())
-        bits |= CcTalk::ReqActivityRegResp::CoinAcceptance;
+        bits |= activity::CoinAcceptance;
     if (!jobs_.isEmpty())
-        bits |= CcTalk::ReqActivityRegResp::Payout;
+        bits |= activity::Payout;
     if (initUntil_ >= 0)
-        bits |= CcTalk::ReqActivityRegResp::Initialisation;
+        bits |= activity::Initialisation;
     return bits;
 }
 

@@ -3,8 +3,7 @@
 #include "coinvalue.h"
 #include "config.h"
 #include "devicefaults.h"
-
-#include "cctalk/header.h"
+#include "protocol.h"
 
 #include <QByteArray>
 #include <QList>
@@ -13,48 +12,6 @@
 #include <functional>
 
 namespace sim {
-
-// Command headers the recycler answers; the codes are the driver's.
-namespace cmd {
-enum : quint8 {
-    Reset = CcTalk::Header::reset,
-    SetChangeAlgorithm = CcTalk::Header::setChangeAlgorithm,
-    ReqCoinsInByType = CcTalk::Header::reqCoinsInByType,
-    ReqControllerManifest = CcTalk::Header::reqControllerManifest,
-    DispenseHopperPattern = CcTalk::Header::dispenseHopperPattern,
-    ReqAuditCounter = CcTalk::Header::reqAuditCounter,
-    ClearAuditCounter = CcTalk::Header::clearAuditCounter,
-    ReqRealTimeClock = CcTalk::Header::reqRealTimeClock,
-    ModRealTimeClock = CcTalk::Header::modRealTimeClock,
-    ReqCashboxValue = CcTalk::Header::reqCashboxValue,
-    ModCashboxValue = CcTalk::Header::modCashboxValue,
-    ReqHopperBalance = CcTalk::Header::reqHopperBalance,
-    ModHopperBalance = CcTalk::Header::modHopperBalance,
-    PurgeHopper = CcTalk::Header::purgeHopper,
-    ReqErrorStatus = CcTalk::Header::reqErrorStatus,
-    ReqActivityReg = CcTalk::Header::reqActivityReg,
-    VerifyMoneyOut = CcTalk::Header::verifyMoneyOut,
-    PayMoneyOut = CcTalk::Header::payMoneyOut,
-    ModVarSet = CcTalk::Header::modVarSet,
-    ReqCoinId = CcTalk::Header::reqCoinId,
-    ReqBuildCode = CcTalk::Header::reqBuildCode,
-    ModInhibitStatus = CcTalk::Header::modInhibitStatus,
-    PerformSelfcheck = CcTalk::Header::performSelfcheck,
-    ReadInputLines = CcTalk::Header::readInputLines,
-    ReqSoftwareRevision = CcTalk::Header::reqSoftwareRevision,
-    ReqSerialNumber = CcTalk::Header::reqSerialNumber,
-    ReqProductCode = CcTalk::Header::reqProductCode,
-    ReqEquipmentCategoryId = CcTalk::Header::reqEquipmentCategoryId,
-    ReqManufacturerId = CcTalk::Header::reqManufacturerId,
-    ReqVarSet = CcTalk::Header::reqVarSet,
-    SimplePoll = CcTalk::Header::simplePoll,
-};
-} // namespace cmd
-
-// Audit counter groups (headers 86 and 87).
-namespace audit {
-enum : quint8 { Accepted = 70, PaidOut = 80, Purged = 87 };
-} // namespace audit
 
 // The recycler as a pure state machine: frames in, frames out, time advanced by the caller in
 // milliseconds. No threads, no I/O.

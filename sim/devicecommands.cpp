@@ -1,8 +1,6 @@
 #include "changesearch.h"
 #include "device.h"
 
-#include "cctalk/statecommands.h"
-
 #include <algorithm>
 #include <iterator>
 #include <numeric>
@@ -143,22 +141,21 @@ QByteArray Device::onModVarSet(quint8 src, const QByteArray& data)
 
 QByteArray Device::manifest(quint8 unit, quint8 info) const
 {
-    using Manifest = CcTalk::ReqUnitInfo;
-    const int h = int(unit) - Manifest::CoinAcceptor;
-    if (unit != Manifest::CoinAcceptor && !validHopper(h))
+    const int h = int(unit) - unitinfo::CoinAcceptor;
+    if (unit != unitinfo::CoinAcceptor && !validHopper(h))
         return QByteArray();
     // The coin acceptor answers from the configuration's acceptor items, a hopper from its own.
-    const HopperConfig* hopper = unit == Manifest::CoinAcceptor ? nullptr : &hoppers_[h - 1].cfg;
+    const HopperConfig* hopper = unit == unitinfo::CoinAcceptor ? nullptr : &hoppers_[h - 1].cfg;
     switch (info) {
-    case Manifest::Enabled:
+    case unitinfo::Enabled:
         return QByteArray(1, char(!hopper || hopper->enabled ? 1 : 0));
-    case Manifest::Firmware:
+    case unitinfo::Firmware:
         return text(hopper ? hopper->firmware : config_.acceptorFirmware);
-    case Manifest::Model:
+    case unitinfo::Model:
         return text(hopper ? hopper->model : config_.acceptorModel);
-    case Manifest::SerialNumber:
+    case unitinfo::SerialNumber:
         return le(hopper ? hopper->serial : config_.acceptorSerial, 3);
-    case Manifest::Capacity:
+    case unitinfo::Capacity:
         if (hopper)
             return le(quint32(std::clamp(hopper->capacity, 0, 65535)), 2);
         break;

@@ -1,6 +1,6 @@
 #include "devicefaults.h"
 
-#include "cctalk/statecommands.h"
+#include "protocol.h"
 
 namespace sim {
 
@@ -56,9 +56,9 @@ quint16 DeviceFaults::activityBits() const
 {
     quint16 bits = forcedBits_;
     if (eventFault_ || doorOpen_)
-        bits |= CcTalk::ReqActivityRegResp::Fault;
+        bits |= activity::Fault;
     if (eventWarning_)
-        bits |= CcTalk::ReqActivityRegResp::Warning;
+        bits |= activity::Warning;
     return bits;
 }
 

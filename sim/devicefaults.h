@@ -5,16 +5,6 @@
 
 namespace sim {
 
-// Error status codes (header 122) the model raises by itself.
-namespace errcode {
-enum : quint8 { HopperEmpty = 1, HopperJam = 2, NeedSelfCheck = 255 };
-} // namespace errcode
-
-// Self-check fault codes (header 232) the model raises by itself.
-namespace selfcheck {
-enum : quint8 { DoorOpen = 51 };
-} // namespace selfcheck
-
 // What the device reports about faults: those it raises by itself, which a reset clears, and
 // those set by the controls, which stay until the controls change them. The controls' error
 // status and self-check answer override the device's own.

@@ -220,13 +220,17 @@ int replayCommand(const QStringList& paths, const QString& speedText, const QStr
     return replay(paths, from, speed, devicePath, linkPath);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+struct Options
 {
     QString configPath, devicePath, linkPath, controlPath, replayPath, speedText, recordingText;
     QStringList morePaths; // further trace files after --replay FILE
     bool noEcho = false, dump = false;
+};
+
+// Reads the command line into o. Returns -1 to go on, or the exit status once help or the version
+// is printed or a usage error is reported.
+int parseOptions(int argc, char** argv, Options& o)
+{
     // An option either takes the next argument as its value or is a switch.
     const struct
     {
@@ -234,16 +238,16 @@ int main(int argc, char** argv)
         QString* value;
         bool* on;
     } options[] = {
-        {"--config", &configPath, nullptr},       {"--device", &devicePath, nullptr},
-        {"--link", &linkPath, nullptr},           {"--control", &controlPath, nullptr},
-        {"--replay", &replayPath, nullptr},       {"--speed", &speedText, nullptr},
-        {"--recording", &recordingText, nullptr}, {"--no-echo", nullptr, &noEcho},
-        {"--dump-config", nullptr, &dump},
+        {"--config", &o.configPath, nullptr},       {"--device", &o.devicePath, nullptr},
+        {"--link", &o.linkPath, nullptr},           {"--control", &o.controlPath, nullptr},
+        {"--replay", &o.replayPath, nullptr},       {"--speed", &o.speedText, nullptr},
+        {"--recording", &o.recordingText, nullptr}, {"--no-echo", nullptr, &o.noEcho},
+        {"--dump-config", nullptr, &o.dump},
     };
     for (int i = 1; i < argc; ++i) {
         const QString a = QString::fromLocal8Bit(argv[i]);
         const auto option = std::find_if(std::begin(options), std::end(options),
-                                         [&](const auto& o) { return a == QLatin1String(o.name); });
+                                         [&](const auto& opt) { return a == QLatin1String(opt.name); });
         if (option != std::end(options)) {
             if (option->on) {
                 *option->on = true;
@@ -259,114 +263,142 @@ int main(int argc, char** argv)
         } else if (a == QLatin1String("--version")) {
             std::printf("cpibcr-sim %s\n", CPIBCR_VERSION);
             return 0;
-        } else if (!replayPath.isEmpty() && !a.startsWith(QLatin1Char('-'))) {
-            morePaths.append(a);
+        } else if (!o.replayPath.isEmpty() && !a.startsWith(QLatin1Char('-'))) {
+            o.morePaths.append(a);
         } else {
             std::fprintf(stderr, "cpibcr-sim: unknown option %s\n", argv[i]);
             usage(stderr);
             return 2;
         }
     }
+    return -1;
+}
 
-    if (!replayPath.isEmpty()) {
-        if (!configPath.isEmpty() || !controlPath.isEmpty() || noEcho || dump) {
-            std::fprintf(stderr, "cpibcr-sim: --replay plays a recording and takes no --config, --control, "
-                                 "--no-echo or --dump-config\n");
-            return 2;
-        }
-        return replayCommand(QStringList(replayPath) + morePaths, speedText, recordingText, devicePath,
-                             linkPath);
-    }
-    if (!speedText.isEmpty() || !recordingText.isEmpty()) {
-        std::fprintf(stderr, "cpibcr-sim: %s goes with --replay\n",
-                     speedText.isEmpty() ? "--recording" : "--speed");
+// --replay, which goes with none of the device model's options.
+int replayFromOptions(const Options& o)
+{
+    if (!o.configPath.isEmpty() || !o.controlPath.isEmpty() || o.noEcho || o.dump) {
+        std::fprintf(stderr, "cpibcr-sim: --replay plays a recording and takes no --config, --control, "
+                             "--no-echo or --dump-config\n");
         return 2;
     }
+    return replayCommand(QStringList(o.replayPath) + o.morePaths, o.speedText, o.recordingText, o.devicePath,
+                         o.linkPath);
+}
 
-    sim::Config config = sim::Config::defaults();
-    if (!configPath.isEmpty()) {
+// The configuration of --config and --no-echo; false once the file's error is printed.
+bool loadConfig(const Options& o, sim::Config& config)
+{
+    config = sim::Config::defaults();
+    if (!o.configPath.isEmpty()) {
         QString error;
-        config = sim::Config::fromJsonFile(configPath, &error);
+        config = sim::Config::fromJsonFile(o.configPath, &error);
         if (!error.isEmpty()) {
             std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
-            return 2;
+            return false;
         }
     }
-    if (noEcho)
+    if (o.noEcho)
         config.echo = false;
-    if (dump) {
-        std::fputs(config.toJson().constData(), stdout);
-        return 0;
-    }
+    return true;
+}
 
-    sim::Simulator simulator(config);
-    QString error;
-    const bool opened =
-        devicePath.isEmpty() ? simulator.openPty(&error) : simulator.openDevice(devicePath, &error);
-    if (!opened) {
-        std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
-        return 1;
-    }
-    const QByteArray port = simulator.portPath().toLocal8Bit();
-    if (!linkPort(linkPath, port) || !catchSignals())
-        return 1;
+// The --control endpoint: a FIFO, opened read-write so that it never reports end of file between
+// writers, or else a listening Unix socket in place of an older one.
+struct ControlEndpoint
+{
+    int listenFd = -1;
+    int fifoFd = -1;
+};
 
-    const QByteArray control = controlPath.toLocal8Bit();
-    int listenFd = -1, fifoFd = -1;
-    if (!controlPath.isEmpty()) {
-        struct stat st;
-        if (stat(control.constData(), &st) == 0 && S_ISFIFO(st.st_mode)) {
-            // Opened read-write so that the FIFO never reports end of file between writers.
-            fifoFd = ::open(control.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        } else {
-            sockaddr_un addr = {};
-            addr.sun_family = AF_UNIX;
-            if (size_t(control.size()) >= sizeof addr.sun_path) {
-                std::fprintf(stderr, "cpibcr-sim: control path too long\n");
-                return 1;
-            }
-            std::strncpy(addr.sun_path, control.constData(), sizeof addr.sun_path - 1);
-            if (lstat(control.constData(), &st) == 0 && S_ISSOCK(st.st_mode))
-                ::unlink(control.constData());
-            listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            if (listenFd < 0 || ::bind(listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-                ::listen(listenFd, 8) != 0) {
-                std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
-                return 1;
-            }
+bool listenOn(const QByteArray& control, int* listenFd)
+{
+    sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    if (size_t(control.size()) >= sizeof addr.sun_path) {
+        std::fprintf(stderr, "cpibcr-sim: control path too long\n");
+        return false;
+    }
+    std::strncpy(addr.sun_path, control.constData(), sizeof addr.sun_path - 1);
+    struct stat st;
+    if (lstat(control.constData(), &st) == 0 && S_ISSOCK(st.st_mode))
+        ::unlink(control.constData());
+    *listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (*listenFd < 0 || ::bind(*listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        ::listen(*listenFd, 8) != 0) {
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+// False once the error is printed.
+bool openControl(const QByteArray& control, ControlEndpoint& endpoint)
+{
+    struct stat st;
+    if (stat(control.constData(), &st) == 0 && S_ISFIFO(st.st_mode))
+        endpoint.fifoFd = ::open(control.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    else if (!listenOn(control, &endpoint.listenFd))
+        return false;
+    if (endpoint.listenFd < 0 && endpoint.fifoFd < 0) {
+        std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+// Reads what a source has and carries out its complete lines; false when the source is closed.
+bool readCommands(LineSource& s, sim::ControlChannel& channel)
+{
+    char buf[1024];
+    const ssize_t n = ::read(s.fd, buf, sizeof buf);
+    if (n <= 0)
+        return n < 0 && (errno == EAGAIN || errno == EINTR);
+    s.pending.append(buf, int(n));
+    int nl;
+    while ((nl = s.pending.indexOf('\n')) >= 0) {
+        const QString line = QString::fromUtf8(s.pending.left(nl)).trimmed();
+        s.pending.remove(0, nl + 1);
+        say(s.replyFd, channel.execute(line));
+        if (channel.quitRequested())
+            break;
+    }
+    return true;
+}
+
+void dropSource(std::vector<LineSource>& sources, int fd)
+{
+    for (auto it = sources.begin(); it != sources.end(); ++it) {
+        if (it->fd == fd) {
+            // Standard input at its end leaves the simulator serving the port until a signal.
+            if (fd != STDIN_FILENO)
+                ::close(fd);
+            sources.erase(it);
+            return;
         }
-        if (listenFd < 0 && fifoFd < 0) {
-            std::fprintf(stderr, "cpibcr-sim: %s: %s\n", control.constData(), std::strerror(errno));
-            return 1;
-        }
     }
+}
 
-    std::printf("port: %s\n", port.constData());
-    if (!linkPath.isEmpty())
-        std::printf("link: %s\n", linkPath.toLocal8Bit().constData());
-    if (!controlPath.isEmpty())
-        std::printf("control: %s\n", control.constData());
-    std::fflush(stdout);
-
+// Takes command lines from standard input and the control endpoint until quit, a signal or the loss
+// of the port; true when the port was lost.
+bool serve(sim::Simulator& simulator, const ControlEndpoint& endpoint, const QByteArray& port)
+{
     sim::ControlChannel channel(simulator);
     std::vector<LineSource> sources;
     sources.push_back(LineSource{STDIN_FILENO, STDOUT_FILENO, QByteArray()});
-    if (fifoFd >= 0)
-        sources.push_back(LineSource{fifoFd, STDOUT_FILENO, QByteArray()});
-
-    bool lost = false;
+    if (endpoint.fifoFd >= 0)
+        sources.push_back(LineSource{endpoint.fifoFd, STDOUT_FILENO, QByteArray()});
     while (!channel.quitRequested()) {
         std::vector<pollfd> fds;
         fds.push_back(pollfd{signalPipe[0], POLLIN, 0});
-        if (listenFd >= 0)
-            fds.push_back(pollfd{listenFd, POLLIN, 0});
+        if (endpoint.listenFd >= 0)
+            fds.push_back(pollfd{endpoint.listenFd, POLLIN, 0});
         const size_t first = fds.size();
         for (const LineSource& s : sources)
             fds.push_back(pollfd{s.fd, POLLIN, 0});
         if (!simulator.isRunning()) {
             std::fprintf(stderr, "cpibcr-sim: %s: the port was lost\n", port.constData());
-            lost = true;
-            break;
+            return true;
         }
         if (::poll(fds.data(), nfds_t(fds.size()), 500) < 0) {
             if (errno == EINTR)
@@ -375,53 +407,80 @@ int main(int argc, char** argv)
         }
         if (fds[0].revents & POLLIN)
             break;
-        if (listenFd >= 0 && (fds[1].revents & POLLIN)) {
-            const int client = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (endpoint.listenFd >= 0 && (fds[1].revents & POLLIN)) {
+            const int client = ::accept4(endpoint.listenFd, nullptr, nullptr, SOCK_CLOEXEC);
             if (client >= 0)
                 sources.push_back(LineSource{client, client, QByteArray()});
         }
         std::vector<int> closed;
         for (size_t i = 0; i < sources.size() && first + i < fds.size(); ++i) {
-            if (!(fds[first + i].revents & (POLLIN | POLLHUP | POLLERR)))
-                continue;
-            LineSource& s = sources[i];
-            char buf[1024];
-            const ssize_t n = ::read(s.fd, buf, sizeof buf);
-            if (n <= 0) {
-                if (n < 0 && (errno == EAGAIN || errno == EINTR))
-                    continue;
-                closed.push_back(s.fd);
-                continue;
-            }
-            s.pending.append(buf, int(n));
-            int nl;
-            while ((nl = s.pending.indexOf('\n')) >= 0) {
-                const QString line = QString::fromUtf8(s.pending.left(nl)).trimmed();
-                s.pending.remove(0, nl + 1);
-                say(s.replyFd, channel.execute(line));
-                if (channel.quitRequested())
-                    break;
-            }
+            if ((fds[first + i].revents & (POLLIN | POLLHUP | POLLERR)) && !readCommands(sources[i], channel))
+                closed.push_back(sources[i].fd);
         }
-        for (int fd : closed) {
-            for (auto it = sources.begin(); it != sources.end(); ++it) {
-                if (it->fd == fd) {
-                    // Standard input at its end leaves the simulator serving the port until a signal.
-                    if (fd != STDIN_FILENO)
-                        ::close(fd);
-                    sources.erase(it);
-                    break;
-                }
-            }
-        }
+        for (int fd : closed)
+            dropSource(sources, fd);
     }
+    return false;
+}
 
+// The device model on a pseudo-terminal or a serial device, until quit or a signal.
+int simulate(const Options& o)
+{
+    sim::Config config;
+    if (!loadConfig(o, config))
+        return 2;
+    if (o.dump) {
+        std::fputs(config.toJson().constData(), stdout);
+        return 0;
+    }
+    sim::Simulator simulator(config);
+    QString error;
+    const bool opened =
+        o.devicePath.isEmpty() ? simulator.openPty(&error) : simulator.openDevice(o.devicePath, &error);
+    if (!opened) {
+        std::fprintf(stderr, "cpibcr-sim: %s\n", error.toLocal8Bit().constData());
+        return 1;
+    }
+    const QByteArray port = simulator.portPath().toLocal8Bit();
+    if (!linkPort(o.linkPath, port) || !catchSignals())
+        return 1;
+    const QByteArray control = o.controlPath.toLocal8Bit();
+    ControlEndpoint endpoint;
+    if (!o.controlPath.isEmpty() && !openControl(control, endpoint))
+        return 1;
+
+    std::printf("port: %s\n", port.constData());
+    if (!o.linkPath.isEmpty())
+        std::printf("link: %s\n", o.linkPath.toLocal8Bit().constData());
+    if (!o.controlPath.isEmpty())
+        std::printf("control: %s\n", control.constData());
+    std::fflush(stdout);
+
+    const bool lost = serve(simulator, endpoint, port);
     simulator.stop();
-    if (listenFd >= 0) {
-        ::close(listenFd);
+    if (endpoint.listenFd >= 0) {
+        ::close(endpoint.listenFd);
         ::unlink(control.constData());
     }
-    if (!linkPath.isEmpty())
-        ::unlink(linkPath.toLocal8Bit().constData());
+    if (!o.linkPath.isEmpty())
+        ::unlink(o.linkPath.toLocal8Bit().constData());
     return lost ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options o;
+    const int status = parseOptions(argc, argv, o);
+    if (status >= 0)
+        return status;
+    if (!o.replayPath.isEmpty())
+        return replayFromOptions(o);
+    if (!o.speedText.isEmpty() || !o.recordingText.isEmpty()) {
+        std::fprintf(stderr, "cpibcr-sim: %s goes with --replay\n",
+                     o.speedText.isEmpty() ? "--recording" : "--speed");
+        return 2;
+    }
+    return simulate(o);
 }
