@@ -1,27 +1,12 @@
 #pragma once
 
+#include "commandtable.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
 
 namespace tool {
-
-enum class Command {
-    Status,
-    Units,
-    Denoms,
-    Accept,
-    Check,
-    Pay,
-    Loan,
-    Pickup,
-    Counters,
-    Maintenance,
-    Watch,
-    Demo,
-    Ports,
-    Trace
-};
 
 // One invocation of the tool, validated: every amount is within the device's range and every
 // name is known. What can only be checked against the device (unit names, what a unit
@@ -43,6 +28,7 @@ struct Arguments
     long long amount = 0; // minor units
     int mode = 0;         // ECashControl::ChangeMode
     QString unit;
+    bool hasOperation = false;
     int operation = 0; // ECashControl::UnitOperation
     bool fast = false;
     QList<long long> exclude;
