@@ -250,39 +250,6 @@ bool operationTakesAmount(int operation)
            operation == ECashControl::DispensePickupSum;
 }
 
-QString usageText()
-{
-    return QStringLiteral(
-        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
-        "\n"
-        "Without --port the tool runs against the built-in simulated recycler.\n"
-        "\n"
-        "commands:\n"
-        "  status                               connect, check the state, list the units\n"
-        "  units                                the cash units\n"
-        "  denoms                               the denominations the recycler accepts\n"
-        "  accept [--fast] [--exclude AMOUNT,...] [--seconds N] [--sim-coins AMOUNT,...]\n"
-        "                                       accept coins until N seconds pass or Ctrl+C\n"
-        "  check AMOUNT [--mode optimal|minimum]  whether the amount can be paid as change\n"
-        "  pay AMOUNT [--mode optimal|minimum]  pay change\n"
-        "  loan UNIT AMOUNT [--op OP]           load a unit (OP defaults to manual-load)\n"
-        "  pickup UNIT [AMOUNT] [--op OP]       empty a unit (OP defaults to manual-all)\n"
-        "  counters [accepted|dispensed]        the counters of coins taken in and paid out\n"
-        "  maintenance [UNIT] [--done]          the maintenance records, or reset one\n"
-        "  watch [--seconds N]                  the background state check, printing each error\n"
-        "  demo                                 a short session against the built-in simulator\n"
-        "  ports                                the serial ports of this machine (no device is opened)\n"
-        "  trace FILE... [--summary]            a line recording read as ccTalk, and its summary; several\n"
-        "                                       files are read in the order written (FILE.2, FILE.1, FILE)\n"
-        "\n"
-        "--trace FILE records every byte written to and read from the line into FILE (appended).\n"
-        "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
-        "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
-        "LEVEL is error, warn, info, debug or trace.\n"
-        "--version prints the version.\n");
-}
-
 ParseResult parseArguments(const QStringList& arguments)
 {
     ParseResult result;

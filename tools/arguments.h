@@ -54,8 +54,6 @@ struct ParseResult
 // the command.
 ParseResult parseArguments(const QStringList& arguments);
 
-QString usageText();
-
 bool isLoadOperation(int operation);
 bool isPickupOperation(int operation);
 // Pick-ups of a given amount, as opposed to pick-ups of everything.

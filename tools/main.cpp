@@ -3,6 +3,7 @@
 #include "console.h"
 #include "simcoins.h"
 #include "tracecommand.h"
+#include "usage.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
@@ -21,17 +22,9 @@
 
 namespace {
 
-QString shortUsage()
-{
-    return QStringLiteral(
-        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
-        "Try 'cpibcr --help' for the commands.\n");
-}
-
 int usageError(const tool::Console& console, const QString& message)
 {
-    console.err(QStringLiteral("cpibcr: %1\n%2").arg(message, shortUsage()));
+    console.err(QStringLiteral("cpibcr: %1\n%2").arg(message, tool::shortUsage()));
     return 2;
 }
 
