@@ -1,6 +1,9 @@
 #include "commandtable.h"
 
 #include "arguments.h"
+#include "commands.h"
+#include "portscommand.h"
+#include "tracecommand.h"
 
 #include "cashcontrol/ecashcontrol.h"
 #include "hostkit/amount.h"
@@ -136,30 +139,36 @@ bool takeTrace(Arguments& a, const QStringList& positional, QString* error)
 }
 
 // Each row: name, command, usage after the name, the least and the most positional arguments,
-// the options, the command's own rules, what --help says of it.
+// the options, the command's own rules, what runs it on the device or without one, what --help
+// says of it.
 const ToolCommand commandTable[] = {
-    {"status", Command::Status, "", 0, 0, "", nullptr, "connect, check the state, list the units"},
-    {"units", Command::Units, "", 0, 0, "", nullptr, "the cash units"},
-    {"denoms", Command::Denoms, "", 0, 0, "", nullptr, "the denominations the recycler accepts"},
+    {"status", Command::Status, "", 0, 0, "", nullptr, &Runner::status, nullptr,
+     "connect, check the state, list the units"},
+    {"units", Command::Units, "", 0, 0, "", nullptr, &Runner::units, nullptr, "the cash units"},
+    {"denoms", Command::Denoms, "", 0, 0, "", nullptr, &Runner::denoms, nullptr,
+     "the denominations the recycler accepts"},
     {"accept", Command::Accept, "[--fast] [--exclude AMOUNT,...] [--seconds N] [--sim-coins AMOUNT,...]", 0,
-     0, "--fast --exclude --seconds --sim-coins", nullptr, "accept coins until N seconds pass or Ctrl+C"},
-    {"check", Command::Check, "AMOUNT [--mode optimal|minimum]", 1, 1, "--mode", takeCheck,
-     "whether the amount can be paid as change"},
-    {"pay", Command::Pay, "AMOUNT [--mode optimal|minimum]", 1, 1, "--mode", takePay, "pay change"},
-    {"loan", Command::Loan, "UNIT AMOUNT [--op OP]", 2, 2, "--op", takeLoan,
+     0, "--fast --exclude --seconds --sim-coins", nullptr, &Runner::accept, nullptr,
+     "accept coins until N seconds pass or Ctrl+C"},
+    {"check", Command::Check, "AMOUNT [--mode optimal|minimum]", 1, 1, "--mode", takeCheck, &Runner::check,
+     nullptr, "whether the amount can be paid as change"},
+    {"pay", Command::Pay, "AMOUNT [--mode optimal|minimum]", 1, 1, "--mode", takePay, &Runner::pay, nullptr,
+     "pay change"},
+    {"loan", Command::Loan, "UNIT AMOUNT [--op OP]", 2, 2, "--op", takeLoan, &Runner::loan, nullptr,
      "load a unit (OP defaults to manual-load)"},
-    {"pickup", Command::Pickup, "UNIT [AMOUNT] [--op OP]", 1, 2, "--op", takePickup,
+    {"pickup", Command::Pickup, "UNIT [AMOUNT] [--op OP]", 1, 2, "--op", takePickup, &Runner::pickup, nullptr,
      "empty a unit (OP defaults to manual-all)"},
-    {"counters", Command::Counters, "[accepted|dispensed]", 0, 1, "", takeCounters,
-     "the counters of coins taken in and paid out"},
+    {"counters", Command::Counters, "[accepted|dispensed]", 0, 1, "", takeCounters, &Runner::counters,
+     nullptr, "the counters of coins taken in and paid out"},
     {"maintenance", Command::Maintenance, "[UNIT] [--done]", 0, 1, "--done", takeMaintenance,
-     "the maintenance records, or reset one"},
-    {"watch", Command::Watch, "[--seconds N]", 0, 0, "--seconds", nullptr,
+     &Runner::maintenance, nullptr, "the maintenance records, or reset one"},
+    {"watch", Command::Watch, "[--seconds N]", 0, 0, "--seconds", nullptr, &Runner::watch, nullptr,
      "the background state check, printing each error"},
-    {"demo", Command::Demo, "", 0, 0, "", takeDemo, "a short session against the built-in simulator"},
-    {"ports", Command::Ports, "", 0, 0, "", takePorts,
+    {"demo", Command::Demo, "", 0, 0, "", takeDemo, &Runner::demo, nullptr,
+     "a short session against the built-in simulator"},
+    {"ports", Command::Ports, "", 0, 0, "", takePorts, nullptr, listPorts,
      "the serial ports of this machine (no device is opened)"},
-    {"trace", Command::Trace, "FILE... [--summary]", 1, 1000, "--summary", takeTrace,
+    {"trace", Command::Trace, "FILE... [--summary]", 1, 1000, "--summary", takeTrace, nullptr, showTrace,
      "a line recording read as ccTalk, and its summary; several\n"
      "files are read in the order written (FILE.2, FILE.1, FILE)"},
 };
