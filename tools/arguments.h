@@ -28,8 +28,8 @@ struct Arguments
     long long amount = 0; // minor units
     int mode = 0;         // ECashControl::ChangeMode
     QString unit;
-    bool hasOperation = false;
-    int operation = 0; // ECashControl::UnitOperation
+    bool hasOperation = false; // --op given; without it loan and pickup take their default
+    int operation = 0;         // ECashControl::UnitOperation
     bool fast = false;
     QList<long long> exclude;
     int seconds = -1; // -1: until interrupted
