@@ -7,46 +7,11 @@
 #include <QMap>
 #include <QPair>
 
-#include <algorithm>
 #include <functional>
 
 namespace tool {
 
 namespace {
-
-struct CommandInfo
-{
-    Command command;
-    int minPositional;
-    int maxPositional;
-    QStringList options; // options of this command, without the global ones
-};
-
-const QMap<QString, CommandInfo>& commands()
-{
-    static const QMap<QString, CommandInfo> table{
-        {QStringLiteral("status"), {Command::Status, 0, 0, {}}},
-        {QStringLiteral("units"), {Command::Units, 0, 0, {}}},
-        {QStringLiteral("denoms"), {Command::Denoms, 0, 0, {}}},
-        {QStringLiteral("accept"),
-         {Command::Accept,
-          0,
-          0,
-          {QStringLiteral("--fast"), QStringLiteral("--exclude"), QStringLiteral("--seconds"),
-           QStringLiteral("--sim-coins")}}},
-        {QStringLiteral("check"), {Command::Check, 1, 1, {QStringLiteral("--mode")}}},
-        {QStringLiteral("pay"), {Command::Pay, 1, 1, {QStringLiteral("--mode")}}},
-        {QStringLiteral("loan"), {Command::Loan, 2, 2, {QStringLiteral("--op")}}},
-        {QStringLiteral("pickup"), {Command::Pickup, 1, 2, {QStringLiteral("--op")}}},
-        {QStringLiteral("counters"), {Command::Counters, 0, 1, {}}},
-        {QStringLiteral("maintenance"), {Command::Maintenance, 0, 1, {QStringLiteral("--done")}}},
-        {QStringLiteral("watch"), {Command::Watch, 0, 0, {QStringLiteral("--seconds")}}},
-        {QStringLiteral("demo"), {Command::Demo, 0, 0, {}}},
-        {QStringLiteral("ports"), {Command::Ports, 0, 0, {}}},
-        {QStringLiteral("trace"), {Command::Trace, 1, 1000, {QStringLiteral("--summary")}}},
-    };
-    return table;
-}
 
 // A negative amount is an argument, not an option: "pay -5" must say that -5 is negative.
 bool looksLikeOption(const QString& arg)
@@ -65,17 +30,6 @@ bool parseSeconds(const QString& text, int* seconds, QString* error)
         return false;
     }
     *seconds = value;
-    return true;
-}
-
-bool parsePositiveAmount(const QString& text, long long* amount, QString* error)
-{
-    if (!hostkit::parseAmount(text, amount, error))
-        return false;
-    if (*amount == 0) {
-        *error = QStringLiteral("amount \"%1\" must be greater than zero").arg(text);
-        return false;
-    }
     return true;
 }
 
@@ -162,9 +116,108 @@ const QMap<QString, OptionInfo>& options()
           }}},
         {QStringLiteral("--seconds"), {false, true, parsed(&Arguments::seconds, parseSeconds)}},
         {QStringLiteral("--mode"), {false, true, parsed(&Arguments::mode, hostkit::parseMode)}},
-        {QStringLiteral("--op"), {false, true, parsed(&Arguments::operation, hostkit::parseOperation)}},
+        {QStringLiteral("--op"),
+         {false, true,
+          [](Arguments& a, const QString& value, QString* error) {
+              a.hasOperation = hostkit::parseOperation(value, &a.operation, error);
+              return a.hasOperation;
+          }}},
     };
     return table;
+}
+
+// The command line split into the command, its positional arguments and the options with
+// their values, in the order given.
+struct Scanned
+{
+    QStringList positional;
+    QList<QPair<QString, QString>> given;
+};
+
+// Help and Version as soon as they show; Error for an option that is unknown or lacks or
+// refuses its value, and for no command at all.
+ParseResult::Status scan(const QStringList& arguments, Arguments& a, Scanned& scanned, QString* error)
+{
+    bool sawCommand = false;
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString arg = arguments.at(i);
+        if (arg == QLatin1String("-h") || arg == QLatin1String("--help") ||
+            (!sawCommand && arg == QLatin1String("help")))
+            return ParseResult::Help;
+        if (arg == QLatin1String("--version"))
+            return ParseResult::Version;
+        if (!looksLikeOption(arg)) {
+            if (!sawCommand) {
+                a.commandName = arg;
+                sawCommand = true;
+            } else {
+                scanned.positional.append(arg);
+            }
+            continue;
+        }
+        QString name = arg;
+        QString value;
+        bool hasValue = false;
+        const int eq = arg.indexOf(QLatin1Char('='));
+        if (eq > 0) {
+            name = arg.left(eq);
+            value = arg.mid(eq + 1);
+            hasValue = true;
+        }
+        const auto known = options().find(name);
+        if (known == options().end()) {
+            *error = QStringLiteral("unknown option %1").arg(name);
+            return ParseResult::Error;
+        }
+        if (known->takesValue && !hasValue) {
+            if (i + 1 >= arguments.size()) {
+                *error = QStringLiteral("%1 needs a value").arg(name);
+                return ParseResult::Error;
+            }
+            value = arguments.at(++i);
+        } else if (!known->takesValue && hasValue) {
+            *error = QStringLiteral("%1 takes no value").arg(name);
+            return ParseResult::Error;
+        }
+        scanned.given.append(qMakePair(name, value));
+    }
+    if (!sawCommand) {
+        *error = QStringLiteral("no command given");
+        return ParseResult::Error;
+    }
+    return ParseResult::Ok;
+}
+
+bool applyOptions(const ToolCommand& command, const QList<QPair<QString, QString>>& given, Arguments& a,
+                  QString* error)
+{
+    for (const auto& option : given) {
+        const QString& name = option.first;
+        const OptionInfo known = options().value(name);
+        if (!known.global && !command.takesOption(name)) {
+            *error = QStringLiteral("%1 is not an option of %2").arg(name, a.commandName);
+            return false;
+        }
+        if (!known.apply(a, option.second, error))
+            return false;
+    }
+    return true;
+}
+
+// The built-in simulator's options have nothing to do with a port.
+bool checkSimulatorOptions(const Arguments& a, QString* error)
+{
+    if (a.port.isEmpty())
+        return true;
+    if (!a.simConfig.isEmpty()) {
+        *error = QStringLiteral("--sim-config is for the built-in simulator and cannot go with --port");
+        return false;
+    }
+    if (a.hasSimCoins) {
+        *error = QStringLiteral("--sim-coins is for the built-in simulator and cannot go with --port");
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -197,212 +250,36 @@ bool operationTakesAmount(int operation)
            operation == ECashControl::DispensePickupSum;
 }
 
-QString usageText()
-{
-    return QStringLiteral(
-        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
-        "\n"
-        "Without --port the tool runs against the built-in simulated recycler.\n"
-        "\n"
-        "commands:\n"
-        "  status                               connect, check the state, list the units\n"
-        "  units                                the cash units\n"
-        "  denoms                               the denominations the recycler accepts\n"
-        "  accept [--fast] [--exclude AMOUNT,...] [--seconds N] [--sim-coins AMOUNT,...]\n"
-        "                                       accept coins until N seconds pass or Ctrl+C\n"
-        "  check AMOUNT [--mode optimal|minimum]  whether the amount can be paid as change\n"
-        "  pay AMOUNT [--mode optimal|minimum]  pay change\n"
-        "  loan UNIT AMOUNT [--op OP]           load a unit (OP defaults to manual-load)\n"
-        "  pickup UNIT [AMOUNT] [--op OP]       empty a unit (OP defaults to manual-all)\n"
-        "  counters [accepted|dispensed]        the counters of coins taken in and paid out\n"
-        "  maintenance [UNIT] [--done]          the maintenance records, or reset one\n"
-        "  watch [--seconds N]                  the background state check, printing each error\n"
-        "  demo                                 a short session against the built-in simulator\n"
-        "  ports                                the serial ports of this machine (no device is opened)\n"
-        "  trace FILE... [--summary]            a line recording read as ccTalk, and its summary; several\n"
-        "                                       files are read in the order written (FILE.2, FILE.1, FILE)\n"
-        "\n"
-        "--trace FILE records every byte written to and read from the line into FILE (appended).\n"
-        "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
-        "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
-        "LEVEL is error, warn, info, debug or trace.\n"
-        "--version prints the version.\n");
-}
-
 ParseResult parseArguments(const QStringList& arguments)
 {
     ParseResult result;
     Arguments& a = result.args;
-    const auto fail = [&](const QString& why) {
-        result.status = ParseResult::Error;
-        result.error = why;
+    Scanned scanned;
+    result.status = scan(arguments, a, scanned, &result.error);
+    if (result.status != ParseResult::Ok)
         return result;
-    };
-
-    QStringList positional;
-    QList<QPair<QString, QString>> given;
-    bool sawCommand = false;
-    for (int i = 0; i < arguments.size(); ++i) {
-        const QString arg = arguments.at(i);
-        if (arg == QLatin1String("-h") || arg == QLatin1String("--help") ||
-            (!sawCommand && arg == QLatin1String("help"))) {
-            result.status = ParseResult::Help;
-            return result;
-        }
-        if (arg == QLatin1String("--version")) {
-            result.status = ParseResult::Version;
-            return result;
-        }
-        if (!looksLikeOption(arg)) {
-            if (!sawCommand) {
-                a.commandName = arg;
-                sawCommand = true;
-            } else {
-                positional.append(arg);
-            }
-            continue;
-        }
-        QString name = arg;
-        QString value;
-        bool hasValue = false;
-        const int eq = arg.indexOf(QLatin1Char('='));
-        if (eq > 0) {
-            name = arg.left(eq);
-            value = arg.mid(eq + 1);
-            hasValue = true;
-        }
-        const auto known = options().find(name);
-        if (known == options().end())
-            return fail(QStringLiteral("unknown option %1").arg(name));
-        if (known->takesValue && !hasValue) {
-            if (i + 1 >= arguments.size())
-                return fail(QStringLiteral("%1 needs a value").arg(name));
-            value = arguments.at(++i);
-        } else if (!known->takesValue && hasValue) {
-            return fail(QStringLiteral("%1 takes no value").arg(name));
-        }
-        given.append(qMakePair(name, value));
+    result.status = ParseResult::Error;
+    const ToolCommand* command = findCommand(a.commandName);
+    if (!command) {
+        result.error = QStringLiteral("unknown command \"%1\"").arg(a.commandName);
+        return result;
     }
-
-    if (!sawCommand)
-        return fail(QStringLiteral("no command given"));
-    const auto info = commands().find(a.commandName);
-    if (info == commands().end())
-        return fail(QStringLiteral("unknown command \"%1\"").arg(a.commandName));
-    a.command = info->command;
-
-    QString error;
-    for (const auto& option : given) {
-        const QString& name = option.first;
-        const OptionInfo known = options().value(name);
-        if (!known.global && !info->options.contains(name))
-            return fail(QStringLiteral("%1 is not an option of %2").arg(name, a.commandName));
-        if (!known.apply(a, option.second, &error))
-            return fail(error);
+    a.command = command->command;
+    if (!applyOptions(*command, scanned.given, a, &result.error))
+        return result;
+    const QStringList& positional = scanned.positional;
+    if (positional.size() < command->minPositional) {
+        result.error = QStringLiteral("%1: missing arguments").arg(a.commandName);
+        return result;
     }
-
-    if (positional.size() < info->minPositional)
-        return fail(QStringLiteral("%1: missing arguments").arg(a.commandName));
-    if (positional.size() > info->maxPositional)
-        return fail(QStringLiteral("%1: unexpected argument \"%2\"").arg(a.commandName, positional.last()));
-
-    if (!a.port.isEmpty()) {
-        if (!a.simConfig.isEmpty())
-            return fail(
-                QStringLiteral("--sim-config is for the built-in simulator and cannot go with --port"));
-        if (a.hasSimCoins)
-            return fail(
-                QStringLiteral("--sim-coins is for the built-in simulator and cannot go with --port"));
-        if (a.command == Command::Demo)
-            return fail(QStringLiteral("demo runs against the built-in simulator and cannot go with --port"));
+    if (positional.size() > command->maxPositional) {
+        result.error = QStringLiteral("%1: unexpected argument \"%2\"").arg(a.commandName, positional.last());
+        return result;
     }
-    if (a.command == Command::Ports && (!a.port.isEmpty() || !a.simConfig.isEmpty() || !a.plugin.isEmpty()))
-        return fail(QStringLiteral("ports lists the machine's serial ports and takes no --port, --plugin or "
-                                   "--sim-config"));
-    if (a.command == Command::Trace &&
-        (!a.port.isEmpty() || !a.simConfig.isEmpty() || !a.plugin.isEmpty() || !a.traceFile.isEmpty()))
-        return fail(
-            QStringLiteral("trace reads a recording and takes no --port, --plugin, --sim-config or --trace"));
-    if (a.command == Command::Ports && !a.traceFile.isEmpty())
-        return fail(QStringLiteral("ports opens no port and has no line to record"));
-    if (a.command == Command::Demo && a.json)
-        return fail(QStringLiteral("demo has no JSON form"));
-
-    const bool hasOp = std::any_of(given.begin(), given.end(), [](const QPair<QString, QString>& o) {
-        return o.first == QLatin1String("--op");
-    });
-    // The amount at a position of the command's arguments; a payment or a unit operation
-    // moves a positive amount, a check may ask about none.
-    const auto takeAmount = [&](int index, bool positive) {
-        a.hasAmount = positive ? parsePositiveAmount(positional.at(index), &a.amount, &error)
-                               : hostkit::parseAmount(positional.at(index), &a.amount, &error);
-        return a.hasAmount;
-    };
-    switch (a.command) {
-    case Command::Check:
-        if (!takeAmount(0, false))
-            return fail(error);
-        break;
-    case Command::Pay:
-        if (!takeAmount(0, true))
-            return fail(error);
-        break;
-    case Command::Loan:
-        a.unit = positional.at(0);
-        if (!hasOp)
-            a.operation = ECashControl::ManualLoad;
-        if (!isLoadOperation(a.operation))
-            return fail(QStringLiteral("loan: %1 is not a load operation (manual-load, 0x1000, 0x10000)")
-                            .arg(hostkit::operationKey(a.operation)));
-        if (!takeAmount(1, true))
-            return fail(error);
-        break;
-    case Command::Pickup:
-        a.unit = positional.at(0);
-        if (!hasOp)
-            a.operation = ECashControl::ManualPickupAll;
-        if (!isPickupOperation(a.operation))
-            return fail(QStringLiteral("pickup: %1 is not a pick-up operation (manual-all, manual-sum, "
-                                       "dispense-all, dispense-sum, 0x1, 0x2, 0x4)")
-                            .arg(hostkit::operationKey(a.operation)));
-        if (operationTakesAmount(a.operation)) {
-            if (positional.size() < 2)
-                return fail(
-                    QStringLiteral("pickup: %1 needs an AMOUNT").arg(hostkit::operationKey(a.operation)));
-            if (!takeAmount(1, true))
-                return fail(error);
-        } else if (positional.size() > 1) {
-            return fail(QStringLiteral("pickup: %1 takes everything and no AMOUNT")
-                            .arg(hostkit::operationKey(a.operation)));
-        }
-        break;
-    case Command::Counters:
-        if (positional.isEmpty()) {
-            a.counters = {ECashControl::Accepted, ECashControl::Dispensed};
-        } else if (positional.at(0) == QLatin1String("accepted")) {
-            a.counters = {ECashControl::Accepted};
-        } else if (positional.at(0) == QLatin1String("dispensed")) {
-            a.counters = {ECashControl::Dispensed};
-        } else {
-            return fail(
-                QStringLiteral("unknown counter \"%1\" (accepted or dispensed)").arg(positional.at(0)));
-        }
-        break;
-    case Command::Trace:
-        a.traceInput = positional.at(0);
-        a.traceInputs = positional;
-        break;
-    case Command::Maintenance:
-        if (!positional.isEmpty())
-            a.unit = positional.at(0);
-        if (a.done && a.unit.isEmpty())
-            return fail(QStringLiteral("maintenance --done needs a UNIT"));
-        break;
-    default:
-        break;
-    }
-
+    if (!checkSimulatorOptions(a, &result.error))
+        return result;
+    if (command->take && !command->take(a, positional, &result.error))
+        return result;
     result.status = ParseResult::Ok;
     return result;
 }

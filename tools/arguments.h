@@ -1,27 +1,12 @@
 #pragma once
 
+#include "commandtable.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
 
 namespace tool {
-
-enum class Command {
-    Status,
-    Units,
-    Denoms,
-    Accept,
-    Check,
-    Pay,
-    Loan,
-    Pickup,
-    Counters,
-    Maintenance,
-    Watch,
-    Demo,
-    Ports,
-    Trace
-};
 
 // One invocation of the tool, validated: every amount is within the device's range and every
 // name is known. What can only be checked against the device (unit names, what a unit
@@ -43,7 +28,8 @@ struct Arguments
     long long amount = 0; // minor units
     int mode = 0;         // ECashControl::ChangeMode
     QString unit;
-    int operation = 0; // ECashControl::UnitOperation
+    bool hasOperation = false; // --op given; without it loan and pickup take their default
+    int operation = 0;         // ECashControl::UnitOperation
     bool fast = false;
     QList<long long> exclude;
     int seconds = -1; // -1: until interrupted
@@ -67,8 +53,6 @@ struct ParseResult
 // Parses the arguments after the program name. Global options may stand before or after
 // the command.
 ParseResult parseArguments(const QStringList& arguments);
-
-QString usageText();
 
 bool isLoadOperation(int operation);
 bool isPickupOperation(int operation);

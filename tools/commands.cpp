@@ -109,39 +109,13 @@ template <class Event> void Runner::report(const Event& event) const
 
 int Runner::run()
 {
-    // Installed before connecting, so that a signal that comes early still ends the session properly.
-    if (a.command == Command::Accept || a.command == Command::Watch)
-        signalWatcher = std::make_unique<SignalWatcher>();
-    switch (a.command) {
-    case Command::Status:
-        return status();
-    case Command::Units:
-        return units();
-    case Command::Denoms:
-        return denoms();
-    case Command::Accept:
-        return accept();
-    case Command::Check:
-        return check();
-    case Command::Pay:
-        return pay();
-    case Command::Loan:
-        return loan();
-    case Command::Pickup:
-        return pickup();
-    case Command::Counters:
-        return counters();
-    case Command::Maintenance:
-        return maintenance();
-    case Command::Watch:
-        return watch();
-    case Command::Demo:
-        return demo();
-    case Command::Ports:
-    case Command::Trace:
-        break; // answered without a device
-    }
-    return 2;
+    const DeviceHandler handler = commandOf(a.command).run;
+    return handler ? (this->*handler)() : 2;
+}
+
+void Runner::watchSignals()
+{
+    signalWatcher = std::make_unique<SignalWatcher>();
 }
 
 void Runner::connectDevice()
@@ -251,6 +225,7 @@ SumDetailed Runner::acceptSession(bool fast, const QSet<unsigned int>& excluded,
 
 int Runner::accept()
 {
+    watchSignals();
     connectDevice();
     QSet<unsigned int> excluded;
     for (const long long amount : a.exclude)
@@ -366,6 +341,7 @@ int Runner::maintenance()
 
 int Runner::watch()
 {
+    watchSignals();
     connectDevice();
     QEventLoop loop;
     DriverEvents events(host.driverObject());

@@ -58,8 +58,7 @@ public:
     // Exit status of the command.
     int run();
 
-private:
-    void connectDevice();
+    // The commands, named by their rows of the command table.
     int status();
     int units();
     int denoms();
@@ -72,6 +71,11 @@ private:
     int maintenance();
     int watch();
     int demo();
+
+private:
+    void connectDevice();
+    // Installed before connecting, so that a signal that comes early still ends the session properly.
+    void watchSignals();
 
     // Accepts coins until the time is up, a signal comes or, with simulated coins and no
     // time given, every coin has been reported. Returns what was accepted in total.

@@ -2,15 +2,13 @@
 #include "commands.h"
 #include "console.h"
 #include "simcoins.h"
-#include "tracecommand.h"
+#include "usage.h"
 
 #include "cashcontrol/cashcontrolexc.h"
 #include "host/logsetup.h"
-#include "hostkit/amount.h"
 #include "hostkit/driverhost.h"
 #include "hostkit/linechoice.h"
 #include "hostkit/pluginlocator.h"
-#include "hostkit/serialports.h"
 #include "sim/simulator.h"
 
 #include <QCoreApplication>
@@ -21,17 +19,9 @@
 
 namespace {
 
-QString shortUsage()
-{
-    return QStringLiteral(
-        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
-        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
-        "Try 'cpibcr --help' for the commands.\n");
-}
-
 int usageError(const tool::Console& console, const QString& message)
 {
-    console.err(QStringLiteral("cpibcr: %1\n%2").arg(message, shortUsage()));
+    console.err(QStringLiteral("cpibcr: %1\n%2").arg(message, tool::shortUsage()));
     return 2;
 }
 
@@ -62,42 +52,10 @@ bool configureLogging(const tool::Arguments& args, QString* error)
     return true;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// The plug-in loaded onto the line --port names or onto the built-in simulator, and the
+// command asked of the device.
+int runOnDevice(const tool::Arguments& args, const tool::Console& console)
 {
-    QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("cpibcr"));
-    // The host's C-string codec is UTF-8; Cyrillic must not depend on LANG.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-
-    QStringList arguments;
-    for (int i = 1; i < argc; ++i)
-        arguments.append(QString::fromUtf8(argv[i]));
-    const tool::ParseResult parsed = tool::parseArguments(arguments);
-    const tool::Arguments& args = parsed.args;
-    const tool::Console console(args.json);
-    if (parsed.status == tool::ParseResult::Help) {
-        console.out(tool::usageText());
-        return 0;
-    }
-    if (parsed.status == tool::ParseResult::Version) {
-        console.out(QStringLiteral("cpibcr %1\n").arg(QLatin1String(CPIBCR_VERSION)));
-        return 0;
-    }
-    if (parsed.status == tool::ParseResult::Error)
-        return usageError(console, parsed.error);
-    if (args.command == tool::Command::Ports) {
-        const QList<hostkit::SerialPortEntry> ports = hostkit::availableSerialPorts();
-        if (console.json())
-            console.document(hostkit::serialPortsDocument(ports));
-        else
-            console.out(hostkit::serialPortsTable(ports));
-        return 0;
-    }
-    if (args.command == tool::Command::Trace)
-        return tool::showTrace(args.traceInputs, args.summaryOnly, console);
-
     QString error;
     if (!configureLogging(args, &error))
         return usageError(console, error);
@@ -107,23 +65,8 @@ int main(int argc, char** argv)
     if (!line.choose(args.port, args.simConfig, &error))
         return usageError(console, QStringLiteral("--sim-config: %1").arg(error));
     const sim::Config* simConfig = line.simulatorConfig();
-    if (simConfig) {
-        for (const long long amount : args.simCoins) {
-            if (tool::simulatorCoinPosition(*simConfig, amount) == 0) {
-                QStringList known;
-                QList<long long> values;
-                for (const QString& id : simConfig->coinIds)
-                    if (!values.contains(sim::coinValue(id)))
-                        values.append(sim::coinValue(id));
-                std::sort(values.begin(), values.end());
-                for (const long long v : values)
-                    known.append(hostkit::formatAmount(v));
-                return usageError(console,
-                                  QStringLiteral("--sim-coins: the simulator has no coin of %1 (it knows %2)")
-                                      .arg(hostkit::formatAmount(amount), known.join(QStringLiteral(", "))));
-            }
-        }
-    }
+    if (simConfig && !tool::simulatorHasCoins(*simConfig, args.simCoins, &error))
+        return usageError(console, error);
 
     QString pluginPath = args.plugin;
     if (pluginPath.isEmpty()) {
@@ -158,4 +101,33 @@ int main(int argc, char** argv)
     } catch (const std::exception& e) {
         return failure(console, args, QString::fromUtf8(e.what()), 1);
     }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("cpibcr"));
+    // The host's C-string codec is UTF-8; Cyrillic must not depend on LANG.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromUtf8(argv[i]));
+    const tool::ParseResult parsed = tool::parseArguments(arguments);
+    const tool::Arguments& args = parsed.args;
+    const tool::Console console(args.json);
+    if (parsed.status == tool::ParseResult::Help) {
+        console.out(tool::usageText());
+        return 0;
+    }
+    if (parsed.status == tool::ParseResult::Version) {
+        console.out(QStringLiteral("cpibcr %1\n").arg(QLatin1String(CPIBCR_VERSION)));
+        return 0;
+    }
+    if (parsed.status == tool::ParseResult::Error)
+        return usageError(console, parsed.error);
+    const tool::ToolCommand& command = tool::commandOf(args.command);
+    return command.runLocal ? command.runLocal(args, console) : runOnDevice(args, console);
 }

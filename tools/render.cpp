@@ -1,6 +1,5 @@
 #include "render.h"
 
-#include "arguments.h"
 #include "report.h"
 
 #include "cashcontrol/ecashcontrol.h"

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QSet>
+#include <QString>
 
 namespace sim {
 struct Config;
@@ -14,6 +15,9 @@ namespace tool {
 
 // Coin position of the simulator that recognises this amount, 0 when none does.
 int simulatorCoinPosition(const sim::Config& config, long long amount);
+
+// False, with the reason, when an amount is no coin of the simulator.
+bool simulatorHasCoins(const sim::Config& config, const QList<long long>& amounts, QString* error);
 
 // The coins asked for with --sim-coins, else a few of those the recycler takes, largest first.
 QList<int> coinsToDrop(const sim::Config& config, const Arguments& args, const QSet<unsigned int>& accepted);

@@ -1,5 +1,7 @@
 #include "tracecommand.h"
 
+#include "arguments.h"
+
 #include "trace/tracefiles.h"
 
 #include <QFile>
@@ -261,11 +263,12 @@ QJsonObject traceDocument(const trace::FileSet& files, const trace::Reader& read
 
 } // namespace
 
-int showTrace(const QStringList& paths, bool summaryOnly, const Console& console)
+int showTrace(const Arguments& a, const Console& console)
 {
+    const bool summaryOnly = a.summaryOnly;
     trace::FileSet files;
     QString error;
-    if (!files.load(paths, &error)) {
+    if (!files.load(a.traceInputs, &error)) {
         console.err(QStringLiteral("cpibcr: %1\n").arg(error));
         return 1;
     }

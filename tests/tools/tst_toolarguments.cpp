@@ -1,6 +1,7 @@
 #include "hostkit/amount.h"
 #include "hostkit/keys.h"
 #include "tools/arguments.h"
+#include "tools/usage.h"
 
 #include "cashcontrol/ecashcontrol.h"
 #include "support/columns.h"
