@@ -1,4 +1,4 @@
-// The changer as an object: its construction and its start on the bus.
+// The changer as an object: its construction and its acceptance poll timer.
 #include "changer/changer.h"
 
 #include "changer/changerdetail.h"
@@ -22,15 +22,5 @@ Changer::Changer(QObject* parent) : Device(parent), pollTimer(new Timer(this)), 
 }
 
 Changer::~Changer() = default;
-
-void Changer::init()
-{
-    closeStalledSession();
-    resetIfNeeded();
-    commonInit();
-    setTime();
-    checkState();
-    loadCashUnits();
-}
 
 } // namespace CcTalk

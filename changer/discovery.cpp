@@ -1,4 +1,4 @@
-// Discovery: the device initialised, its coin positions, hoppers and cashbox.
+// Discovery: the start on the bus, then the device's coin positions, hoppers and cashbox.
 #include "changer/changer.h"
 
 #include "cashcontrol/units.h"
@@ -11,6 +11,16 @@
 namespace CcTalk {
 
 using namespace changer;
+
+void Changer::init()
+{
+    closeStalledSession();
+    resetIfNeeded();
+    commonInit();
+    setTime();
+    checkState();
+    loadCashUnits();
+}
 
 void Changer::connect()
 {
