@@ -1,27 +1,24 @@
 #include "mainwindow.h"
 
+#include "acceptpage.h"
+#include "changepage.h"
+#include "counterspage.h"
+#include "loadpickuppage.h"
 #include "logpane.h"
 #include "parts.h"
 #include "unitops.h"
 
-#include "cashcontrol/ecashcontrol.h"
 #include "cashcontrol/units.h"
-#include "hostkit/amount.h"
-#include "hostkit/keys.h"
 #include "hostkit/serialports.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateTime>
 #include <QDir>
-#include <QFormLayout>
-#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -30,8 +27,9 @@
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTableWidget>
-#include <QTime>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace panel {
 
@@ -84,10 +82,10 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
 
     auto* tabs = new QTabWidget(central);
     tabs->setObjectName(QStringLiteral("tabs"));
-    tabs->addTab(buildAcceptance(), QStringLiteral("Acceptance"));
-    tabs->addTab(buildChange(), QStringLiteral("Change"));
-    tabs->addTab(buildUnitOperations(), QStringLiteral("Load and pick up"));
-    tabs->addTab(buildCounters(), QStringLiteral("Counters and maintenance"));
+    tabs->addTab(acceptPage = new AcceptPage(central), QStringLiteral("Acceptance"));
+    tabs->addTab(changePage = new ChangePage(central), QStringLiteral("Change"));
+    tabs->addTab(loadPickupPage = new LoadPickupPage(central), QStringLiteral("Load and pick up"));
+    tabs->addTab(countersPage = new CountersPage(central), QStringLiteral("Counters and maintenance"));
 
     auto* splitter = new QSplitter(Qt::Vertical, central);
     splitter->addWidget(buildUnits());
@@ -104,19 +102,12 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
     connect(driverWorker, &DriverWorker::idle, this, &MainWindow::onIdle);
     connect(driverWorker, &DriverWorker::connected, this, &MainWindow::onConnected);
     connect(driverWorker, &DriverWorker::unitsRead, this, &MainWindow::onUnits);
-    connect(driverWorker, &DriverWorker::denominationsRead, this, &MainWindow::onDenominations);
     connect(driverWorker, &DriverWorker::acceptanceChanged, this, &MainWindow::onAcceptance);
-    connect(driverWorker, &DriverWorker::coinsReceived, this, &MainWindow::onCoins);
-    connect(driverWorker, &DriverWorker::changeChecked, this, &MainWindow::onChangeChecked);
-    connect(driverWorker, &DriverWorker::changePaid, this, &MainWindow::onChangePaid);
-    connect(driverWorker, &DriverWorker::loanDone, this, &MainWindow::onLoanDone);
-    connect(driverWorker, &DriverWorker::pickupDone, this, &MainWindow::onPickupDone);
-    connect(driverWorker, &DriverWorker::countersRead, this, &MainWindow::onCounters);
-    connect(driverWorker, &DriverWorker::maintenanceRead, this, &MainWindow::onMaintenance);
     connect(driverWorker, &DriverWorker::deviceFault, this, &MainWindow::onFault);
     connect(driverWorker, &DriverWorker::stateGood, this, &MainWindow::onStateGood);
     connect(driverWorker, &DriverWorker::failed, this, &MainWindow::onFailed);
     connect(driverWorker, &DriverWorker::recordingChanged, this, &MainWindow::onRecording);
+    connectPages();
     thread.setObjectName(QStringLiteral("driver"));
     thread.start();
 
@@ -161,6 +152,49 @@ MainWindow::~MainWindow()
     QMetaObject::invokeMethod(driverWorker, "shutdown", Qt::BlockingQueuedConnection);
     thread.quit();
     thread.wait();
+}
+
+void MainWindow::connectPages()
+{
+    DriverWorker* w = driverWorker;
+    connect(w, &DriverWorker::denominationsRead, acceptPage, &AcceptPage::setDenominations);
+    connect(w, &DriverWorker::coinsReceived, acceptPage, &AcceptPage::showCoins);
+    connect(w, &DriverWorker::changeChecked, changePage, &ChangePage::showChecked);
+    connect(w, &DriverWorker::changePaid, changePage, &ChangePage::showPaid);
+    connect(w, &DriverWorker::loanDone, loadPickupPage, &LoadPickupPage::showLoan);
+    connect(w, &DriverWorker::pickupDone, loadPickupPage, &LoadPickupPage::showPickup);
+    connect(w, &DriverWorker::countersRead, countersPage, &CountersPage::showCounters);
+    connect(w, &DriverWorker::maintenanceRead, countersPage, &CountersPage::showMaintenance);
+
+    connect(acceptPage, &AcceptPage::startRequested, this, [this](bool fast, const QList<uint>& refused) {
+        call(&DriverWorker::startAcceptance, fast, refused);
+    });
+    connect(acceptPage, &AcceptPage::stopRequested, this, [this] { call(&DriverWorker::stopAcceptance); });
+    connect(changePage, &ChangePage::checkRequested, this,
+            [this](int mode, qint64 amount) { call(&DriverWorker::checkChange, mode, amount); });
+    connect(changePage, &ChangePage::payRequested, this,
+            [this](int mode, qint64 amount) { call(&DriverWorker::payChange, mode, amount); });
+    connect(loadPickupPage, &LoadPickupPage::loanRequested, this,
+            [this](const QString& unit, int operation, qint64 amount) {
+                call(&DriverWorker::loan, unit, operation, amount);
+            });
+    connect(loadPickupPage, &LoadPickupPage::pickupRequested, this,
+            [this](const QString& unit, int operation, qint64 amount) {
+                call(&DriverWorker::pickup, unit, operation, amount);
+            });
+    connect(countersPage, &CountersPage::countersRequested, this,
+            [this] { call(&DriverWorker::readCounters); });
+    connect(countersPage, &CountersPage::maintenanceRequested, this,
+            [this] { call(&DriverWorker::readMaintenance); });
+    connect(countersPage, &CountersPage::maintenanceDoneRequested, this,
+            [this](const QString& unit) { call(&DriverWorker::maintenanceDone, unit); });
+
+    connect(acceptPage, &AcceptPage::message, this, &MainWindow::showMessage);
+    connect(changePage, &ChangePage::message, this, &MainWindow::showMessage);
+    connect(loadPickupPage, &LoadPickupPage::message, this, &MainWindow::showMessage);
+    connect(countersPage, &CountersPage::message, this, &MainWindow::showMessage);
+    connect(loadPickupPage, &LoadPickupPage::choiceChanged, this, &MainWindow::updateEnabled);
+    connect(countersPage, &CountersPage::choiceChanged, this, &MainWindow::updateEnabled);
 }
 
 template <typename Method, typename... Args> void MainWindow::call(Method method, Args... args)
@@ -253,160 +287,6 @@ QWidget* MainWindow::buildUnits()
     return box;
 }
 
-QWidget* MainWindow::buildAcceptance()
-{
-    auto* page = new QWidget(this);
-    auto* layout = new QGridLayout(page);
-    acceptStartButton = named<QPushButton>("acceptStartButton", QStringLiteral("Start accepting"), page);
-    acceptStopButton = named<QPushButton>("acceptStopButton", QStringLiteral("Stop"), page);
-    fastBox = named<QCheckBox>("fastBox", QStringLiteral("Fast mode"), page);
-    excludeList = named<QListWidget>("excludeList", page);
-    excludeList->setToolTip(QStringLiteral("Tick the denominations to refuse this time"));
-    coinsList = named<QListWidget>("coinsList", page);
-    acceptTotalLabel = named<QLabel>("acceptTotalLabel", QStringLiteral("total 0.00"), page);
-    QFont big = acceptTotalLabel->font();
-    big.setPointSize(big.pointSize() + 4);
-    big.setBold(true);
-    acceptTotalLabel->setFont(big);
-
-    auto* buttons = new QVBoxLayout;
-    buttons->addWidget(acceptStartButton);
-    buttons->addWidget(acceptStopButton);
-    buttons->addWidget(fastBox);
-    buttons->addStretch();
-    layout->addLayout(buttons, 0, 0, 2, 1);
-    layout->addWidget(new QLabel(QStringLiteral("Refuse"), page), 0, 1);
-    layout->addWidget(excludeList, 1, 1);
-    layout->addWidget(new QLabel(QStringLiteral("Coins as they arrive"), page), 0, 2);
-    layout->addWidget(coinsList, 1, 2);
-    layout->addWidget(acceptTotalLabel, 2, 2);
-    layout->setColumnStretch(1, 1);
-    layout->setColumnStretch(2, 2);
-
-    connect(acceptStartButton, &QPushButton::clicked, this, &MainWindow::startAcceptance);
-    connect(acceptStopButton, &QPushButton::clicked, this, &MainWindow::stopAcceptance);
-    return page;
-}
-
-QWidget* MainWindow::buildChange()
-{
-    auto* page = new QWidget(this);
-    auto* layout = new QGridLayout(page);
-    changeAmount = named<QLineEdit>("changeAmount", page);
-    changeAmount->setPlaceholderText(QStringLiteral("15.50"));
-    changeMode = named<QComboBox>("changeMode", page);
-    changeMode->addItem(QStringLiteral("optimal (%1): fuller hoppers first").arg(ECashControl::modeName(0)),
-                        int(ECashControl::Optimal));
-    changeMode->addItem(QStringLiteral("minimum (%1): fewest coins").arg(ECashControl::modeName(1)),
-                        int(ECashControl::Minimum));
-    changeCheckButton = named<QPushButton>("changeCheckButton", QStringLiteral("Check"), page);
-    changePayButton = named<QPushButton>("changePayButton", QStringLiteral("Pay"), page);
-    changeResultLabel = named<QLabel>("changeResultLabel", page);
-    changeResultLabel->setWordWrap(true);
-    changeTable =
-        table(QStringLiteral("changeTable"),
-              {QStringLiteral("Denomination"), QStringLiteral("Count"), QStringLiteral("Sum")}, page);
-
-    auto* form = new QFormLayout;
-    form->addRow(QStringLiteral("Amount"), changeAmount);
-    form->addRow(QStringLiteral("Mode"), changeMode);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(changeCheckButton);
-    buttons->addWidget(changePayButton);
-    form->addRow(buttons);
-    form->addRow(changeResultLabel);
-    layout->addLayout(form, 0, 0);
-    layout->addWidget(changeTable, 0, 1);
-    layout->setColumnStretch(1, 1);
-
-    connect(changeCheckButton, &QPushButton::clicked, this, &MainWindow::checkChange);
-    connect(changePayButton, &QPushButton::clicked, this, &MainWindow::payChange);
-    connect(changeAmount, &QLineEdit::returnPressed, this, &MainWindow::checkChange);
-    return page;
-}
-
-QWidget* MainWindow::buildUnitOperations()
-{
-    auto* page = new QWidget(this);
-    auto* layout = new QGridLayout(page);
-    opUnit = named<QComboBox>("opUnit", page);
-    loadOp = named<QComboBox>("loadOp", page);
-    loadAmount = named<QLineEdit>("loadAmount", page);
-    loadAmount->setPlaceholderText(QStringLiteral("amount"));
-    loadButton = named<QPushButton>("loadButton", QStringLiteral("Load"), page);
-    pickupOp = named<QComboBox>("pickupOp", page);
-    pickupAmount = named<QLineEdit>("pickupAmount", page);
-    pickupAmount->setPlaceholderText(QStringLiteral("amount"));
-    pickupButton = named<QPushButton>("pickupButton", QStringLiteral("Pick up"), page);
-    opResultLabel = named<QLabel>("opResultLabel", page);
-    opResultLabel->setWordWrap(true);
-    opTable = table(QStringLiteral("opTable"),
-                    {QStringLiteral("Denomination"), QStringLiteral("Count"), QStringLiteral("Sum")}, page);
-
-    layout->addWidget(new QLabel(QStringLiteral("Unit"), page), 0, 0);
-    layout->addWidget(opUnit, 0, 1, 1, 2);
-    layout->addWidget(new QLabel(QStringLiteral("Load"), page), 1, 0);
-    layout->addWidget(loadOp, 1, 1);
-    layout->addWidget(loadAmount, 1, 2);
-    layout->addWidget(loadButton, 1, 3);
-    layout->addWidget(new QLabel(QStringLiteral("Pick up"), page), 2, 0);
-    layout->addWidget(pickupOp, 2, 1);
-    layout->addWidget(pickupAmount, 2, 2);
-    layout->addWidget(pickupButton, 2, 3);
-    layout->addWidget(opResultLabel, 3, 0, 1, 4);
-    layout->addWidget(opTable, 0, 4, 5, 1);
-    layout->setRowStretch(4, 1);
-    layout->setColumnStretch(1, 1);
-    layout->setColumnStretch(4, 1);
-
-    connect(opUnit, &QComboBox::currentTextChanged, this, &MainWindow::unitChosen);
-    connect(pickupOp, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &MainWindow::pickupChosen);
-    connect(loadButton, &QPushButton::clicked, this, &MainWindow::loadUnit);
-    connect(pickupButton, &QPushButton::clicked, this, &MainWindow::pickupUnit);
-    return page;
-}
-
-QWidget* MainWindow::buildCounters()
-{
-    auto* page = new QWidget(this);
-    auto* layout = new QGridLayout(page);
-    countersButton = named<QPushButton>("countersButton", QStringLiteral("Read counters"), page);
-    const QStringList columns{QStringLiteral("Denomination"), QStringLiteral("Count"), QStringLiteral("Sum")};
-    acceptedTable = table(QStringLiteral("acceptedTable"), columns, page);
-    dispensedTable = table(QStringLiteral("dispensedTable"), columns, page);
-    maintenanceButton = named<QPushButton>("maintenanceButton", QStringLiteral("Read maintenance"), page);
-    maintenanceDoneButton = named<QPushButton>(
-        "maintenanceDoneButton", QStringLiteral("Maintenance done for the selected hopper"), page);
-    maintenanceTable =
-        table(QStringLiteral("maintenanceTable"),
-              {QStringLiteral("Unit"), QStringLiteral("Status"), QStringLiteral("Wear"),
-               QStringLiteral("Cycles"), QStringLiteral("Interval"), QStringLiteral("Description")},
-              page);
-
-    layout->addWidget(countersButton, 0, 0);
-    layout->addWidget(new QLabel(QStringLiteral("Accepted (%1)").arg(ECashControl::counterName(0)), page), 1,
-                      0);
-    layout->addWidget(acceptedTable, 2, 0);
-    layout->addWidget(new QLabel(QStringLiteral("Dispensed (%1)").arg(ECashControl::counterName(1)), page), 1,
-                      1);
-    layout->addWidget(dispensedTable, 2, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(maintenanceButton);
-    buttons->addWidget(maintenanceDoneButton);
-    buttons->addStretch();
-    layout->addLayout(buttons, 0, 2);
-    layout->addWidget(new QLabel(QStringLiteral("Hopper wear: cycles against the service interval"), page), 1,
-                      2);
-    layout->addWidget(maintenanceTable, 2, 2);
-    layout->setColumnStretch(2, 2);
-
-    connect(countersButton, &QPushButton::clicked, this, [this] { call(&DriverWorker::readCounters); });
-    connect(maintenanceButton, &QPushButton::clicked, this, [this] { call(&DriverWorker::readMaintenance); });
-    connect(maintenanceDoneButton, &QPushButton::clicked, this, &MainWindow::markMaintenanceDone);
-    connect(maintenanceTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateEnabled);
-    return page;
-}
-
 void MainWindow::scanPorts()
 {
     const QString current = portBox->currentText();
@@ -483,9 +363,8 @@ void MainWindow::onConnected(const QString& device, const QString& port, bool si
 
 void MainWindow::onUnits(const QList<CashControlUnit>& list)
 {
-    units = list;
     unitsTable->setRowCount(0);
-    for (const CashControlUnit& unit : units) {
+    for (const CashControlUnit& unit : list) {
         const int row = unitsTable->rowCount();
         unitsTable->insertRow(row);
         unitsTable->setItem(row, 0, cell(unit.name));
@@ -519,256 +398,14 @@ void MainWindow::onUnits(const QList<CashControlUnit>& list)
     unitsTable->resizeColumnsToContents();
     unitsTable->horizontalHeader()->setSectionResizeMode(2, QHeaderView::Stretch);
 
-    const QString chosen = opUnit->currentText();
-    opUnit->blockSignals(true);
-    opUnit->clear();
-    for (const CashControlUnit& unit : units)
-        opUnit->addItem(unit.name);
-    const int index = opUnit->findText(chosen);
-    opUnit->setCurrentIndex(index < 0 ? 0 : index);
-    opUnit->blockSignals(false);
-    unitChosen();
-}
-
-void MainWindow::onDenominations(const QList<uint>& list)
-{
-    QList<uint> refused;
-    for (int i = 0; i < excludeList->count(); ++i)
-        if (excludeList->item(i)->checkState() == Qt::Checked)
-            refused.append(excludeList->item(i)->data(Qt::UserRole).toUInt());
-    denominations = list;
-    excludeList->clear();
-    for (const uint denomination : denominations) {
-        auto* item = new QListWidgetItem(money(denomination), excludeList);
-        item->setData(Qt::UserRole, denomination);
-        item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
-        item->setCheckState(refused.contains(denomination) ? Qt::Checked : Qt::Unchecked);
-    }
-}
-
-void MainWindow::startAcceptance()
-{
-    QList<uint> refused;
-    for (int i = 0; i < excludeList->count(); ++i)
-        if (excludeList->item(i)->checkState() == Qt::Checked)
-            refused.append(excludeList->item(i)->data(Qt::UserRole).toUInt());
-    coinsList->clear();
-    acceptedTotal = 0;
-    acceptTotalLabel->setText(QStringLiteral("total 0.00"));
-    call(&DriverWorker::startAcceptance, fastBox->isChecked(), refused);
-}
-
-void MainWindow::stopAcceptance()
-{
-    call(&DriverWorker::stopAcceptance);
+    loadPickupPage->setUnits(list);
 }
 
 void MainWindow::onAcceptance(bool running)
 {
     accepting = running;
-    if (!running)
-        acceptTotalLabel->setText(QStringLiteral("accepted %1").arg(money(acceptedTotal)));
-    else
-        showMessage(QStringLiteral("accepting coins"), false);
+    acceptPage->showAcceptance(running);
     updateEnabled();
-}
-
-void MainWindow::onCoins(const SumDetailed& coins)
-{
-    acceptedTotal += coins.sum();
-    coinsList->addItem(QStringLiteral("%1  received %2  (%3)")
-                           .arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), money(coins.sum()),
-                                hostkit::sumBreakdown(coins)));
-    coinsList->scrollToBottom();
-    acceptTotalLabel->setText(QStringLiteral("total %1").arg(money(acceptedTotal)));
-}
-
-bool MainWindow::parseChangeAmount(long long* minor)
-{
-    QString error;
-    if (!parseMoney(changeAmount->text(), false, minor, &error)) {
-        changeResultLabel->setText(error);
-        showMessage(error, true);
-        return false;
-    }
-    return true;
-}
-
-void MainWindow::checkChange()
-{
-    long long amount = 0;
-    if (!parseChangeAmount(&amount))
-        return;
-    changeResultLabel->clear();
-    call(&DriverWorker::checkChange, changeMode->currentData().toInt(), qint64(amount));
-}
-
-void MainWindow::payChange()
-{
-    long long amount = 0;
-    if (!parseChangeAmount(&amount))
-        return;
-    if (amount == 0) {
-        showMessage(QStringLiteral("the amount must be above 0"), true);
-        return;
-    }
-    changeResultLabel->clear();
-    changeTable->setRowCount(0);
-    call(&DriverWorker::payChange, changeMode->currentData().toInt(), qint64(amount));
-}
-
-void MainWindow::onChangeChecked(qint64 amount, int mode, bool possible)
-{
-    const QString text = QStringLiteral("%1 %2 be paid as change (%3)")
-                             .arg(money(amount), possible ? QStringLiteral("can") : QStringLiteral("cannot"),
-                                  hostkit::modeKey(mode));
-    changeResultLabel->setText(text);
-    showMessage(text, false);
-}
-
-void MainWindow::onChangePaid(qint64 amount, int mode, const SumDetailed& paid)
-{
-    const QString text =
-        QStringLiteral("paid %1 of %2 (%3): %4")
-            .arg(money(paid.sum()), money(amount), hostkit::modeKey(mode), hostkit::sumBreakdown(paid));
-    changeResultLabel->setText(text);
-    fillBreakdown(changeTable, paid);
-    showMessage(text, false);
-}
-
-const CashControlUnit* MainWindow::chosenUnit() const
-{
-    for (const CashControlUnit& unit : units)
-        if (unit.name == opUnit->currentText())
-            return &unit;
-    return nullptr;
-}
-
-void MainWindow::unitChosen()
-{
-    const CashControlUnit* unit = chosenUnit();
-    loadOp->clear();
-    pickupOp->clear();
-    if (unit) {
-        for (const UnitOperation& op : loadOperations(*unit))
-            loadOp->addItem(QStringLiteral("%1 (%2)").arg(op.key, op.title), op.operation);
-        for (const UnitOperation& op : pickupOperations(*unit))
-            pickupOp->addItem(QStringLiteral("%1 (%2)").arg(op.key, op.title), op.operation);
-    }
-    pickupChosen();
-}
-
-void MainWindow::pickupChosen()
-{
-    updateEnabled();
-}
-
-bool MainWindow::chosenRequest(const QComboBox* opBox, const QList<UnitOperation>& offered,
-                               const QLineEdit* amountEdit, int* operation, qint64* amount)
-{
-    const CashControlUnit* unit = chosenUnit();
-    if (!unit || opBox->currentIndex() < 0)
-        return false;
-    *operation = opBox->currentData().toInt();
-    UnitOperation op;
-    for (const UnitOperation& candidate : offered)
-        if (candidate.operation == *operation)
-            op = candidate;
-    long long checked = 0;
-    QString error;
-    if (!checkOperationAmount(*unit, op, amountEdit->text(), &checked, &error)) {
-        opResultLabel->setText(error);
-        showMessage(error, true);
-        return false;
-    }
-    *amount = qint64(checked);
-    opResultLabel->clear();
-    return true;
-}
-
-void MainWindow::loadUnit()
-{
-    const CashControlUnit* unit = chosenUnit();
-    int operation = 0;
-    qint64 amount = 0;
-    if (!unit || !chosenRequest(loadOp, loadOperations(*unit), loadAmount, &operation, &amount))
-        return;
-    call(&DriverWorker::loan, unit->name, operation, amount);
-}
-
-void MainWindow::pickupUnit()
-{
-    const CashControlUnit* unit = chosenUnit();
-    int operation = 0;
-    qint64 amount = 0;
-    if (!unit || !chosenRequest(pickupOp, pickupOperations(*unit), pickupAmount, &operation, &amount))
-        return;
-    opTable->setRowCount(0);
-    call(&DriverWorker::pickup, unit->name, operation, amount);
-}
-
-void MainWindow::onLoanDone(const QString& unit, int operation, qint64 amount)
-{
-    // Only a manual load changes a count; the driver accepts the other loads and moves nothing,
-    // so the window must not show them as money put in.
-    const QString text = operation == ECashControl::ManualLoad
-                             ? QStringLiteral("loan of %1 into %2 (%3)")
-                                   .arg(money(amount), unit, ECashControl::operationName(operation))
-                             : QStringLiteral("%1 into %2 accepted: the driver moved no coins (%3 asked)")
-                                   .arg(ECashControl::operationName(operation), unit, money(amount));
-    opResultLabel->setText(text);
-    showMessage(text, false);
-}
-
-void MainWindow::onPickupDone(const QString& unit, int operation, const SumDetailed& taken)
-{
-    const QString text = QStringLiteral("pickup of %1 from %2 (%3): %4")
-                             .arg(money(taken.sum()), unit, ECashControl::operationName(operation),
-                                  hostkit::sumBreakdown(taken));
-    opResultLabel->setText(text);
-    fillBreakdown(opTable, taken);
-    showMessage(text, false);
-}
-
-void MainWindow::onCounters(const SumDetailed& accepted, const SumDetailed& dispensed)
-{
-    fillBreakdown(acceptedTable, accepted);
-    fillBreakdown(dispensedTable, dispensed);
-    showMessage(QStringLiteral("counters: accepted %1, dispensed %2")
-                    .arg(money(accepted.sum()), money(dispensed.sum())),
-                false);
-}
-
-void MainWindow::onMaintenance(const QList<hw::CcUnitMaintenanceInfo>& records)
-{
-    maintenanceTable->setRowCount(0);
-    for (const hw::CcUnitMaintenanceInfo& record : records) {
-        const int row = maintenanceTable->rowCount();
-        maintenanceTable->insertRow(row);
-        maintenanceTable->setItem(row, 0, cell(record.unitName));
-        maintenanceTable->setItem(row, 1,
-                                  cell(record.status ? QStringLiteral("ok") : QStringLiteral("service due")));
-        auto* wear = new QProgressBar(maintenanceTable);
-        wear->setObjectName(QStringLiteral("wear_%1").arg(record.unitName));
-        wear->setRange(0, std::max(1, record.interval));
-        wear->setValue(std::min(record.cycles, std::max(1, record.interval)));
-        wear->setFormat(QStringLiteral("%1 of %2").arg(record.cycles).arg(record.interval));
-        wear->setAlignment(Qt::AlignCenter);
-        maintenanceTable->setCellWidget(row, 2, wear);
-        maintenanceTable->setItem(row, 3, cell(QString::number(record.cycles), true));
-        maintenanceTable->setItem(row, 4, cell(QString::number(record.interval), true));
-        maintenanceTable->setItem(
-            row, 5, cell(record.description.isEmpty() ? QStringLiteral("-") : record.description));
-    }
-    updateEnabled();
-}
-
-void MainWindow::markMaintenanceDone()
-{
-    const int row = maintenanceTable->currentRow();
-    if (row < 0 || !maintenanceTable->item(row, 0))
-        return;
-    call(&DriverWorker::maintenanceDone, maintenanceTable->item(row, 0)->text());
 }
 
 void MainWindow::onFault(const QString& message)
@@ -805,38 +442,17 @@ void MainWindow::showMessage(const QString& text, bool failure)
 void MainWindow::updateEnabled()
 {
     const bool ready = connectedNow && !busyNow;
-    const bool money = ready && !accepting;
+    // Free for a request that may move money: nothing runs and no coins are being accepted.
+    const bool deviceFree = ready && !accepting;
     connectButton->setEnabled(!busyNow && !accepting);
     rescanButton->setEnabled(!busyNow);
     portBox->setEnabled(!busyNow && !accepting);
-    checkStateButton->setEnabled(money);
-    refreshButton->setEnabled(money);
-    acceptStartButton->setEnabled(money);
-    acceptStopButton->setEnabled(ready && accepting);
-    fastBox->setEnabled(!accepting);
-    excludeList->setEnabled(!accepting);
-    changeCheckButton->setEnabled(money);
-    changePayButton->setEnabled(money);
-
-    const CashControlUnit* unit = chosenUnit();
-    opUnit->setEnabled(money);
-    const bool canLoad = unit && loadOp->count() > 0;
-    loadOp->setEnabled(money && canLoad);
-    loadAmount->setEnabled(money && canLoad);
-    loadButton->setEnabled(money && canLoad);
-    bool pickupTakesAmount = false;
-    if (unit && pickupOp->currentIndex() >= 0)
-        for (const UnitOperation& op : pickupOperations(*unit))
-            if (op.operation == pickupOp->currentData().toInt())
-                pickupTakesAmount = op.takesAmount;
-    const bool canPickup = unit && pickupOp->count() > 0;
-    pickupOp->setEnabled(money && canPickup);
-    pickupAmount->setEnabled(money && canPickup && pickupTakesAmount);
-    pickupButton->setEnabled(money && canPickup);
-
-    countersButton->setEnabled(money);
-    maintenanceButton->setEnabled(money);
-    maintenanceDoneButton->setEnabled(money && maintenanceTable->currentRow() >= 0);
+    checkStateButton->setEnabled(deviceFree);
+    refreshButton->setEnabled(deviceFree);
+    acceptPage->setControlsEnabled(ready, accepting);
+    changePage->setControlsEnabled(deviceFree);
+    loadPickupPage->setControlsEnabled(deviceFree);
+    countersPage->setControlsEnabled(deviceFree);
 }
 
 } // namespace panel

@@ -10,8 +10,6 @@
 class QCheckBox;
 class QComboBox;
 class QLabel;
-class QLineEdit;
-class QListWidget;
 class QProgressBar;
 class QPushButton;
 class QTableWidget;
@@ -19,8 +17,10 @@ class QWidget;
 
 namespace panel {
 
-struct UnitOperation;
-
+class AcceptPage;
+class ChangePage;
+class CountersPage;
+class LoadPickupPage;
 class LogPane;
 
 // The service panel: the recycler's units, acceptance, change, unit operations, counters,
@@ -51,15 +51,7 @@ private slots:
     void onIdle();
     void onConnected(const QString& device, const QString& port, bool simulated);
     void onUnits(const QList<CashControlUnit>& units);
-    void onDenominations(const QList<uint>& denominations);
     void onAcceptance(bool running);
-    void onCoins(const SumDetailed& coins);
-    void onChangeChecked(qint64 amount, int mode, bool possible);
-    void onChangePaid(qint64 amount, int mode, const SumDetailed& paid);
-    void onLoanDone(const QString& unit, int operation, qint64 amount);
-    void onPickupDone(const QString& unit, int operation, const SumDetailed& taken);
-    void onCounters(const SumDetailed& accepted, const SumDetailed& dispensed);
-    void onMaintenance(const QList<hw::CcUnitMaintenanceInfo>& records);
     void onFault(const QString& message);
     void onStateGood();
     void onFailed(const QString& what, const QString& message);
@@ -68,45 +60,24 @@ private slots:
 
     void connectDevice();
     void scanPorts();
-    void startAcceptance();
-    void stopAcceptance();
-    void checkChange();
-    void payChange();
-    void unitChosen();
-    void pickupChosen();
-    void loadUnit();
-    void pickupUnit();
-    void markMaintenanceDone();
+    void showMessage(const QString& text, bool failure);
+    void updateEnabled();
 
 private:
     QWidget* buildConnectionRow();
     QWidget* buildUnits();
-    QWidget* buildAcceptance();
-    QWidget* buildChange();
-    QWidget* buildUnitOperations();
-    QWidget* buildCounters();
-    void showMessage(const QString& text, bool failure);
-    void updateEnabled();
+    void connectPages();
     // Disables the controls at once, before the worker has even seen the request.
     void sending();
-    const CashControlUnit* chosenUnit() const;
-    // The chosen unit's operation and amount from one of the two operation rows; false after
-    // showing why the amount is refused, or when nothing is chosen.
-    bool chosenRequest(const QComboBox* opBox, const QList<UnitOperation>& offered,
-                       const QLineEdit* amountEdit, int* operation, qint64* amount);
-    bool parseChangeAmount(long long* minor);
     template <typename Method, typename... Args> void call(Method method, Args... args);
 
     Connection connection;
     QString pluginHint;
     QThread thread;
     DriverWorker* driverWorker;
-    QList<CashControlUnit> units;
-    QList<uint> denominations;
     bool connectedNow = false;
     bool busyNow = false;
     bool accepting = false;
-    long long acceptedTotal = 0;
 
     QComboBox* portBox;
     QPushButton* rescanButton;
@@ -125,36 +96,10 @@ private:
     QTableWidget* unitsTable;
     QPushButton* refreshButton;
 
-    QPushButton* acceptStartButton;
-    QPushButton* acceptStopButton;
-    QCheckBox* fastBox;
-    QListWidget* excludeList;
-    QListWidget* coinsList;
-    QLabel* acceptTotalLabel;
-
-    QLineEdit* changeAmount;
-    QComboBox* changeMode;
-    QPushButton* changeCheckButton;
-    QPushButton* changePayButton;
-    QLabel* changeResultLabel;
-    QTableWidget* changeTable;
-
-    QComboBox* opUnit;
-    QComboBox* loadOp;
-    QLineEdit* loadAmount;
-    QPushButton* loadButton;
-    QComboBox* pickupOp;
-    QLineEdit* pickupAmount;
-    QPushButton* pickupButton;
-    QLabel* opResultLabel;
-    QTableWidget* opTable;
-
-    QPushButton* countersButton;
-    QTableWidget* acceptedTable;
-    QTableWidget* dispensedTable;
-    QPushButton* maintenanceButton;
-    QPushButton* maintenanceDoneButton;
-    QTableWidget* maintenanceTable;
+    AcceptPage* acceptPage;
+    ChangePage* changePage;
+    LoadPickupPage* loadPickupPage;
+    CountersPage* countersPage;
 
     LogPane* logPane;
 };
