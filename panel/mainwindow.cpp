@@ -1,46 +1,23 @@
+// The service panel's window: its parts composed and wired to the driver worker.
 #include "mainwindow.h"
 
 #include "acceptpage.h"
+#include "cashunitsbox.h"
 #include "changepage.h"
+#include "connectionrow.h"
 #include "counterspage.h"
 #include "loadpickuppage.h"
 #include "logpane.h"
-#include "parts.h"
-#include "unitops.h"
+#include "statusarea.h"
 
-#include "cashcontrol/units.h"
-#include "hostkit/serialports.h"
-
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDateTime>
 #include <QDir>
-#include <QGroupBox>
-#include <QHBoxLayout>
-#include <QHeaderView>
-#include <QLabel>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QSignalBlocker>
 #include <QSplitter>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTabWidget>
-#include <QTableWidget>
 #include <QVBoxLayout>
 
-#include <algorithm>
-
 namespace panel {
-
-namespace {
-
-QString stateText(const CashControlUnit& unit)
-{
-    return unit.state == 0 ? QStringLiteral("ok") : QStringLiteral("fault");
-}
-
-} // namespace
 
 MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* parent)
     : QMainWindow(parent), connection(conn), pluginHint(hint), driverWorker(new DriverWorker)
@@ -51,98 +28,22 @@ MainWindow::MainWindow(const Connection& conn, const QString& hint, QWidget* par
 
     // The log pane attaches its appender before the driver exists, so no line is missed.
     logPane = new LogPane(this);
-
-    auto* central = new QWidget(this);
-    auto* layout = new QVBoxLayout(central);
-    layout->addWidget(buildConnectionRow());
-    layout->addWidget(deviceLabel);
-
-    banner = named<QLabel>("banner", central);
-    banner->setWordWrap(true);
-    banner->setStyleSheet(QStringLiteral("QLabel { background: #b01e23; color: white; font-weight: bold; "
-                                         "padding: 8px; border-radius: 3px; }"));
-    banner->hide();
-    layout->addWidget(banner);
-
-    auto* busyRow = new QHBoxLayout;
-    busyBar = named<QProgressBar>("busyBar", central);
-    busyBar->setRange(0, 0);
-    busyBar->setMaximumWidth(160);
-    busyBar->setTextVisible(false);
-    busyLabel = named<QLabel>("busyLabel", central);
-    busyRow->addWidget(busyBar);
-    busyRow->addWidget(busyLabel, 1);
-    busyBar->hide();
-    busyLabel->hide();
-    messageLabel = named<QLabel>("messageLabel", central);
-    messageLabel->setWordWrap(true);
-    messageLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    busyRow->addWidget(messageLabel, 3);
-    layout->addLayout(busyRow);
-
-    auto* tabs = new QTabWidget(central);
-    tabs->setObjectName(QStringLiteral("tabs"));
-    tabs->addTab(acceptPage = new AcceptPage(central), QStringLiteral("Acceptance"));
-    tabs->addTab(changePage = new ChangePage(central), QStringLiteral("Change"));
-    tabs->addTab(loadPickupPage = new LoadPickupPage(central), QStringLiteral("Load and pick up"));
-    tabs->addTab(countersPage = new CountersPage(central), QStringLiteral("Counters and maintenance"));
-
-    auto* splitter = new QSplitter(Qt::Vertical, central);
-    splitter->addWidget(buildUnits());
-    splitter->addWidget(tabs);
-    splitter->addWidget(logPane);
-    splitter->setSizes({290, 330, 200});
-    layout->addWidget(splitter, 1);
-    setCentralWidget(central);
+    setCentralWidget(buildParts());
     resize(1200, 940);
 
     driverWorker->moveToThread(&thread);
     connect(&thread, &QThread::finished, driverWorker, &QObject::deleteLater);
-    connect(driverWorker, &DriverWorker::busy, this, &MainWindow::onBusy);
-    connect(driverWorker, &DriverWorker::idle, this, &MainWindow::onIdle);
-    connect(driverWorker, &DriverWorker::connected, this, &MainWindow::onConnected);
-    connect(driverWorker, &DriverWorker::unitsRead, this, &MainWindow::onUnits);
-    connect(driverWorker, &DriverWorker::acceptanceChanged, this, &MainWindow::onAcceptance);
-    connect(driverWorker, &DriverWorker::deviceFault, this, &MainWindow::onFault);
-    connect(driverWorker, &DriverWorker::stateGood, this, &MainWindow::onStateGood);
-    connect(driverWorker, &DriverWorker::failed, this, &MainWindow::onFailed);
-    connect(driverWorker, &DriverWorker::recordingChanged, this, &MainWindow::onRecording);
-    connectPages();
+    connectWorker();
+    connectParts();
     thread.setObjectName(QStringLiteral("driver"));
     thread.start();
 
-    recordingFolder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
-    if (recordingFolder.isEmpty())
-        recordingFolder = QDir::homePath();
-    if (!connection.trace.isEmpty())
-        recordBox->setChecked(true);
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    connectionRow->setRecordingFolder(folder.isEmpty() ? QDir::homePath() : folder);
+    connectionRow->recordInto(connection.trace);
 
     scanPorts();
     updateEnabled();
-}
-
-void MainWindow::recordSwitched(bool on)
-{
-    QString path;
-    if (on) {
-        path = connection.trace.isEmpty() ? QDir(recordingFolder)
-                                                .filePath(QStringLiteral("cpibcr-%1.trace")
-                                                              .arg(QDateTime::currentDateTime().toString(
-                                                                  QStringLiteral("yyyyMMdd-HHmmss"))))
-                                          : connection.trace;
-        recordLabel->setText(QStringLiteral("to %1").arg(path));
-    }
-    QMetaObject::invokeMethod(
-        driverWorker, [worker = driverWorker, path] { worker->setRecording(path); }, Qt::QueuedConnection);
-}
-
-void MainWindow::onRecording(bool on, const QString& path, const QString& error)
-{
-    const QSignalBlocker blocker(recordBox);
-    recordBox->setChecked(on);
-    recordLabel->setText(on ? QStringLiteral("to %1").arg(path) : QString());
-    if (!error.isEmpty())
-        showMessage(QStringLiteral("line recording to %1: %2").arg(path, error), true);
 }
 
 MainWindow::~MainWindow()
@@ -154,10 +55,40 @@ MainWindow::~MainWindow()
     thread.wait();
 }
 
-void MainWindow::connectPages()
+QWidget* MainWindow::buildParts()
+{
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    connectionRow = new ConnectionRow(central);
+    layout->addWidget(connectionRow);
+    statusArea = new StatusArea(central);
+    layout->addWidget(statusArea);
+
+    auto* tabs = new QTabWidget(central);
+    tabs->setObjectName(QStringLiteral("tabs"));
+    tabs->addTab(acceptPage = new AcceptPage(central), QStringLiteral("Acceptance"));
+    tabs->addTab(changePage = new ChangePage(central), QStringLiteral("Change"));
+    tabs->addTab(loadPickupPage = new LoadPickupPage(central), QStringLiteral("Load and pick up"));
+    tabs->addTab(countersPage = new CountersPage(central), QStringLiteral("Counters and maintenance"));
+
+    auto* splitter = new QSplitter(Qt::Vertical, central);
+    splitter->addWidget(unitsBox = new CashUnitsBox(central));
+    splitter->addWidget(tabs);
+    splitter->addWidget(logPane);
+    splitter->setSizes({290, 330, 200});
+    layout->addWidget(splitter, 1);
+    return central;
+}
+
+void MainWindow::connectWorker()
 {
     DriverWorker* w = driverWorker;
+    connect(w, &DriverWorker::busy, this, &MainWindow::onBusy);
+    connect(w, &DriverWorker::idle, this, &MainWindow::onIdle);
+    connect(w, &DriverWorker::connected, this, &MainWindow::onConnected);
+    connect(w, &DriverWorker::unitsRead, this, &MainWindow::onUnits);
     connect(w, &DriverWorker::denominationsRead, acceptPage, &AcceptPage::setDenominations);
+    connect(w, &DriverWorker::acceptanceChanged, this, &MainWindow::onAcceptance);
     connect(w, &DriverWorker::coinsReceived, acceptPage, &AcceptPage::showCoins);
     connect(w, &DriverWorker::changeChecked, changePage, &ChangePage::showChecked);
     connect(w, &DriverWorker::changePaid, changePage, &ChangePage::showPaid);
@@ -165,7 +96,24 @@ void MainWindow::connectPages()
     connect(w, &DriverWorker::pickupDone, loadPickupPage, &LoadPickupPage::showPickup);
     connect(w, &DriverWorker::countersRead, countersPage, &CountersPage::showCounters);
     connect(w, &DriverWorker::maintenanceRead, countersPage, &CountersPage::showMaintenance);
+    connect(w, &DriverWorker::deviceFault, statusArea, &StatusArea::showFault);
+    connect(w, &DriverWorker::stateGood, this, &MainWindow::onStateGood);
+    connect(w, &DriverWorker::failed, this, &MainWindow::onFailed);
+    connect(w, &DriverWorker::recordingChanged, this, &MainWindow::onRecording);
+}
 
+void MainWindow::connectParts()
+{
+    connect(connectionRow, &ConnectionRow::rescanRequested, this, &MainWindow::scanPorts);
+    connect(connectionRow, &ConnectionRow::connectRequested, this, &MainWindow::connectDevice);
+    connect(connectionRow, &ConnectionRow::checkStateRequested, this,
+            [this] { call(&DriverWorker::checkState); });
+    // Before connecting, the choice is only remembered by the worker.
+    connect(connectionRow, &ConnectionRow::supervisionSwitched, this,
+            [this](bool on) { sendSetting(&DriverWorker::setSupervision, on); });
+    connect(connectionRow, &ConnectionRow::recordingRequested, this,
+            [this](const QString& path) { sendSetting(&DriverWorker::setRecording, path); });
+    connect(unitsBox, &CashUnitsBox::refreshRequested, this, [this] { call(&DriverWorker::refreshUnits); });
     connect(acceptPage, &AcceptPage::startRequested, this, [this](bool fast, const QList<uint>& refused) {
         call(&DriverWorker::startAcceptance, fast, refused);
     });
@@ -205,6 +153,12 @@ template <typename Method, typename... Args> void MainWindow::call(Method method
         Qt::QueuedConnection);
 }
 
+template <typename Method, typename Arg> void MainWindow::sendSetting(Method method, Arg arg)
+{
+    QMetaObject::invokeMethod(
+        driverWorker, [worker = driverWorker, method, arg] { (worker->*method)(arg); }, Qt::QueuedConnection);
+}
+
 sim::Simulator* MainWindow::simulator() const
 {
     return connectedNow ? driverWorker->simulator() : nullptr;
@@ -212,9 +166,12 @@ sim::Simulator* MainWindow::simulator() const
 
 void MainWindow::setRecheckInterval(int msecs)
 {
-    QMetaObject::invokeMethod(
-        driverWorker, [worker = driverWorker, msecs] { worker->setRecheckInterval(msecs); },
-        Qt::QueuedConnection);
+    sendSetting(&DriverWorker::setRecheckInterval, msecs);
+}
+
+void MainWindow::setRecordingFolder(const QString& folder)
+{
+    connectionRow->setRecordingFolder(folder);
 }
 
 void MainWindow::start()
@@ -222,88 +179,9 @@ void MainWindow::start()
     connectDevice();
 }
 
-QWidget* MainWindow::buildConnectionRow()
-{
-    auto* row = new QWidget(this);
-    auto* layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    portBox = named<QComboBox>("portBox", row);
-    portBox->setEditable(true);
-    portBox->setMinimumWidth(260);
-    portBox->setToolTip(QStringLiteral("The recycler's serial port, or the built-in simulator"));
-    rescanButton = named<QPushButton>("rescanButton", QStringLiteral("Rescan"), row);
-    connectButton = named<QPushButton>("connectButton", QStringLiteral("Connect"), row);
-    deviceLabel = new QLabel(QStringLiteral("not connected"), this);
-    deviceLabel->setWordWrap(true);
-    deviceLabel->setObjectName(QStringLiteral("deviceLabel"));
-    supervisionBox = named<QCheckBox>("supervisionBox", QStringLiteral("Background state check"), row);
-    supervisionBox->setChecked(true);
-    recordBox = named<QCheckBox>("recordBox", QStringLiteral("Record the line"), row);
-    recordBox->setToolTip(QStringLiteral("Write every byte sent to and received from the recycler to a trace "
-                                         "file, for cpibcr trace and for replaying it in the lab"));
-    recordLabel = named<QLabel>("recordLabel", row);
-    recordLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    checkStateButton = named<QPushButton>("checkStateButton", QStringLiteral("Check state"), row);
-    layout->addWidget(new QLabel(QStringLiteral("Port"), row));
-    layout->addWidget(portBox);
-    layout->addWidget(rescanButton);
-    layout->addWidget(connectButton);
-    layout->addStretch(1);
-    layout->addWidget(recordBox);
-    layout->addWidget(recordLabel);
-    layout->addWidget(supervisionBox);
-    layout->addWidget(checkStateButton);
-
-    connect(rescanButton, &QPushButton::clicked, this, &MainWindow::scanPorts);
-    connect(connectButton, &QPushButton::clicked, this, &MainWindow::connectDevice);
-    connect(checkStateButton, &QPushButton::clicked, this, [this] { call(&DriverWorker::checkState); });
-    connect(recordBox, &QCheckBox::toggled, this, &MainWindow::recordSwitched);
-    connect(supervisionBox, &QCheckBox::toggled, this, [this](bool on) {
-        // Before connecting, the choice is only remembered by the worker.
-        QMetaObject::invokeMethod(
-            driverWorker, [worker = driverWorker, on] { worker->setSupervision(on); }, Qt::QueuedConnection);
-    });
-    return row;
-}
-
-QWidget* MainWindow::buildUnits()
-{
-    auto* box = new QGroupBox(QStringLiteral("Cash units"), this);
-    auto* layout = new QVBoxLayout(box);
-    unitsTable = table(QStringLiteral("unitsTable"),
-                       {QStringLiteral("Unit"), QStringLiteral("Denomination"), QStringLiteral("Fill"),
-                        QStringLiteral("Count"), QStringLiteral("Capacity"), QStringLiteral("Sum"),
-                        QStringLiteral("State")},
-                       box);
-    unitsTable->horizontalHeader()->setSectionResizeMode(2, QHeaderView::Stretch);
-    unitsTable->horizontalHeader()->setStretchLastSection(false);
-    refreshButton = named<QPushButton>("refreshButton", QStringLiteral("Refresh"), box);
-    auto* bar = new QHBoxLayout;
-    bar->addStretch();
-    bar->addWidget(refreshButton);
-    layout->addWidget(unitsTable);
-    layout->addLayout(bar);
-    connect(refreshButton, &QPushButton::clicked, this, [this] { call(&DriverWorker::refreshUnits); });
-    return box;
-}
-
 void MainWindow::scanPorts()
 {
-    const QString current = portBox->currentText();
-    portBox->clear();
-    portBox->addItem(QStringLiteral("built-in simulator"), QString());
-    for (const hostkit::SerialPortEntry& port : hostkit::availableSerialPorts()) {
-        QString label = port.location;
-        if (!port.description.isEmpty())
-            label += QStringLiteral(" (%1)").arg(port.description);
-        portBox->addItem(label, port.location);
-    }
-    if (!connection.port.isEmpty() && portBox->findData(connection.port) < 0)
-        portBox->addItem(connection.port, connection.port);
-    const int index = portBox->findData(connection.port);
-    portBox->setCurrentIndex(index < 0 ? 0 : index);
-    if (!current.isEmpty() && portBox->findText(current) >= 0)
-        portBox->setCurrentIndex(portBox->findText(current));
+    connectionRow->listPorts(connection.port);
 }
 
 void MainWindow::connectDevice()
@@ -312,11 +190,10 @@ void MainWindow::connectDevice()
         showMessage(pluginHint.isEmpty() ? QStringLiteral("cannot find the plug-in") : pluginHint, true);
         return;
     }
-    const int index = portBox->findText(portBox->currentText());
-    connection.port = index >= 0 ? portBox->itemData(index).toString() : portBox->currentText().trimmed();
+    connection.port = connectionRow->chosenPort();
     connectedNow = false;
     onUnits({});
-    deviceLabel->setText(QStringLiteral("connecting..."));
+    statusArea->showDevice(QStringLiteral("connecting..."));
     showMessage(QString(), false);
     const Connection target = connection;
     QMetaObject::invokeMethod(
@@ -332,17 +209,14 @@ void MainWindow::connectDevice()
 void MainWindow::onBusy(const QString& what)
 {
     busyNow = true;
-    busyLabel->setText(what + QStringLiteral("..."));
-    busyBar->show();
-    busyLabel->show();
+    statusArea->showBusy(what);
     updateEnabled();
 }
 
 void MainWindow::onIdle()
 {
     busyNow = false;
-    busyBar->hide();
-    busyLabel->hide();
+    statusArea->showIdle();
     updateEnabled();
 }
 
@@ -355,50 +229,16 @@ void MainWindow::sending()
 void MainWindow::onConnected(const QString& device, const QString& port, bool simulated)
 {
     connectedNow = true;
-    deviceLabel->setText(
+    statusArea->showDevice(
         QStringLiteral("%1, %2%3")
             .arg(device, port, simulated ? QStringLiteral(" (built-in simulator)") : QString()));
     updateEnabled();
 }
 
-void MainWindow::onUnits(const QList<CashControlUnit>& list)
+void MainWindow::onUnits(const QList<CashControlUnit>& units)
 {
-    unitsTable->setRowCount(0);
-    for (const CashControlUnit& unit : list) {
-        const int row = unitsTable->rowCount();
-        unitsTable->insertRow(row);
-        unitsTable->setItem(row, 0, cell(unit.name));
-        const bool cashbox = cashunits::isCashbox(unit);
-        unitsTable->setItem(row, 1, cell(cashbox ? QStringLiteral("-") : money(unit.denom), true));
-        auto* bar = new QProgressBar(unitsTable);
-        bar->setObjectName(QStringLiteral("fill_%1").arg(unit.name));
-        if (cashbox || unit.capacity <= 0) {
-            bar->setRange(0, 1);
-            bar->setValue(0);
-            bar->setFormat(cashbox ? QStringLiteral("cashbox") : QStringLiteral("%1 coins").arg(unit.count));
-        } else {
-            bar->setRange(0, unit.capacity);
-            bar->setValue(int(std::min<long long>(unit.count, unit.capacity)));
-            bar->setFormat(QStringLiteral("%1 of %2").arg(unit.count).arg(unit.capacity));
-        }
-        bar->setAlignment(Qt::AlignCenter);
-        bar->setStyleSheet(QStringLiteral("QProgressBar { border: 1px solid #888; border-radius: 3px; }"
-                                          "QProgressBar::chunk { background: %1; }")
-                               .arg(fillColor(fillLevel(unit)).name()));
-        unitsTable->setCellWidget(row, 2, bar);
-        unitsTable->setItem(row, 3, cell(cashbox ? QStringLiteral("-") : QString::number(unit.count), true));
-        unitsTable->setItem(row, 4,
-                            cell(cashbox ? QStringLiteral("-") : QString::number(unit.capacity), true));
-        unitsTable->setItem(row, 5, cell(money(cashunits::unitValue(unit)), true));
-        auto* state = cell(stateText(unit));
-        if (unit.state != 0)
-            state->setForeground(fillColor(FillLevel::Fault));
-        unitsTable->setItem(row, 6, state);
-    }
-    unitsTable->resizeColumnsToContents();
-    unitsTable->horizontalHeader()->setSectionResizeMode(2, QHeaderView::Stretch);
-
-    loadPickupPage->setUnits(list);
+    unitsBox->showUnits(units);
+    loadPickupPage->setUnits(units);
 }
 
 void MainWindow::onAcceptance(bool running)
@@ -408,16 +248,9 @@ void MainWindow::onAcceptance(bool running)
     updateEnabled();
 }
 
-void MainWindow::onFault(const QString& message)
-{
-    banner->setText(message);
-    banner->show();
-}
-
 void MainWindow::onStateGood()
 {
-    banner->hide();
-    banner->clear();
+    statusArea->clearFault();
     showMessage(QStringLiteral("the device state is good again"), false);
 }
 
@@ -425,14 +258,19 @@ void MainWindow::onFailed(const QString& what, const QString& message)
 {
     showMessage(QStringLiteral("%1: %2").arg(what, message), true);
     if (!connectedNow)
-        deviceLabel->setText(QStringLiteral("not connected"));
+        statusArea->showDevice(QStringLiteral("not connected"));
+}
+
+void MainWindow::onRecording(bool on, const QString& path, const QString& error)
+{
+    connectionRow->showRecording(on, path);
+    if (!error.isEmpty())
+        showMessage(QStringLiteral("line recording to %1: %2").arg(path, error), true);
 }
 
 void MainWindow::showMessage(const QString& text, bool failure)
 {
-    messageLabel->setText(text);
-    messageLabel->setStyleSheet(failure ? QStringLiteral("QLabel { color: #b01e23; font-weight: bold; }")
-                                        : QString());
+    statusArea->showMessage(text, failure);
     if (failure)
         statusBar()->showMessage(text);
     else
@@ -444,11 +282,8 @@ void MainWindow::updateEnabled()
     const bool ready = connectedNow && !busyNow;
     // Free for a request that may move money: nothing runs and no coins are being accepted.
     const bool deviceFree = ready && !accepting;
-    connectButton->setEnabled(!busyNow && !accepting);
-    rescanButton->setEnabled(!busyNow);
-    portBox->setEnabled(!busyNow && !accepting);
-    checkStateButton->setEnabled(deviceFree);
-    refreshButton->setEnabled(deviceFree);
+    connectionRow->setControlsEnabled(busyNow, accepting, deviceFree);
+    unitsBox->setControlsEnabled(deviceFree);
     acceptPage->setControlsEnabled(ready, accepting);
     changePage->setControlsEnabled(deviceFree);
     loadPickupPage->setControlsEnabled(deviceFree);

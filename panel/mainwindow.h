@@ -1,3 +1,4 @@
+// The service panel's window: its parts composed and wired to the driver worker.
 #pragma once
 
 #include "driverworker.h"
@@ -7,21 +8,16 @@
 #include <QString>
 #include <QThread>
 
-class QCheckBox;
-class QComboBox;
-class QLabel;
-class QProgressBar;
-class QPushButton;
-class QTableWidget;
-class QWidget;
-
 namespace panel {
 
 class AcceptPage;
+class CashUnitsBox;
 class ChangePage;
+class ConnectionRow;
 class CountersPage;
 class LoadPickupPage;
 class LogPane;
+class StatusArea;
 
 // The service panel: the recycler's units, acceptance, change, unit operations, counters,
 // maintenance, supervision and the driver's log. The driver lives on a worker thread; the
@@ -42,7 +38,7 @@ public:
     void setRecheckInterval(int msecs);
     // Where "Record the line" puts its files when no file was given with --trace: a new file
     // cpibcr-YYYYMMDD-HHMMSS.trace each time it is switched on. The user's documents by default.
-    void setRecordingFolder(const QString& folder) { recordingFolder = folder; }
+    void setRecordingFolder(const QString& folder);
     bool isConnected() const { return connectedNow; }
     bool isBusy() const { return busyNow; }
 
@@ -52,11 +48,9 @@ private slots:
     void onConnected(const QString& device, const QString& port, bool simulated);
     void onUnits(const QList<CashControlUnit>& units);
     void onAcceptance(bool running);
-    void onFault(const QString& message);
     void onStateGood();
     void onFailed(const QString& what, const QString& message);
     void onRecording(bool on, const QString& path, const QString& error);
-    void recordSwitched(bool on);
 
     void connectDevice();
     void scanPorts();
@@ -64,12 +58,14 @@ private slots:
     void updateEnabled();
 
 private:
-    QWidget* buildConnectionRow();
-    QWidget* buildUnits();
-    void connectPages();
+    QWidget* buildParts();
+    void connectWorker();
+    void connectParts();
     // Disables the controls at once, before the worker has even seen the request.
     void sending();
     template <typename Method, typename... Args> void call(Method method, Args... args);
+    // A worker setting: sent without marking the window busy.
+    template <typename Method, typename Arg> void sendSetting(Method method, Arg arg);
 
     Connection connection;
     QString pluginHint;
@@ -79,28 +75,13 @@ private:
     bool busyNow = false;
     bool accepting = false;
 
-    QComboBox* portBox;
-    QPushButton* rescanButton;
-    QPushButton* connectButton;
-    QLabel* deviceLabel;
-    QCheckBox* supervisionBox;
-    QCheckBox* recordBox;
-    QLabel* recordLabel;
-    QString recordingFolder;
-    QPushButton* checkStateButton;
-    QLabel* banner;
-    QProgressBar* busyBar;
-    QLabel* busyLabel;
-    QLabel* messageLabel;
-
-    QTableWidget* unitsTable;
-    QPushButton* refreshButton;
-
+    ConnectionRow* connectionRow;
+    StatusArea* statusArea;
+    CashUnitsBox* unitsBox;
     AcceptPage* acceptPage;
     ChangePage* changePage;
     LoadPickupPage* loadPickupPage;
     CountersPage* countersPage;
-
     LogPane* logPane;
 };
 
