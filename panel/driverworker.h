@@ -1,3 +1,4 @@
+// The driver and its port on a worker thread: queued calls in, results and failures out as signals.
 #pragma once
 
 #include "cashcontrol/cashcontrolunit.h"

@@ -1,3 +1,4 @@
+// The driver's log pane: the lines of its loggers at a chosen level, fed by a log4cxx appender.
 #include "logpane.h"
 
 #include "host/logsetup.h"

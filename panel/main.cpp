@@ -1,3 +1,4 @@
+// The program cpibcr-panel: its command line, the plug-in found, the window shown.
 #include "mainwindow.h"
 
 #include "hostkit/pluginlocator.h"

@@ -1,3 +1,4 @@
+// The service panel's window: its parts composed and wired to the driver worker.
 #pragma once
 
 #include "driverworker.h"
@@ -7,21 +8,16 @@
 #include <QString>
 #include <QThread>
 
-class QCheckBox;
-class QComboBox;
-class QLabel;
-class QLineEdit;
-class QListWidget;
-class QProgressBar;
-class QPushButton;
-class QTableWidget;
-class QWidget;
-
 namespace panel {
 
-struct UnitOperation;
-
+class AcceptPage;
+class CashUnitsBox;
+class ChangePage;
+class ConnectionRow;
+class CountersPage;
+class LoadPickupPage;
 class LogPane;
+class StatusArea;
 
 // The service panel: the recycler's units, acceptance, change, unit operations, counters,
 // maintenance, supervision and the driver's log. The driver lives on a worker thread; the
@@ -42,7 +38,7 @@ public:
     void setRecheckInterval(int msecs);
     // Where "Record the line" puts its files when no file was given with --trace: a new file
     // cpibcr-YYYYMMDD-HHMMSS.trace each time it is switched on. The user's documents by default.
-    void setRecordingFolder(const QString& folder) { recordingFolder = folder; }
+    void setRecordingFolder(const QString& folder);
     bool isConnected() const { return connectedNow; }
     bool isBusy() const { return busyNow; }
 
@@ -51,111 +47,41 @@ private slots:
     void onIdle();
     void onConnected(const QString& device, const QString& port, bool simulated);
     void onUnits(const QList<CashControlUnit>& units);
-    void onDenominations(const QList<uint>& denominations);
     void onAcceptance(bool running);
-    void onCoins(const SumDetailed& coins);
-    void onChangeChecked(qint64 amount, int mode, bool possible);
-    void onChangePaid(qint64 amount, int mode, const SumDetailed& paid);
-    void onLoanDone(const QString& unit, int operation, qint64 amount);
-    void onPickupDone(const QString& unit, int operation, const SumDetailed& taken);
-    void onCounters(const SumDetailed& accepted, const SumDetailed& dispensed);
-    void onMaintenance(const QList<hw::CcUnitMaintenanceInfo>& records);
-    void onFault(const QString& message);
     void onStateGood();
     void onFailed(const QString& what, const QString& message);
     void onRecording(bool on, const QString& path, const QString& error);
-    void recordSwitched(bool on);
 
     void connectDevice();
     void scanPorts();
-    void startAcceptance();
-    void stopAcceptance();
-    void checkChange();
-    void payChange();
-    void unitChosen();
-    void pickupChosen();
-    void loadUnit();
-    void pickupUnit();
-    void markMaintenanceDone();
-
-private:
-    QWidget* buildConnectionRow();
-    QWidget* buildUnits();
-    QWidget* buildAcceptance();
-    QWidget* buildChange();
-    QWidget* buildUnitOperations();
-    QWidget* buildCounters();
     void showMessage(const QString& text, bool failure);
     void updateEnabled();
+
+private:
+    QWidget* buildParts();
+    void connectWorker();
+    void connectParts();
     // Disables the controls at once, before the worker has even seen the request.
     void sending();
-    const CashControlUnit* chosenUnit() const;
-    // The chosen unit's operation and amount from one of the two operation rows; false after
-    // showing why the amount is refused, or when nothing is chosen.
-    bool chosenRequest(const QComboBox* opBox, const QList<UnitOperation>& offered,
-                       const QLineEdit* amountEdit, int* operation, qint64* amount);
-    bool parseChangeAmount(long long* minor);
     template <typename Method, typename... Args> void call(Method method, Args... args);
+    // A worker setting: sent without marking the window busy.
+    template <typename Method, typename Arg> void sendSetting(Method method, Arg arg);
 
     Connection connection;
     QString pluginHint;
     QThread thread;
     DriverWorker* driverWorker;
-    QList<CashControlUnit> units;
-    QList<uint> denominations;
     bool connectedNow = false;
     bool busyNow = false;
     bool accepting = false;
-    long long acceptedTotal = 0;
 
-    QComboBox* portBox;
-    QPushButton* rescanButton;
-    QPushButton* connectButton;
-    QLabel* deviceLabel;
-    QCheckBox* supervisionBox;
-    QCheckBox* recordBox;
-    QLabel* recordLabel;
-    QString recordingFolder;
-    QPushButton* checkStateButton;
-    QLabel* banner;
-    QProgressBar* busyBar;
-    QLabel* busyLabel;
-    QLabel* messageLabel;
-
-    QTableWidget* unitsTable;
-    QPushButton* refreshButton;
-
-    QPushButton* acceptStartButton;
-    QPushButton* acceptStopButton;
-    QCheckBox* fastBox;
-    QListWidget* excludeList;
-    QListWidget* coinsList;
-    QLabel* acceptTotalLabel;
-
-    QLineEdit* changeAmount;
-    QComboBox* changeMode;
-    QPushButton* changeCheckButton;
-    QPushButton* changePayButton;
-    QLabel* changeResultLabel;
-    QTableWidget* changeTable;
-
-    QComboBox* opUnit;
-    QComboBox* loadOp;
-    QLineEdit* loadAmount;
-    QPushButton* loadButton;
-    QComboBox* pickupOp;
-    QLineEdit* pickupAmount;
-    QPushButton* pickupButton;
-    QLabel* opResultLabel;
-    QTableWidget* opTable;
-
-    QPushButton* countersButton;
-    QTableWidget* acceptedTable;
-    QTableWidget* dispensedTable;
-    QPushButton* maintenanceButton;
-    QPushButton* maintenanceDoneButton;
-    QTableWidget* maintenanceTable;
-
+    ConnectionRow* connectionRow;
+    StatusArea* statusArea;
+    CashUnitsBox* unitsBox;
+    AcceptPage* acceptPage;
+    ChangePage* changePage;
+    LoadPickupPage* loadPickupPage;
+    CountersPage* countersPage;
     LogPane* logPane;
 };
 

@@ -1,3 +1,4 @@
+// What a unit offers: its load and pick-up operations, its fill level and the amount checks.
 #include "unitops.h"
 
 #include "cashcontrol/ecashcontrol.h"

@@ -1,3 +1,4 @@
+// What a unit offers: its load and pick-up operations, its fill level and the amount checks.
 #pragma once
 
 #include "cashcontrol/cashcontrolunit.h"
