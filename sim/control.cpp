@@ -82,7 +82,7 @@ QString counterAt(const QStringList& a, const char* usage, qint64& group, qint64
 {
     if (!toNumber(a.at(0), 0, 255, group) || !toNumber(a.at(1), 0, 255, index))
         return QStringLiteral("error: %1").arg(QLatin1String(usage));
-    if (group != 70 && group != 80 && group != 87)
+    if (group != audit::Accepted && group != audit::PaidOut && group != audit::Purged)
         return QStringLiteral("error: unknown counter group %1 (70, 80, 87)").arg(group);
     return QString();
 }

@@ -173,6 +173,9 @@ const ToolCommand commandTable[] = {
      "files are read in the order written (FILE.2, FILE.1, FILE)"},
 };
 
+static_assert(std::size(commandTable) == static_cast<std::size_t>(Command::Trace) + 1,
+              "a row for every command, in the order of Command");
+
 } // namespace
 
 QString ToolCommand::usage() const
@@ -202,10 +205,7 @@ const ToolCommand* findCommand(const QString& name)
 
 const ToolCommand& commandOf(Command command)
 {
-    for (const ToolCommand& row : toolCommands())
-        if (row.command == command)
-            return row;
-    return toolCommands().first();
+    return commandTable[static_cast<int>(command)];
 }
 
 } // namespace tool

@@ -60,7 +60,6 @@ check_rotation
 
 # The coins received are reported as they come, so their lines may fall elsewhere.
 expected=$(grep -v '^received ' "$work/site.out")
-: >"$work/plain"
 unwritable_session "$work/plain/line.trace" nofolder.out
 check "no folder to write in: the sale as before" "$expected" "$(grep -v '^received ' "$work/nofolder.out")"
 unwritable_session /dev/full full.out

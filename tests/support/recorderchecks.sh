@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# Sourced after simctl.sh by the scripts that check a host's line recorder. The script defines
-#   properties TRACE_FILE   the host's logging file $props, its own log in $work/host.log, the
-#                           shipped snippet with the recording going to TRACE_FILE
+# Sourced after simctl.sh by the scripts that check a host's line recorder. The script sets $props,
+# the path of the host's logging file, and defines
+#   properties TRACE_FILE   that file: the host's own log in $work/host.log, the shipped snippet
+#                           with the recording going to TRACE_FILE
 #   session PORT OUT        one host session on PORT, its output in $work/OUT; on $work/tty the
 #                           coins it asks for are inserted through the simulator
 # and sets $cpibcr (the host tool) and $simulator.
@@ -84,8 +85,10 @@ check_rotation() {
 }
 
 # The session with the recording going to TRACE_FILE, which cannot be written; its output in
-# $work/OUT.
+# $work/OUT. $work/plain is a plain file: log4cxx and Log4Qt make a missing folder, but not one
+# below a file.
 unwritable_session() { # TRACE_FILE OUT
+  : >"$work/plain"
   properties "$1"
   start_simulator
   session "$work/tty" "$2"

@@ -20,12 +20,8 @@ snippet=$5
 
 props=$work/log4qt.properties
 properties() { # TRACE_FILE
-  {
-    log4qt_properties INFO
-    cat "$props"
-    sed "s|/var/log/pos/cpibcr-line.trace|$1|" "$snippet"
-  } >"$work/properties.tmp"
-  mv "$work/properties.tmp" "$props"
+  log4qt_properties INFO
+  sed "s|/var/log/pos/cpibcr-line.trace|$1|" "$snippet" >>"$props"
 }
 
 # One session on PORT: connect, the state, change paid, the counters; its output in $work/OUT.
@@ -48,7 +44,6 @@ check "the host gives the same results in the lab" "$(cat "$work/site.out")" "$(
 
 check_rotation
 
-: >"$work/plain"
 unwritable_session "$work/plain/line.trace" nofolder.out
 check "no folder to write in: the session as before" "$(cat "$work/site.out")" "$(cat "$work/nofolder.out")"
 check "no folder to write in: one warning" "$recorder_warning" "$(grep 'Запись линии' "$work/host.log")"

@@ -1,6 +1,7 @@
 #include "hostkit/amount.h"
 #include "hostkit/keys.h"
 #include "tools/arguments.h"
+#include "tools/commandtable.h"
 #include "tools/usage.h"
 
 #include "cashcontrol/ecashcontrol.h"
@@ -256,6 +257,7 @@ void TestToolArguments::commands_data()
     QTest::newRow("maintenance") << QStringList{"maintenance"} << Command::Maintenance;
     QTest::newRow("watch") << QStringList{"watch"} << Command::Watch;
     QTest::newRow("demo") << QStringList{"demo"} << Command::Demo;
+    QTest::newRow("ports") << QStringList{"ports"} << Command::Ports;
     QTest::newRow("trace") << QStringList{"trace", "site.trace"} << Command::Trace;
 }
 
@@ -267,6 +269,8 @@ void TestToolArguments::commands()
     QCOMPARE(r.status, ParseResult::Ok);
     QCOMPARE(r.args.command, command);
     QCOMPARE(r.args.commandName, args.first());
+    QCOMPARE(tool::commandOf(command).command, command);
+    QCOMPARE(QLatin1String(tool::commandOf(command).name), args.first());
     QVERIFY(r.args.port.isEmpty());
     QVERIFY(!r.args.json);
 }
@@ -374,11 +378,37 @@ void TestToolArguments::help()
          {QStringList{"--help"}, QStringList{"-h"}, QStringList{"help"}, QStringList{"pay", "--help"}}) {
         QCOMPARE(tool::parseArguments(args).status, ParseResult::Help);
     }
-    const QString usage = tool::usageText();
-    QVERIFY(usage.startsWith(QStringLiteral("usage: cpibcr [--port DEVICE] [--json]")));
-    for (const char* command : {"status", "units", "denoms", "accept", "check", "pay", "loan", "pickup",
-                                "counters", "maintenance", "watch", "demo"})
-        QVERIFY2(usage.contains(QStringLiteral("\n  %1").arg(QLatin1String(command))), command);
+    // The whole text: it is made from the command table, and a new row must not move the others.
+    const char* const expected =
+        "usage: cpibcr [--port DEVICE] [--json] [--log LEVEL] [--log-config FILE] [--plugin PATH]\n"
+        "              [--sim-config FILE] [--trace FILE] COMMAND [ARGS]\n"
+        "\n"
+        "Without --port the tool runs against the built-in simulated recycler.\n"
+        "\n"
+        "commands:\n"
+        "  status                               connect, check the state, list the units\n"
+        "  units                                the cash units\n"
+        "  denoms                               the denominations the recycler accepts\n"
+        "  accept [--fast] [--exclude AMOUNT,...] [--seconds N] [--sim-coins AMOUNT,...]\n"
+        "                                       accept coins until N seconds pass or Ctrl+C\n"
+        "  check AMOUNT [--mode optimal|minimum]  whether the amount can be paid as change\n"
+        "  pay AMOUNT [--mode optimal|minimum]  pay change\n"
+        "  loan UNIT AMOUNT [--op OP]           load a unit (OP defaults to manual-load)\n"
+        "  pickup UNIT [AMOUNT] [--op OP]       empty a unit (OP defaults to manual-all)\n"
+        "  counters [accepted|dispensed]        the counters of coins taken in and paid out\n"
+        "  maintenance [UNIT] [--done]          the maintenance records, or reset one\n"
+        "  watch [--seconds N]                  the background state check, printing each error\n"
+        "  demo                                 a short session against the built-in simulator\n"
+        "  ports                                the serial ports of this machine (no device is opened)\n"
+        "  trace FILE... [--summary]            a line recording read as ccTalk, and its summary; several\n"
+        "                                       files are read in the order written (FILE.2, FILE.1, FILE)\n"
+        "\n"
+        "--trace FILE records every byte written to and read from the line into FILE (appended).\n"
+        "AMOUNT is money with at most two decimals (15, 15.50). OP is manual-load, manual-all,\n"
+        "manual-sum, dispense-all, dispense-sum or a number such as 0x200.\n"
+        "LEVEL is error, warn, info, debug or trace.\n"
+        "--version prints the version.\n";
+    QCOMPARE(tool::usageText(), QString::fromUtf8(expected));
 }
 
 void TestToolArguments::globalOptionsAnywhere()
