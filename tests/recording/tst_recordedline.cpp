@@ -6,6 +6,7 @@
 #include "plugin/recordedline.h"
 #include "support/fakeserialdevice.h"
 #include "support/logcapture.h"
+#include "support/recordedexchange.h"
 #include "trace/tracefiles.h"
 #include "trace/traceformat.h"
 
@@ -21,24 +22,14 @@ namespace {
 const QByteArray poll = QByteArray::fromHex("370001feca");
 const QByteArray answer = QByteArray::fromHex("01003700c8");
 
+using testsupport::numbered;
+
 // One exchange on the recorded line: the request, its echo and the answer in one read.
 void exchange(hw::RecordedLine& line, testsupport::FakeSerialDevice& device, const QByteArray& request,
               const QByteArray& reply)
 {
     device.queueReply(reply);
-    line.discardInput();
-    line.write(request);
-    while (line.waitForInput(1000) && !line.read(0).isEmpty()) {
-    }
-}
-
-// A request whose data byte counts the exchanges, so that each one is told apart.
-QByteArray numbered(int i)
-{
-    QByteArray frame = QByteArray::fromHex("37010180");
-    frame.append(char(i & 0xFF));
-    frame.append(char(i >> 8));
-    return frame;
+    testsupport::exchange(line, request);
 }
 
 QList<trace::Record> readAll(const QByteArray& bytes, trace::Reader::Start start,

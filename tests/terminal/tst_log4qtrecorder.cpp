@@ -5,6 +5,7 @@
 #include "host/abstractserialdevice.h"
 #include "host/logging.h"
 #include "plugin/recordedline.h"
+#include "support/recordedexchange.h"
 #include "tracewrite/tracewrite.h"
 
 #include <log4qt/level.h>
@@ -46,21 +47,8 @@ public:
     QList<QByteArray> pending;
 };
 
-void exchange(hw::RecordedLine& line, const QByteArray& request)
-{
-    line.discardInput();
-    line.write(request);
-    while (line.waitForInput(1000) && !line.read(0).isEmpty()) {
-    }
-}
-
-QByteArray numbered(int i)
-{
-    QByteArray frame = QByteArray::fromHex("37010180");
-    frame.append(char(i & 0xFF));
-    frame.append(char(i >> 8));
-    return frame;
-}
+using testsupport::exchange;
+using testsupport::numbered;
 
 // The chunk lines of a trace without their times: "> 37 00 01 FE CA".
 QList<QByteArray> withoutTimes(const QByteArray& text)
